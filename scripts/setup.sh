@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Installs every Debian package the project needs to build, test, run the demo and benchmark.
+# Idempotent: packages already present are skipped by apt; the update runs only when a package is missing.
+set -euo pipefail
+
+PACKAGES=(
+  # toolchain helpers
+  cmake pkg-config ccache clang libclang-rt-14-dev
+  # Qt 5
+  qtbase5-dev libqt5websockets5-dev libqt5webchannel5-dev
+  # framework libraries
+  rapidjson-dev libcurl4-openssl-dev libssl-dev libspdlog-dev libcpp-httplib-dev
+  # audio
+  portaudio19-dev libmp3lame-dev libmpg123-dev libsoxr-dev libspandsp-dev
+  libavformat-dev libavcodec-dev libswresample-dev
+  # streaming
+  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev
+  gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-base gstreamer1.0-plugins-bad
+  gstreamer1.0-rtsp gstreamer1.0-libav gir1.2-gst-rtsp-server-1.0 python3-gi
+  # tests, peers and benchmarks
+  libgtest-dev libgmock-dev libbenchmark-dev
+  ffmpeg sox espeak-ng pulseaudio pulseaudio-utils libasound2-plugins alsa-utils xvfb xauth
+)
+
+# Node.js and npm (for the object-storage peer) come from the machine image when present;
+# Debian's nodejs package conflicts with that npm, so it is installed only when node is missing.
+if ! command -v node >/dev/null 2>&1 || ! command -v npm >/dev/null 2>&1; then
+  PACKAGES+=(nodejs npm)
+fi
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "setup: all ${#PACKAGES[@]} packages present"
+  exit 0
+fi
+
+echo "setup: installing ${#missing[@]} packages: ${missing[*]}"
+SUDO=""
+[ "$(id -u)" -eq 0 ] || SUDO="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+echo "setup: done"

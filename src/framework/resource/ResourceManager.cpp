@@ -1,0 +1,179 @@
+#include "framework/resource/ResourceManager.h"
+
+#include "framework/base/FormatLog.h"
+#include "framework/base/Singleton.h"
+
+namespace ResourceManager {
+
+using Tal::Base::Error::ErrorCode;
+
+CDevice::CDevice(const DeviceInfo& info) : info_(info) {
+    loginParam_.SetVal_strLoginAddress(info.ipAddress);
+    loginParam_.SetVal_uLoginPort(static_cast<uint16_t>(info.port));
+    loginParam_.SetVal_strUserName(info.userName);
+    loginParam_.SetVal_strUserPwd(info.password);
+}
+
+CDevice::~CDevice() = default;
+
+int CDevice::GetID() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return info_.id;
+}
+
+std::string CDevice::GetName() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return info_.name;
+}
+
+int CDevice::GetDeviceType() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return info_.deviceType;
+}
+
+int CDevice::GetAccessProtocol() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return info_.accessProtocol;
+}
+
+std::string CDevice::GetIPAddress() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return info_.ipAddress;
+}
+
+uint16_t CDevice::GetPort() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return static_cast<uint16_t>(info_.port);
+}
+
+DeviceInfo CDevice::GetInfo() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return info_;
+}
+
+void CDevice::Update(const DeviceInfo& info) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    info_ = info;
+}
+
+void CDevice::SetIPModeLoginParam(const CLoginParam& param) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    loginParam_ = param;
+}
+
+CLoginParam CDevice::GetIPModeLoginParam() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return loginParam_;
+}
+
+bool CDevice::IsLogin() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return userId_ >= 0;
+}
+
+int CDevice::Login(ErrorCode& error) {
+    // The device network interface is not part of this build yet.
+    error = ErrorCode(Tal::Base::Error::kSubSystemClient, Tal::Base::Error::kModuleFramework,
+                      Tal::Base::Error::kCodeNotAvailable);
+    TAL_LOG(5, "ResourceManager", "[%s]Device login is not available in this build, device id: %d.[%s(%d)]",
+            GetID());
+    return -1;
+}
+
+void CDevice::Logout() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    userId_ = -1;
+}
+
+int CDevice::GetUserID() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return userId_;
+}
+
+CDeviceManager* CDeviceManager::Instance() { return Tal::Base::CSingleton<CDeviceManager>::Instance(); }
+
+std::shared_ptr<CDevice> CDeviceManager::FindDeviceByID(int id) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = devices_.find(id);
+    return it == devices_.end() ? nullptr : it->second;
+}
+
+std::shared_ptr<CDevice> CDeviceManager::AddOrUpdateDevice(const DeviceInfo& info) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = devices_.find(info.id);
+    if (it != devices_.end()) {
+        it->second->Update(info);
+        return it->second;
+    }
+    auto device = std::make_shared<CDevice>(info);
+    devices_.emplace(info.id, device);
+    return device;
+}
+
+void CDeviceManager::RemoveDevice(int id) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    devices_.erase(id);
+}
+
+std::vector<std::shared_ptr<CDevice>> CDeviceManager::GetAllDevices() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<std::shared_ptr<CDevice>> all;
+    all.reserve(devices_.size());
+    for (const auto& entry : devices_) {
+        all.push_back(entry.second);
+    }
+    return all;
+}
+
+void CDeviceManager::Clear() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    devices_.clear();
+}
+
+CElementManager* CElementManager::Instance() { return Tal::Base::CSingleton<CElementManager>::Instance(); }
+
+std::shared_ptr<CElement> CElementManager::FindOtherElementByID(int id) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = elements_.find(id);
+    return it == elements_.end() ? nullptr : it->second;
+}
+
+void CElementManager::AddOrUpdateElement(const ElementInfo& info) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    elements_[info.id] = std::make_shared<CElement>(info);
+}
+
+void CElementManager::RemoveElement(int id) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    elements_.erase(id);
+}
+
+std::vector<std::shared_ptr<CElement>> CElementManager::GetAllElements() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<std::shared_ptr<CElement>> all;
+    for (const auto& entry : elements_) {
+        all.push_back(entry.second);
+    }
+    return all;
+}
+
+void CElementManager::Clear() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    elements_.clear();
+}
+
+CDownloadResourceManager* CDownloadResourceManager::Instance() {
+    return Tal::Base::CSingleton<CDownloadResourceManager>::Instance();
+}
+
+bool CDownloadResourceManager::SynIncrementalDownloadLogicalResource(const CDownloadLogicalResource& request) {
+    // Fetching from the platform needs the REST client, which is not part of this build yet.
+    Tal::Base::Error::SetLastError(ErrorCode(Tal::Base::Error::kSubSystemClient, Tal::Base::Error::kModuleFramework,
+                                             Tal::Base::Error::kCodeNotAvailable));
+    TAL_LOG(5, "ResourceManager",
+            "[%s]Resource download from the platform is not available in this build, source type: %d.[%s(%d)]",
+            request.GetVal_source_type());
+    return false;
+}
+
+}  // namespace ResourceManager
