@@ -11,7 +11,7 @@ PACKAGES=(
   # framework libraries
   rapidjson-dev libcurl4-openssl-dev libssl-dev libspdlog-dev libcpp-httplib-dev
   # audio
-  portaudio19-dev libmp3lame-dev libmpg123-dev libsoxr-dev libspandsp-dev
+  portaudio19-dev libasound2-dev libjack-jackd2-dev libmp3lame-dev libmpg123-dev libsoxr-dev libspandsp-dev
   libavformat-dev libavcodec-dev libswresample-dev
   # streaming
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev
