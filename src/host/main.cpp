@@ -3,6 +3,9 @@
 
 #include <QApplication>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -75,6 +78,12 @@ int main(int argc, char** argv) {
         std::cerr << "bcast-host: unknown mode " << options.mode << "\n";
         PrintUsage(std::cerr);
         return 2;
+    }
+    // Qt wants a private runtime directory; make the one it would fall back to, without its warning.
+    if (std::getenv("XDG_RUNTIME_DIR") == nullptr) {
+        const std::string runtime = "/tmp/runtime-" + std::to_string(getuid());
+        mkdir(runtime.c_str(), 0700);
+        setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
     }
     // Command-line modes run without a display.
     if (options.mode != "gui" && std::getenv("QT_QPA_PLATFORM") == nullptr) {
