@@ -161,6 +161,19 @@ TEST_F(ControlTest, RequestLogAndOperationLogReadBackAndReset) {
             << "control calls are not logged";
     }
 
+    // Huge bodies are kept cut short.
+    const std::string huge(300 * 1024, 'x');
+    EXPECT_EQ(
+        Post(oplog, R"({"OperationLogList":[{"LogType":1,"OccurTime":1,"ElementName":")" + huge + R"("}]})")
+            .ErrorCode(),
+        0);
+    RestReply cut = Control("GET", "/requests?path=" + oplog);
+    const rapidjson::Value* cutList = cut.Node("/ResponseStatus/Data/Requests");
+    ASSERT_NE(cutList, nullptr);
+    const rapidjson::Value& lastEntry = (*cutList)[cutList->Size() - 1];
+    EXPECT_TRUE(lastEntry["BodyTruncated"].GetBool());
+    EXPECT_EQ(lastEntry["Body"].GetStringLength(), 256u * 1024u);
+
     ASSERT_EQ(Control("POST", "/reset").ErrorCode(), 0);
     EXPECT_EQ(Control("GET", "/oplog").Node("/ResponseStatus/Data/OperationLogList")->Size(), 0u);
     EXPECT_EQ(Control("GET", "/requests").Node("/ResponseStatus/Data/Requests")->Size(), 0u);

@@ -140,6 +140,10 @@ TEST(PlatformOptions, CommandLineReadsEveryFlagAndRefusesBadValues) {
     EXPECT_EQ(all.logLevel, 5);
     EXPECT_EQ(all.requestLogPath, "r.jsonl");
     EXPECT_EQ(all.workerThreads, 4u);
+    EXPECT_TRUE(all.control);
+    PlatformOptions quiet;
+    ASSERT_TRUE(ParseCommandLine({"--no-control"}, quiet, error)) << error;
+    EXPECT_FALSE(quiet.control);
 
     PlatformOptions any;
     ASSERT_TRUE(ParseCommandLine({"--listen", "[::1]:0"}, any, error)) << error;

@@ -52,6 +52,10 @@ bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& opt
             options.help = true;
             continue;
         }
+        if (flag == "--no-control") {
+            options.control = false;
+            continue;
+        }
         if (i + 1 >= args.size()) {
             error = flag.rfind("--", 0) == 0 ? "missing value after " + flag : "unexpected argument " + flag;
             return false;
@@ -106,7 +110,7 @@ bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& opt
 std::string UsageText() {
     return "usage: bcast-platform [--fixture FILE] [--listen ADDR:PORT] [--push-port N]\n"
            "                      [--tls-cert FILE --tls-key FILE] [--log-level N] [--request-log FILE]\n"
-           "                      [--threads N]\n"
+           "                      [--threads N] [--no-control]\n"
            "  --fixture FILE      the site to serve (default: fixtures/demo-site.json in the current "
            "directory,\n"
            "                      else in the source tree)\n"
@@ -115,7 +119,8 @@ std::string UsageText() {
            "  --tls-cert/--tls-key  serve https and wss with this PEM certificate chain and key\n"
            "  --log-level N       stderr log threshold, 1 trace .. 6 fatal (default 3)\n"
            "  --request-log FILE  also append every request as a JSON line to FILE\n"
-           "  --threads N         REST worker threads (default 16)\n";
+           "  --threads N         REST worker threads (default 16)\n"
+           "  --no-control        do not serve the /_control/ interface (faults, logs, reset)\n";
 }
 
 std::vector<std::string> DefaultFixtureCandidates() {

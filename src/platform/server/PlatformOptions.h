@@ -20,6 +20,7 @@ struct PlatformOptions {
     int logLevel = 3;  ///< log lines at or above this level go to stderr
     std::string requestLogPath;
     size_t workerThreads = 16;
+    bool control = true;  ///< serve the /_control/ interface
     bool help = false;
 
     /// The push port to bind.

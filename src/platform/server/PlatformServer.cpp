@@ -145,7 +145,9 @@ void CPlatformServer::RegisterRoutes() {
     AddRealtimeRoutes(api_, *context_);
     AddResourceRoutes(api_, *context_);
     AddOplogRoutes(api_, *context_);
-    AddControlRoutes(control_, *context_);
+    if (options_.control) {
+        AddControlRoutes(control_, *context_);
+    }
 }
 
 void CPlatformServer::Stop() {

@@ -8,7 +8,11 @@ std::string RequestLogEntryJson(const RequestLogEntry& e) {
     Json::CWriter w;
     w.BeginObject();
     w.Int("Sequence", e.sequence).Int("Time", e.timeMs).String("Method", e.method).String("Path", e.path);
-    w.String("Query", e.query).String("Body", e.body).Int("Status", e.status).String("UserName", e.userName);
+    w.String("Query", e.query)
+        .String("Body", e.body)
+        .Bool("BodyTruncated", e.bodyTruncated)
+        .Int("Status", e.status)
+        .String("UserName", e.userName);
     w.String("Remote", e.remote).String("Fault", e.fault);
     w.EndObject();
     return w.Text();
@@ -27,6 +31,10 @@ bool CRequestLog::OpenFile(const std::string& path, std::string& error) {
 void CRequestLog::Add(RequestLogEntry entry) {
     std::lock_guard<std::mutex> lock(mutex_);
     entry.sequence = nextSequence_++;
+    if (entry.body.size() > kMaxLoggedBody) {
+        entry.body.resize(kMaxLoggedBody);
+        entry.bodyTruncated = true;
+    }
     if (file_.is_open()) {
         file_ << RequestLogEntryJson(entry) << '\n';
         file_.flush();

@@ -17,7 +17,8 @@ struct RequestLogEntry {
     std::string method;
     std::string path;
     std::string query;
-    std::string body;
+    std::string body;  ///< at most kMaxLoggedBody bytes
+    bool bodyTruncated = false;
     int status = 0;        ///< HTTP status of the answer
     std::string userName;  ///< empty when no session was presented or it was refused
     std::string remote;
@@ -28,6 +29,8 @@ class CRequestLog {
 public:
     /// Oldest entries are dropped beyond this count.
     static constexpr size_t kMaxEntries = 20000;
+    /// Longer bodies are kept cut to this many bytes.
+    static constexpr size_t kMaxLoggedBody = 256 * 1024;
 
     /// Also writes every entry to `path` (appending). False when the file cannot be opened.
     bool OpenFile(const std::string& path, std::string& error);
