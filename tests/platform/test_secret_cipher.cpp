@@ -81,7 +81,8 @@ TEST(SecretPrimitives, HmacHkdfAesMatchPublishedVectors) {
                                                    cipher, plain));
     EXPECT_EQ(SecretPrimitives::ToHex(plain), "6bc1bee22e409f96e93d7e117393172a");
 
-    // GCM specification (McGrew and Viega), test cases 13 and 14: AES-256, zero key and nonce.
+    // McGrew and Viega, "The Galois/Counter Mode of Operation", test cases 13 and 14: AES-256, zero key
+    // and nonce.
     const std::string zeroKey(32, '\0');
     const std::string zeroNonce(12, '\0');
     std::string sealed;
