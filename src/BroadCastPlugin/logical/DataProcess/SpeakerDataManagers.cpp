@@ -1,33 +1,38 @@
 #include "BroadCastPlugin/logical/DataProcess/SpeakerDataManagers.h"
 
 #include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSession.h"
 #include "framework/base/Singleton.h"
+#include "framework/business/BusinessCommon.h"
 
 namespace BroadCastPlugin {
 
-namespace {
-// The platform's REST client is not part of this build: downloads fail and keep the cached data.
-void SetPlatformNotAvailable() {
-    Tal::Base::Error::SetLastError(ErrorCode(Tal::Base::Error::kSubSystemClient,
-                                             Tal::Base::Error::kModuleFramework,
-                                             Tal::Base::Error::kCodeNotAvailable));
-}
-}  // namespace
+// Every download asks the platform without holding the lock and replaces the cache only on success.
 
 CIPSpeakerConfigManager* CIPSpeakerConfigManager::Instance() {
     return Tal::Base::CSingleton<CIPSpeakerConfigManager>::Instance();
 }
 
 bool CIPSpeakerConfigManager::DownloadConfig() {
-    SetPlatformNotAvailable();
-    BCAST_LOG(5, "[%s]Download broadcast config failed.[%s(%d)]");
-    return false;
+    BroadcastBaseConfig config;
+    if (!CBroadcastSession::GetBaseConfig(config)) {
+        BCAST_LOG(5, "[%s]Download broadcast config failed.[%s(%d)]");
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    config_ = config;
+    return true;
 }
 
 bool CIPSpeakerConfigManager::DownloadTTSLanguages() {
-    SetPlatformNotAvailable();
-    BCAST_LOG(5, "[%s]Download broadcast config failed.[%s(%d)]");
-    return false;
+    TTSLanguageInfo languages;
+    if (!CBroadcastSession::GetBroadCastTTSLanuage(BusinessCommon::GetLanguage(), languages)) {
+        BCAST_LOG(5, "[%s]Download broadcast config failed.[%s(%d)]");
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    languages_ = languages;
+    return true;
 }
 
 BroadcastBaseConfig CIPSpeakerConfigManager::GetConfig() const {
@@ -51,9 +56,14 @@ CIPSpeakerPartitionManager* CIPSpeakerPartitionManager::Instance() {
 }
 
 bool CIPSpeakerPartitionManager::DownloadAllPartitions() {
-    SetPlatformNotAvailable();
-    BCAST_LOG(5, "[%s]Get broadcast partition list failed.[%s(%d)]");
-    return false;
+    std::vector<BroadcastPartition> partitions;
+    if (!CBroadcastSession::GetBroadcastPartitionList(partitions)) {
+        BCAST_LOG(5, "[%s]Get broadcast partition list failed.[%s(%d)]");
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    partitions_ = std::move(partitions);
+    return true;
 }
 
 std::vector<BroadcastPartition> CIPSpeakerPartitionManager::GetPartitions() const {
@@ -71,9 +81,14 @@ CIPSpeakerTerminalManager* CIPSpeakerTerminalManager::Instance() {
 }
 
 bool CIPSpeakerTerminalManager::DownloadAllTerminals() {
-    SetPlatformNotAvailable();
-    BCAST_LOG(5, "[%s]Get broadcast terminal list failed.[%s(%d)]");
-    return false;
+    std::vector<BroadcastTerminal> terminals;
+    if (!CBroadcastSession::GetAllBroadcastTerminalList(terminals)) {
+        BCAST_LOG(5, "[%s]Get broadcast terminal list failed.[%s(%d)]");
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    terminals_ = std::move(terminals);
+    return true;
 }
 
 std::vector<BroadcastTerminal> CIPSpeakerTerminalManager::GetTerminals() const {

@@ -1,6 +1,7 @@
 #include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"
 
 #include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSession.h"
 #include "framework/base/Singleton.h"
 
 namespace BroadCastPlugin {
@@ -21,16 +22,47 @@ CMediaFileManager* CMediaFileManager::Instance() {
 }
 
 bool CMediaFileManager::DownloadAllMediaDirectorys() {
-    return StorageNotAvailable("Media directory download");
+    std::vector<MediaDirectory> directories;
+    if (!CBroadcastSession::GetMediaDirectorys(-1, directories)) {
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    directories_ = std::move(directories);
+    return true;
 }
 
 bool CMediaFileManager::DownloadAllMediaFiles() {
-    return StorageNotAvailable("Media file list download");
+    std::vector<MediaFile> files;
+    return SearchMediaFiles(std::string(), files);
 }
 
-bool CMediaFileManager::SearchMediaFiles(const std::string& /*filter*/, std::vector<MediaFile>& files) {
+bool CMediaFileManager::SearchMediaFiles(const std::string& filter, std::vector<MediaFile>& files) {
     files.clear();
-    return StorageNotAvailable("Media file search");
+    // Directory -1: every directory.
+    if (!CBroadcastSession::GetMediaFiles(-1, filter, files)) {
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const MediaFile& file : files) {
+        if (file.ID != -1) {
+            files_[file.ID] = file;
+        }
+    }
+    return true;
+}
+
+std::vector<MediaDirectory> CMediaFileManager::GetMediaDirectories() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return directories_;
+}
+
+std::vector<MediaFile> CMediaFileManager::GetMediaFiles() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<MediaFile> all;
+    for (const auto& entry : files_) {
+        all.push_back(entry.second);
+    }
+    return all;
 }
 
 bool CMediaFileManager::DownloadMediaFileToLocal(std::string& localPath, int32_t /*fileID*/) {
@@ -69,6 +101,7 @@ bool CMediaFileManager::GetMediaFile(int32_t fileID, MediaFile& file) const {
 void CMediaFileManager::ClearCache() {
     std::lock_guard<std::mutex> lock(mutex_);
     files_.clear();
+    directories_.clear();
 }
 
 }  // namespace BroadCastPlugin

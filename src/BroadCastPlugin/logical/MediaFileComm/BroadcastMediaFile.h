@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "BroadCastPlugin/common/BroadcastTypes.h"
+#include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSessionTypes.h"
 
 namespace BroadCastPlugin {
 
@@ -15,10 +16,14 @@ class CMediaFileManager {
 public:
     static CMediaFileManager* Instance();
 
+    /// Fetches the whole directory tree; a failure keeps the previous one.
     bool DownloadAllMediaDirectorys();
+    /// Fetches every media file record into the cache.
     bool DownloadAllMediaFiles();
-    /// Media files whose name contains the filter text.
+    /// Media files whose name matches the filter text, as the platform searches them; found records are cached.
     bool SearchMediaFiles(const std::string& filter, std::vector<MediaFile>& files);
+    std::vector<MediaDirectory> GetMediaDirectories() const;
+    std::vector<MediaFile> GetMediaFiles() const;
     bool DownloadMediaFileToLocal(std::string& localPath, int32_t fileID);
     bool UploadRecordFile(const RecordTaskParam& param);
     bool UpdateMediaRecord(const RecordTaskParam& param);
@@ -32,6 +37,7 @@ public:
 private:
     mutable std::mutex mutex_;
     std::map<int32_t, MediaFile> files_;
+    std::vector<MediaDirectory> directories_;
 };
 
 }  // namespace BroadCastPlugin
