@@ -1,0 +1,43 @@
+#include "framework/media/audiocom/PaStreamHandle.h"
+
+#include <mutex>
+
+#include "framework/media/audiocom/PortAudioSession.h"
+
+namespace Tal {
+namespace AudioCom {
+
+void PaStreamCloser::operator()(PaStream* stream) const {
+    if (Pa_IsStreamStopped(stream) == 0) {
+        Pa_AbortStream(stream);
+    }
+    std::lock_guard<std::mutex> lock(PortAudioLock());
+    Pa_CloseStream(stream);
+}
+
+PaStreamPtr OpenMonoStream(bool capture, int device, int rate, PaStreamCallback* callback, void* user,
+                           PaError* error) {
+    std::lock_guard<std::mutex> lock(PortAudioLock());
+    const PaDeviceInfo* info = Pa_GetDeviceInfo(device);
+    if (info == nullptr) {
+        *error = paInvalidDevice;
+        return nullptr;
+    }
+    PaStreamParameters parameters{};
+    parameters.device = device;
+    parameters.channelCount = 1;
+    parameters.sampleFormat = paInt16;
+    // The high latency of the device: a sound server between us and the card needs the margin.
+    parameters.suggestedLatency = capture ? info->defaultHighInputLatency : info->defaultHighOutputLatency;
+    PaStream* stream = nullptr;
+    // 20 ms per callback.
+    *error = Pa_OpenStream(&stream, capture ? &parameters : nullptr, capture ? nullptr : &parameters, rate,
+                           static_cast<unsigned long>(rate / 50), paClipOff, callback, user);
+    if (*error != paNoError) {
+        return nullptr;
+    }
+    return PaStreamPtr(stream);
+}
+
+}  // namespace AudioCom
+}  // namespace Tal

@@ -1,0 +1,97 @@
+#include "framework/media/audiocom/PortAudioSession.h"
+
+#include <alsa/asoundlib.h>
+#include <portaudio.h>
+
+#include <cstring>
+
+namespace Tal {
+namespace AudioCom {
+
+namespace {
+
+// ALSA prints every failed probe of a configured device on stderr while PortAudio enumerates;
+// failures are reported through PortAudio's results instead.
+void SilentAlsaError(const char* /*file*/, int /*line*/, const char* /*function*/, int /*err*/,
+                     const char* /*fmt*/, ...) {}
+
+void SilenceAlsaOnce() {
+    static std::once_flag once;
+    std::call_once(once, [] { snd_lib_error_set_handler(&SilentAlsaError); });
+}
+
+void CopyName(char* target, std::size_t capacity, const char* source) {
+    std::strncpy(target, source != nullptr ? source : "", capacity - 1);
+    target[capacity - 1] = '\0';
+}
+
+}  // namespace
+
+std::mutex& PortAudioLock() {
+    static std::mutex lock;
+    return lock;
+}
+
+CPortAudioSession::CPortAudioSession() {
+    SilenceAlsaOnce();
+    std::lock_guard<std::mutex> lock(PortAudioLock());
+    error_ = Pa_Initialize();
+}
+
+CPortAudioSession::~CPortAudioSession() {
+    if (error_ == paNoError) {
+        std::lock_guard<std::mutex> lock(PortAudioLock());
+        Pa_Terminate();
+    }
+}
+
+std::string CPortAudioSession::ErrorText() const {
+    return Pa_GetErrorText(error_);
+}
+
+std::vector<DeviceEntry> ListDevices(DeviceDirection direction) {
+    std::vector<DeviceEntry> devices;
+    std::lock_guard<std::mutex> lock(PortAudioLock());
+    int count = Pa_GetDeviceCount();
+    PaDeviceIndex defaultDevice =
+        direction == DeviceDirection::kCapture ? Pa_GetDefaultInputDevice() : Pa_GetDefaultOutputDevice();
+    for (int i = 0; i < count; ++i) {
+        const PaDeviceInfo* device = Pa_GetDeviceInfo(i);
+        if (device == nullptr) {
+            continue;
+        }
+        int channels =
+            direction == DeviceDirection::kCapture ? device->maxInputChannels : device->maxOutputChannels;
+        if (channels <= 0) {
+            continue;
+        }
+        DeviceEntry entry;
+        entry.portAudioIndex = i;
+        CopyName(entry.info.deviceName, sizeof(entry.info.deviceName), device->name);
+        const PaHostApiInfo* hostApi = Pa_GetHostApiInfo(device->hostApi);
+        CopyName(entry.info.hostApiName, sizeof(entry.info.hostApiName),
+                 hostApi != nullptr ? hostApi->name : "");
+        entry.info.index = static_cast<uint32_t>(devices.size());
+        entry.info.maxInputChannels = static_cast<uint32_t>(device->maxInputChannels);
+        entry.info.maxOutputChannels = static_cast<uint32_t>(device->maxOutputChannels);
+        entry.info.defaultSampleRate = static_cast<uint32_t>(device->defaultSampleRate);
+        entry.info.isDefault = i == defaultDevice ? 1 : 0;
+        devices.push_back(entry);
+    }
+    return devices;
+}
+
+bool FindDevice(DeviceDirection direction, const std::string& name, DeviceEntry* entry) {
+    for (const DeviceEntry& device : ListDevices(direction)) {
+        if (name == device.info.deviceName) {
+            if (entry != nullptr) {
+                *entry = device;
+            }
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace AudioCom
+}  // namespace Tal
