@@ -22,7 +22,7 @@ constexpr int kAlawMax = 4095;  // largest 13-bit magnitude A-law represents
 }  // namespace
 
 uint8_t LinearToUlaw(int16_t sample) {
-    int value = sample >> 2;  // 14-bit two's complement
+    int value = (sample + 2) >> 2;  // to 14 bits, rounded to nearest
     int sign = 0x80;
     if (value < 0) {
         value = -value;
@@ -48,7 +48,7 @@ int16_t UlawToLinear(uint8_t code) {
 }
 
 uint8_t LinearToAlaw(int16_t sample) {
-    int value = sample >> 3;  // 13-bit two's complement
+    int value = (sample + 4) >> 3;  // to 13 bits, rounded to nearest
     int sign = 0x80;
     if (value < 0) {
         value = -value - 1;  // A-law is symmetric around -1/2: -1 maps to the smallest negative level

@@ -1,6 +1,7 @@
 #pragma once
-// ITU-T G.711 companding: µ-law on the 14 most significant bits, A-law on the 13 most significant bits
-// of 16-bit linear PCM, one byte per sample.
+// ITU-T G.711 companding of 16-bit linear PCM, one byte per sample. The sample is first rounded to the
+// 14 bits (µ-law) or 13 bits (A-law) the law is defined on, as sox does; G.191's reference code truncates
+// instead, which moves each decision level by half a step of the reduced sample.
 
 #include <cstdint>
 
