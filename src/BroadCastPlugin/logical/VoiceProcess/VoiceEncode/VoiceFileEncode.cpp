@@ -221,14 +221,9 @@ bool CVoiceFileEncode::EncodeG711FromWAV(const std::string& path) {
     }
     const uint32_t inputBytes = static_cast<uint32_t>(encoder.FrameSamples()) * 2;  // 640
 
-    std::string current = path;
-    const std::string single = TempFilePath(kSingleFile);
-    const std::string resampled = TempFilePath(kResampleFile);
-    if (Convert2SingleChannel(current, single)) {
-        current = single;
-    }
-    if (ReSample(kG711Rate, current, resampled)) {
-        current = resampled;
+    const std::string current = PrepareWav(path, kG711Rate);
+    if (current.empty()) {
+        return false;
     }
 
     CScopedFile file(current, FS::kOpenRead);
@@ -279,14 +274,9 @@ bool CVoiceFileEncode::EncodeMP3FromWAV(const std::string& path) {
         return false;
     }
 
-    std::string current = path;
-    const std::string single = TempFilePath(kSingleFile);
-    const std::string resampled = TempFilePath(kResampleFile);
-    if (Convert2SingleChannel(current, single)) {
-        current = single;
-    }
-    if (ReSample(kMp3Rate, current, resampled)) {
-        current = resampled;
+    const std::string current = PrepareWav(path, kMp3Rate);
+    if (current.empty()) {
+        return false;
     }
     TAL_LOG(5, "Broadcast", "[%s]RESAMPLE_FILE_out_file_name. file name: [%s][%s(%d)]", current.c_str());
 
@@ -362,6 +352,36 @@ bool CVoiceFileEncode::EncodeMP3FromWAV(const std::string& path) {
         }
     }
     return true;
+}
+
+std::string CVoiceFileEncode::PrepareWav(const std::string& path, int rate) {
+    std::string current = path;
+    const std::string single = TempFilePath(kSingleFile);
+    const std::string resampled = TempFilePath(kResampleFile);
+    StepResult mono = ConvertToMono(current, single);
+    if (mono == StepResult::kProduced) {
+        current = single;
+    }
+    StepResult resample =
+        mono == StepResult::kFailed ? StepResult::kFailed : ResampleTo(rate, current, resampled);
+    if (resample == StepResult::kProduced) {
+        current = resampled;
+    }
+    if (resample == StepResult::kFailed) {
+        // Going on with the unconverted file would broadcast it at the wrong rate or channel layout.
+        TAL_LOG(5, "Broadcast", "[%s]Prepare wav file failed, stop encoding. file name: [%s][%s(%d)]",
+                path.c_str());
+        return std::string();
+    }
+    return current;
+}
+
+bool CVoiceFileEncode::Convert2SingleChannel(const std::string& inPath, const std::string& outPath) {
+    return ConvertToMono(inPath, outPath) == StepResult::kProduced;
+}
+
+bool CVoiceFileEncode::ReSample(int rate, const std::string& inPath, const std::string& outPath) {
+    return ResampleTo(rate, inPath, outPath) == StepResult::kProduced;
 }
 
 bool CVoiceFileEncode::DecodeMP3ToTempWav(const std::string& path, std::string* wavPath) {
@@ -536,33 +556,34 @@ bool CVoiceFileEncode::EncodeWavFromMP3(const std::string& mp3Path, const std::s
     return true;
 }
 
-bool CVoiceFileEncode::Convert2SingleChannel(const std::string& inPath, const std::string& outPath) {
+CVoiceFileEncode::StepResult CVoiceFileEncode::ConvertToMono(const std::string& inPath,
+                                                             const std::string& outPath) {
     CScopedFile in(inPath, FS::kOpenRead);
     if (!in.IsOpen()) {
         TAL_LOG(5, "Broadcast", "[%s]Read audio file failed. file name: [%s][%s(%d)]", inPath.c_str());
-        return false;
+        return StepResult::kKeepInput;
     }
     WavHeader header;
     if (!ReadWavHeader(in.Get(), &header)) {
         TAL_LOG(5, "Broadcast", "[%s]read wav file header failed. file name: [%s][%s(%d)]", inPath.c_str());
-        return false;
+        return StepResult::kKeepInput;
     }
     const int channels = header.Channels();
     if (channels < 2) {
         TAL_LOG(3, "Broadcast",
                 "[%s]File is single source, do not need to convert. file: %s, file channel num: %d[%s(%d)]",
                 inPath.c_str(), channels);
-        return false;
+        return StepResult::kKeepInput;
     }
     if (channels > kMaxChannels) {
         TAL_LOG(5, "Broadcast", "[%s]File channel num %d is not supported. file: %s[%s(%d)]", channels,
                 inPath.c_str());
-        return false;
+        return StepResult::kFailed;
     }
     CScopedFile out(outPath, FS::kOpenWrite);
     if (!out.IsOpen() || !WriteHeaderGap(out.Get())) {
         TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
-        return false;
+        return StepResult::kFailed;
     }
     COutputFileGuard output(outPath);
 
@@ -573,7 +594,7 @@ bool CVoiceFileEncode::Convert2SingleChannel(const std::string& inPath, const st
         uint32_t read = 0;
         if (!FS::ReadFile(in.Get(), input.data(), inputBytes, &read)) {
             TAL_LOG(5, "Broadcast", "[%s]Read file failed. file name: %s[%s(%d)]", inPath.c_str());
-            return false;
+            return StepResult::kFailed;
         }
         // Whole sample frames only; the first channel's sample of each is kept.
         const uint32_t frames = read / (static_cast<uint32_t>(channels) * 2);
@@ -583,7 +604,7 @@ bool CVoiceFileEncode::Convert2SingleChannel(const std::string& inPath, const st
         }
         if (!FS::WriteFile(out.Get(), mono.data(), frames * 2)) {
             TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
-            return false;
+            return StepResult::kFailed;
         }
         if (frames * 2 < kSingleChunkBytes) {
             TAL_LOG(3, "Broadcast", "[%s]Has already read file finish.[%s(%d)]");
@@ -592,7 +613,7 @@ bool CVoiceFileEncode::Convert2SingleChannel(const std::string& inPath, const st
         if (stopFlag_.load()) {
             // Cut short: the output is not the whole file and is not used.
             TAL_LOG(3, "Broadcast", "[%s]Has stop convert to single file.[%s(%d)]");
-            return false;
+            return StepResult::kKeepInput;
         }
     }
     // The input's header with one channel; byte rate, block align and sizes stay as they were.
@@ -600,42 +621,43 @@ bool CVoiceFileEncode::Convert2SingleChannel(const std::string& inPath, const st
     if (!FS::FileSeek(out.Get(), 0, FS::kSeekBegin) ||
         !FS::WriteFile(out.Get(), header.bytes, WavHeader::kSize)) {
         TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
-        return false;
+        return StepResult::kFailed;
     }
     output.Keep();
     TAL_LOG(3, "Broadcast",
             "[%s]Convert file to single channel succ. src file: %s, dst file: %s, channel num: %d[%s(%d)]",
             inPath.c_str(), outPath.c_str(), channels);
-    return true;
+    return StepResult::kProduced;
 }
 
-bool CVoiceFileEncode::ReSample(int rate, const std::string& inPath, const std::string& outPath) {
+CVoiceFileEncode::StepResult CVoiceFileEncode::ResampleTo(int rate, const std::string& inPath,
+                                                          const std::string& outPath) {
     CScopedFile in(inPath, FS::kOpenRead);
     if (!in.IsOpen()) {
         TAL_LOG(5, "Broadcast", "[%s]infile open error. file path: %s[%s(%d)]", inPath.c_str());
-        return false;
+        return StepResult::kKeepInput;
     }
     WavHeader header;
     if (!ReadWavHeader(in.Get(), &header)) {
         TAL_LOG(5, "Broadcast", "[%s]read wav file header failed. file name: [%s][%s(%d)]", inPath.c_str());
-        return false;
+        return StepResult::kKeepInput;
     }
     const uint32_t sourceRate = header.SampleRate();
     if (sourceRate == static_cast<uint32_t>(rate)) {
         TAL_LOG(3, "Broadcast", "[%s]File is src_rate == des_rate, do not need to convert. file: %s[%s(%d)]",
                 inPath.c_str());
-        return false;
+        return StepResult::kKeepInput;
     }
     if (header.BitsPerSample() != 16) {
         TAL_LOG(5, "Broadcast",
                 "[%s]Resample file[%s] is not 16short type, resample dll cannot support this type.[%s(%d)]",
                 inPath.c_str());
-        return false;
+        return StepResult::kKeepInput;
     }
     CScopedFile out(outPath, FS::kOpenWrite);
     if (!out.IsOpen() || !WriteHeaderGap(out.Get())) {
         TAL_LOG(5, "Broadcast", "[%s]outfile open error. file path: %s[%s(%d)]", outPath.c_str());
-        return false;
+        return StepResult::kFailed;
     }
     COutputFileGuard output(outPath);
     // Mono, 16 bits, half a second of input per block.
@@ -646,11 +668,11 @@ bool CVoiceFileEncode::ReSample(int rate, const std::string& inPath, const std::
                      : resampler.Open(static_cast<int>(sourceRate), rate, 1);
     if (result == MC::kCodecInvalidParam) {
         TAL_LOG(5, "Broadcast", "[%s]ERROR: get mem size!:%x \n[%s(%d)]", result);
-        return false;
+        return StepResult::kFailed;
     }
     if (result != MC::kCodecOk) {
         TAL_LOG(5, "Broadcast", "[%s]ERROR: create!:%x \n[%s(%d)]", result);
-        return false;
+        return StepResult::kFailed;
     }
     std::vector<uint8_t> input(frameSamples * 2);
     std::vector<int16_t> samples(frameSamples);
@@ -659,7 +681,7 @@ bool CVoiceFileEncode::ReSample(int rate, const std::string& inPath, const std::
     for (;;) {
         if (stopFlag_.load()) {
             TAL_LOG(5, "Broadcast", "[%s]stop encode for outside ...[%s(%d)]");
-            return false;
+            return StepResult::kKeepInput;
         }
         uint32_t read = 0;
         // At least frameSamples bytes, half a block: the count of samples is compared with bytes, so a
@@ -675,7 +697,7 @@ bool CVoiceFileEncode::ReSample(int rate, const std::string& inPath, const std::
             TAL_LOG(5, "Broadcast", "[%s]frame %d %u %d: need more data\n[%s(%d)]", frame, read, result);
         } else if (!WriteSamples(out.Get(), converted.data(), converted.size())) {
             TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
-            return false;
+            return StepResult::kFailed;
         }
         ++frame;
     }
@@ -684,17 +706,17 @@ bool CVoiceFileEncode::ReSample(int rate, const std::string& inPath, const std::
     if (resampler.Flush(&converted) == MC::kCodecOk &&
         !WriteSamples(out.Get(), converted.data(), converted.size())) {
         TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
-        return false;
+        return StepResult::kFailed;
     }
     // The input's header with the new rate; the other fields stay as they were.
     header.SetSampleRate(static_cast<uint32_t>(rate));
     if (!FS::FileSeek(out.Get(), 0, FS::kSeekBegin) ||
         !FS::WriteFile(out.Get(), header.bytes, WavHeader::kSize)) {
         TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
-        return false;
+        return StepResult::kFailed;
     }
     output.Keep();
-    return true;
+    return StepResult::kProduced;
 }
 
 }  // namespace BroadCastPlugin

@@ -53,6 +53,14 @@ public:
     static void DeleteTempFiles();
 
 private:
+    /// Outcome of a preparation step: its output is used, the input is kept (not needed, not possible,
+    /// or stopped), or it failed part-way and nothing sound can be broadcast.
+    enum class StepResult { kProduced, kKeepInput, kFailed };
+    StepResult ConvertToMono(const std::string& inPath, const std::string& outPath);
+    StepResult ResampleTo(int rate, const std::string& inPath, const std::string& outPath);
+    /// Mono conversion and resampling to `rate`; the file to encode, empty when a step failed.
+    std::string PrepareWav(const std::string& path, int rate);
+
     void ReportState(EncodeState state);
     void EmitFrame(const uint8_t* data, std::size_t size);
     /// The first two steps of the MP3 paths: strip the tags, decode to the intermediate WAV file.
