@@ -3,6 +3,8 @@
 // that what is played into the sink is what a microphone captures. The server lives in its own
 // directory and socket; this process's PulseAudio clients and ALSA (default device -> pulse) are
 // pointed at it. Start is bounded in time; the server is stopped and its directory removed on Stop.
+// While it runs, silence is played into the sink at low latency: an idle null sink renders in blocks
+// of up to two seconds, and a recorder stopped in between would miss the last of them.
 
 #include <memory>
 #include <string>
@@ -48,6 +50,7 @@ private:
 
     CTempDir dir_;
     CBackgroundProcess server_;
+    CBackgroundProcess keepAlive_;
 };
 
 }  // namespace BcastTest

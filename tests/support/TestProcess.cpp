@@ -3,7 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -61,31 +61,30 @@ int StatusToCode(int status) {
     return -1;
 }
 
-// Spawns in its own process group so that a stop reaches the program's children too.
+// Starts in its own process group so that a stop reaches the program's children too, and with a
+// parent-death signal so that nothing outlives a test process that crashed.
 pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, int outputFd) {
     std::vector<std::string> args = argv;
     std::vector<std::string> environment = MergedEnvironment(env);
     std::vector<char*> argp = Pointers(args);
     std::vector<char*> envp = Pointers(environment);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    if (outputFd >= 0) {
-        posix_spawn_file_actions_adddup2(&actions, outputFd, STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, outputFd, STDERR_FILENO);
-    } else {
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    const pid_t parent = ::getpid();
+    pid_t pid = ::fork();
+    if (pid != 0) {
+        return pid;  // the child's pid, or -1
     }
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
-    posix_spawnattr_setpgroup(&attributes, 0);
-    pid_t pid = -1;
-    int error = posix_spawnp(&pid, argp[0], &actions, &attributes, argp.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
-    return error == 0 ? pid : -1;
+    // Child: only async-signal-safe calls until exec.
+    ::setpgid(0, 0);
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != parent) {
+        ::_exit(127);
+    }
+    int devNull = ::open("/dev/null", O_RDWR);
+    ::dup2(devNull, STDIN_FILENO);
+    ::dup2(outputFd >= 0 ? outputFd : devNull, STDOUT_FILENO);
+    ::dup2(outputFd >= 0 ? outputFd : devNull, STDERR_FILENO);
+    ::execvpe(argp[0], argp.data(), envp.data());
+    ::_exit(127);
 }
 
 }  // namespace
@@ -93,8 +92,12 @@ pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>
 ProcessResult RunProcess(const std::vector<std::string>& argv, int timeoutMs,
                          const std::vector<std::string>& env) {
     ProcessResult result;
+    if (argv.empty() || !HasProgram(argv[0])) {
+        result.output = (argv.empty() ? std::string("nothing") : argv[0]) + " not found on PATH";
+        return result;
+    }
     int pipeFds[2];
-    if (argv.empty() || ::pipe2(pipeFds, O_CLOEXEC) != 0) {
+    if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
         return result;
     }
     pid_t pid = Spawn(argv, env, pipeFds[1]);

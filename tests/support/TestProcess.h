@@ -16,7 +16,7 @@ struct ProcessResult {
 };
 
 /// Runs `argv` (argv[0] looked up on PATH) and waits at most `timeoutMs`; `env` entries ("NAME=value")
-/// are added to the current environment of the child.
+/// are added to the current environment of the child. A program that cannot be run exits with 127.
 ProcessResult RunProcess(const std::vector<std::string>& argv, int timeoutMs,
                          const std::vector<std::string>& env = {});
 
@@ -24,6 +24,7 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, int timeoutMs,
 bool HasProgram(const std::string& program);
 
 /// A program left running in the background until Stop or destruction (SIGTERM, then SIGKILL).
+/// It is killed when the thread that started it ends: start it from a thread that outlives it.
 class CBackgroundProcess {
 public:
     CBackgroundProcess() = default;

@@ -1,5 +1,6 @@
 #include "tool/voice/AudioDuration.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <vector>
@@ -19,6 +20,17 @@ namespace {
 // MP3 files past this size are not walked frame by frame.
 constexpr int64_t kMaxWalkBytes = 512ll * 1024 * 1024;
 
+// A leading frame that carries a Xing or Info tag (encoder information) and no sound.
+bool IsInfoFrame(const uint8_t* frame, std::size_t size) {
+    const std::size_t end = std::min<std::size_t>(size, 64);
+    for (std::size_t i = 4; i + 4 <= end; ++i) {
+        if (std::memcmp(frame + i, "Xing", 4) == 0 || std::memcmp(frame + i, "Info", 4) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void WalkMp3Frames(int file, int64_t begin, int64_t end, AudioFileFacts* facts) {
     if (end <= begin || end - begin > kMaxWalkBytes || !FS::FileSeek(file, begin, FS::kSeekBegin)) {
         return;
@@ -30,14 +42,18 @@ void WalkMp3Frames(int file, int64_t begin, int64_t end, AudioFileFacts* facts) 
     }
     double seconds = 0.0;
     std::size_t pos = 0;
+    bool first = true;
     while (pos + 4 <= read) {
         Tal::MediaCodec::Mp3FrameInfo info;
         if (!Tal::MediaCodec::ParseMp3FrameHeader(data.data() + pos, read - pos, &info)) {
             ++pos;  // junk between frames: look for the next sync
             continue;
         }
-        seconds += static_cast<double>(info.samplesPerFrame) / info.sampleRate;
-        ++facts->mp3Frames;
+        if (!(first && IsInfoFrame(data.data() + pos, std::min<std::size_t>(info.frameBytes, read - pos)))) {
+            seconds += static_cast<double>(info.samplesPerFrame) / info.sampleRate;
+            ++facts->mp3Frames;
+        }
+        first = false;
         pos += info.frameBytes;
     }
     if (facts->mp3Frames > 0) {

@@ -118,7 +118,8 @@ private:
     std::string path_;
 };
 
-// Frame count and a progress bar on stderr, redrawn at most five times a second.
+// Frame count and progress on stderr for long files: a bar redrawn at most five times a second on a
+// terminal, a line per tenth otherwise.
 class CProgress {
 public:
     CProgress(double totalSeconds, double frameSeconds)
@@ -126,39 +127,48 @@ public:
 
     void Frame() {
         ++frames_;
-        // Short files finish before a bar is worth drawing.
-        if (total_ < 10.0) {
+        if (total_ < kLongFileSeconds) {
             return;
         }
+        int tenth = static_cast<int>(Fraction() * 10);
         auto now = std::chrono::steady_clock::now();
-        if (now - last_ < std::chrono::milliseconds(200)) {
-            return;
+        if (tty_ ? now - last_ >= std::chrono::milliseconds(200) : tenth > lastTenth_) {
+            last_ = now;
+            lastTenth_ = tenth;
+            Draw();
         }
-        last_ = now;
-        double fraction = std::min(1.0, frames_ * frame_ / total_);
-        int filled = static_cast<int>(fraction * 40);
-        if (tty_) {
-            std::fprintf(stderr, "\r[%-40.*s] %3d%%  %lld frames", filled,
-                         "########################################", static_cast<int>(fraction * 100),
-                         static_cast<long long>(frames_));
-        } else if (static_cast<int>(fraction * 10) > lastTenth_) {
-            lastTenth_ = static_cast<int>(fraction * 10);
-            std::fprintf(stderr, "%3d%%  %lld frames\n", lastTenth_ * 10, static_cast<long long>(frames_));
-        }
-        drawn_ = true;
     }
     void Finish() {
-        if (drawn_ && tty_) {
+        if (total_ < kLongFileSeconds) {
+            return;
+        }
+        lastTenth_ = 10;
+        Draw();
+        if (tty_) {
             std::fprintf(stderr, "\n");
         }
     }
     long long Frames() const { return frames_; }
 
 private:
+    static constexpr double kLongFileSeconds = 10.0;
+
+    double Fraction() const { return std::min(1.0, frames_ * frame_ / total_); }
+    void Draw() const {
+        double fraction = lastTenth_ == 10 ? 1.0 : Fraction();
+        int percent = static_cast<int>(fraction * 100);
+        if (tty_) {
+            int filled = static_cast<int>(fraction * 40);
+            std::fprintf(stderr, "\r[%-40.*s] %3d%%  %lld frames", filled,
+                         "########################################", percent, frames_);
+        } else {
+            std::fprintf(stderr, "%3d%%  %lld frames\n", percent, frames_);
+        }
+    }
+
     double total_;
     double frame_;
     bool tty_;
-    bool drawn_ = false;
     int lastTenth_ = 0;
     long long frames_ = 0;
     std::chrono::steady_clock::time_point last_{};

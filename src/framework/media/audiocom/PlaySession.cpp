@@ -170,8 +170,10 @@ int CPlaySession::OnAudio(const void* /*input*/, void* output, unsigned long fra
     {
         std::lock_guard<std::mutex> lock(self->fifoMutex_);
         copied = std::min<std::size_t>(frames, self->fifo_.size() - self->fifoRead_);
-        std::memcpy(out, self->fifo_.data() + self->fifoRead_, copied * sizeof(int16_t));
-        self->fifoRead_ += copied;
+        if (copied > 0) {
+            std::memcpy(out, self->fifo_.data() + self->fifoRead_, copied * sizeof(int16_t));
+            self->fifoRead_ += copied;
+        }
     }
     // Nothing received in time: play silence rather than stop.
     std::memset(out + copied, 0, (frames - copied) * sizeof(int16_t));

@@ -1,6 +1,7 @@
 #include "framework/media/audiocom/PortAudioSession.h"
 
 #include <alsa/asoundlib.h>
+#include <dlfcn.h>
 #include <portaudio.h>
 
 #include <cstring>
@@ -15,9 +16,26 @@ namespace {
 void SilentAlsaError(const char* /*file*/, int /*line*/, const char* /*function*/, int /*err*/,
                      const char* /*fmt*/, ...) {}
 
-void SilenceAlsaOnce() {
+void SilentJackMessage(const char* /*message*/) {}
+
+// PortAudio's JACK back end tries to reach a JACK server on every initialisation and libjack prints
+// each failure; PortAudio installs its own handler only once connected. libjack comes in with
+// PortAudio, so its setters are looked up rather than linked.
+void SilenceJack() {
+    using SetHandler = void (*)(void (*)(const char*));
+    for (const char* name : {"jack_set_error_function", "jack_set_info_function"}) {
+        if (auto set = reinterpret_cast<SetHandler>(dlsym(RTLD_DEFAULT, name))) {
+            set(&SilentJackMessage);
+        }
+    }
+}
+
+void SilenceProbesOnce() {
     static std::once_flag once;
-    std::call_once(once, [] { snd_lib_error_set_handler(&SilentAlsaError); });
+    std::call_once(once, [] {
+        snd_lib_error_set_handler(&SilentAlsaError);
+        SilenceJack();
+    });
 }
 
 void CopyName(char* target, std::size_t capacity, const char* source) {
@@ -33,7 +51,7 @@ std::mutex& PortAudioLock() {
 }
 
 CPortAudioSession::CPortAudioSession() {
-    SilenceAlsaOnce();
+    SilenceProbesOnce();
     std::lock_guard<std::mutex> lock(PortAudioLock());
     error_ = Pa_Initialize();
 }
