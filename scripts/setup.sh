@@ -11,7 +11,7 @@ PACKAGES=(
   # framework libraries
   rapidjson-dev libcurl4-openssl-dev libssl-dev libspdlog-dev libcpp-httplib-dev
   # audio
-  portaudio19-dev libmp3lame-dev libmpg123-dev libsoxr-dev libspandsp-dev
+  portaudio19-dev libasound2-dev libmp3lame-dev libmpg123-dev libsoxr-dev libspandsp-dev
   libavformat-dev libavcodec-dev libswresample-dev
   # streaming
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev
@@ -19,7 +19,7 @@ PACKAGES=(
   gstreamer1.0-rtsp gstreamer1.0-libav gir1.2-gst-rtsp-server-1.0 python3-gi
   # tests, peers and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
-  ffmpeg sox espeak-ng pulseaudio pulseaudio-utils libasound2-plugins alsa-utils xvfb xauth
+  ffmpeg sox espeak-ng pulseaudio pulseaudio-utils libasound2-plugins alsa-utils xvfb xauth time
 )
 
 # Node.js and npm (for the object-storage peer) come from the machine image when present;

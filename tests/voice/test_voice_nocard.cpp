@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include <fstream>
+#include <memory>
 
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceCapture/VoiceCapture.h"
 #include "TestProcess.h"
@@ -22,24 +23,21 @@ class NoSoundCardTest : public ::testing::Test {
 public:
     // Before the first use of ALSA in this process: ALSA reads its configuration once.
     static void SetUpTestSuite() {
-        dir_ = new CTempDir("bcast-nocard");
+        dir_ = std::make_unique<CTempDir>("bcast-nocard");
         std::ofstream(dir_->File("asound.conf"))
             << "pcm.!default { type hw card 99 }\nctl.!default { type hw card 99 }\n";
         ::setenv("ALSA_CONFIG_PATH", dir_->File("asound.conf").c_str(), 1);
         ::setenv("PULSE_SERVER", ("unix:" + dir_->File("no-server")).c_str(), 1);
         ::setenv("JACK_NO_START_SERVER", "1", 1);
     }
-    static void TearDownTestSuite() {
-        delete dir_;
-        dir_ = nullptr;
-    }
+    static void TearDownTestSuite() { dir_.reset(); }
 
 protected:
-    static CTempDir* dir_;
+    static std::unique_ptr<CTempDir> dir_;
     Tal::Base::CLogCapture log_;
 };
 
-CTempDir* NoSoundCardTest::dir_ = nullptr;
+std::unique_ptr<CTempDir> NoSoundCardTest::dir_;
 
 void ExpectCaptureError(int code) {
     Tal::Base::Error::ErrorCode error = Tal::Base::Error::GetLastError();

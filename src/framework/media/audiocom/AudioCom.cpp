@@ -72,9 +72,9 @@ private:
 };
 
 CHandleTable& Handles() {
-    // Leaked on purpose: handles released by static destructors elsewhere must still find the table.
-    static CHandleTable* table = new CHandleTable();
-    return *table;
+    // Handles still open at exit are stopped and released when the table goes.
+    static CHandleTable table;
+    return table;
 }
 
 int Fail(int error) {
