@@ -2,18 +2,18 @@
 // bad input, stopping from another thread and its intermediate files.
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <stdlib.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
 #include <future>
+#include <optional>
 #include <thread>
 
 #include "AudioCheck.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/AudioFileInspect.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/VoiceFileEncode.h"
+#include "FileSizeLimit.h"
 #include "TestProcess.h"
 #include "framework/base/FileSystem.h"
 #include "framework/base/FormatLog.h"
@@ -401,23 +401,15 @@ TEST_F(VoiceFileEncodeTest, FailedWritesLeaveNoIntermediateFile) {
     // Files may not grow past 100 KB for the length of this test: writes fail as on a full disk.
     std::string mp3 = Mp3("limit.mp3", 3.0);
     std::string wav = Tone("limit.wav", 44100, {1000.0, 1000.0}, 3.0);
-    struct sigaction ignore {};
-    struct sigaction previous {};
-    ignore.sa_handler = SIG_IGN;
-    sigaction(SIGXFSZ, &ignore, &previous);
-    rlimit old{};
-    getrlimit(RLIMIT_FSIZE, &old);
-    rlimit limit = old;
-    limit.rlim_cur = 100 * 1024;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    std::optional<CFileSizeLimit> limit(std::in_place, 100 * 1024);
+    ASSERT_TRUE(limit->IsActive());
 
     bool fromMp3 = encode_.StartEncode(mp3, 1);
     bool mp3Decoded = FS::FileExists(Temp(CVoiceFileEncode::kMp3ToWavFile));
     bool fromWav = encode_.StartEncode(wav, 1);
     bool monoLeft = FS::FileExists(Temp(CVoiceFileEncode::kSingleFile));
 
-    setrlimit(RLIMIT_FSIZE, &old);
-    sigaction(SIGXFSZ, &previous, nullptr);
+    limit.reset();
     EXPECT_FALSE(fromMp3);
     EXPECT_FALSE(mp3Decoded);
     EXPECT_TRUE(log_.Contains("]Write WAV file failed. file name: [", 5));

@@ -1,14 +1,13 @@
 // Recording captured PCM to WAV: the file appears complete or not at all.
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
 
 #include <cmath>
 #include <vector>
 
 #include "AudioCheck.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceRecord/VoiceRecord.h"
+#include "FileSizeLimit.h"
 #include "TestProcess.h"
 #include "framework/base/FileSystem.h"
 #include "framework/base/FormatLog.h"
@@ -103,22 +102,14 @@ TEST(PCMStorage, AFailedWriteLeavesNoFile) {
     std::vector<uint8_t> tone = ToneBytes(8000, 10.0, 440.0);  // 160 KB
 
     // The file may not grow past 64 KB: the write fails as on a full disk.
-    struct sigaction ignore {};
-    struct sigaction previous {};
-    ignore.sa_handler = SIG_IGN;
-    sigaction(SIGXFSZ, &ignore, &previous);
-    rlimit old{};
-    getrlimit(RLIMIT_FSIZE, &old);
-    rlimit limit = old;
-    limit.rlim_cur = 64 * 1024;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     bool written = true;
-    for (std::size_t i = 0; i < tone.size() && written; i += 8000) {
-        written = storage.InputData(tone.data() + i, 8000);
+    {
+        CFileSizeLimit limit(64 * 1024);
+        ASSERT_TRUE(limit.IsActive());
+        for (std::size_t i = 0; i < tone.size() && written; i += 8000) {
+            written = storage.InputData(tone.data() + i, 8000);
+        }
     }
-    setrlimit(RLIMIT_FSIZE, &old);
-    sigaction(SIGXFSZ, &previous, nullptr);
-
     EXPECT_FALSE(written);
     EXPECT_FALSE(storage.IsStorage());
     EXPECT_FALSE(storage.StopStorage());

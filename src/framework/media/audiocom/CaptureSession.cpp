@@ -23,16 +23,7 @@ CCaptureSession::~CCaptureSession() {
 }
 
 int CCaptureSession::Open(const std::string& deviceName) {
-    if (!portAudio_.IsOpen()) {
-        TAL_LOG(5, "AudioCom", "[%s]PortAudio initialisation failed: %s[%s(%d)]",
-                portAudio_.ErrorText().c_str());
-        return AUDIOCOM_ERR_AUDIO_SYSTEM;
-    }
-    if (!FindDevice(DeviceDirection::kCapture, deviceName, &device_)) {
-        TAL_LOG(5, "AudioCom", "[%s]No capture device named \"%s\".[%s(%d)]", deviceName.c_str());
-        return AUDIOCOM_ERR_NO_DEVICE;
-    }
-    return AUDIOCOM_ERR_NONE;
+    return FindDevice(portAudio_, DeviceDirection::kCapture, deviceName, &device_);
 }
 
 int CCaptureSession::SetCaptureCallback(AUDIOCOM_DataCallBackEx callback, void* user) {
@@ -70,25 +61,17 @@ int CCaptureSession::Start() {
     captureRate_ = rate;
     converter_.reset();
     pending_.clear();
-    PaError error = paNoError;
-    PaStreamPtr stream =
-        OpenMonoStream(true, device_.portAudioIndex, rate, &CCaptureSession::OnAudio, this, &error);
-    int deviceRate = static_cast<int>(device_.info.defaultSampleRate);
-    if (!stream && deviceRate > 0 && deviceRate != rate) {
-        // The card does not take the stream's rate: capture at its own and convert.
-        stream =
-            OpenMonoStream(true, device_.portAudioIndex, deviceRate, &CCaptureSession::OnAudio, this, &error);
-        if (stream) {
-            converter_ = std::make_unique<CPcmConverter>();
-            if (converter_->Open(deviceRate, 1, rate) != MediaCodec::kCodecOk) {
-                return AUDIOCOM_ERR_CODEC;
-            }
-        }
-    }
+    int openedRate = rate;
+    PaStreamPtr stream = OpenDeviceStream(true, device_, rate, &CCaptureSession::OnAudio, this, &openedRate);
     if (!stream) {
-        TAL_LOG(5, "AudioCom", "[%s]Open capture stream on \"%s\" failed: %s[%s(%d)]",
-                device_.info.deviceName, Pa_GetErrorText(error));
         return AUDIOCOM_ERR_DEVICE;
+    }
+    if (openedRate != rate) {
+        // The card does not take the stream's rate: it captures at its own, converted here.
+        converter_ = std::make_unique<CPcmConverter>();
+        if (converter_->Open(openedRate, 1, rate) != MediaCodec::kCodecOk) {
+            return AUDIOCOM_ERR_CODEC;
+        }
     }
     {
         std::lock_guard<std::mutex> lock(queueMutex_);
@@ -96,7 +79,7 @@ int CCaptureSession::Start() {
         stopWorker_ = false;
     }
     worker_ = std::thread(&CCaptureSession::WorkerLoop, this);
-    error = Pa_StartStream(stream.get());
+    PaError error = Pa_StartStream(stream.get());
     if (error != paNoError) {
         TAL_LOG(5, "AudioCom", "[%s]Start capture stream on \"%s\" failed: %s[%s(%d)]",
                 device_.info.deviceName, Pa_GetErrorText(error));

@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-#include "framework/media/audiocom/PortAudioSession.h"
+#include "framework/base/FormatLog.h"
 
 namespace Tal {
 namespace AudioCom {
@@ -14,6 +14,8 @@ void PaStreamCloser::operator()(PaStream* stream) const {
     std::lock_guard<std::mutex> lock(PortAudioLock());
     Pa_CloseStream(stream);
 }
+
+namespace {
 
 PaStreamPtr OpenMonoStream(bool capture, int device, int rate, PaStreamCallback* callback, void* user,
                            PaError* error) {
@@ -37,6 +39,25 @@ PaStreamPtr OpenMonoStream(bool capture, int device, int rate, PaStreamCallback*
         return nullptr;
     }
     return PaStreamPtr(stream);
+}
+
+}  // namespace
+
+PaStreamPtr OpenDeviceStream(bool capture, const DeviceEntry& device, int rate, PaStreamCallback* callback,
+                             void* user, int* openedRate) {
+    PaError error = paNoError;
+    *openedRate = rate;
+    PaStreamPtr stream = OpenMonoStream(capture, device.portAudioIndex, rate, callback, user, &error);
+    const int deviceRate = static_cast<int>(device.info.defaultSampleRate);
+    if (!stream && deviceRate > 0 && deviceRate != rate) {
+        *openedRate = deviceRate;
+        stream = OpenMonoStream(capture, device.portAudioIndex, deviceRate, callback, user, &error);
+    }
+    if (!stream) {
+        TAL_LOG(5, "AudioCom", "[%s]Open %s stream on \"%s\" failed: %s[%s(%d)]",
+                capture ? "capture" : "play", device.info.deviceName, Pa_GetErrorText(error));
+    }
+    return stream;
 }
 
 }  // namespace AudioCom

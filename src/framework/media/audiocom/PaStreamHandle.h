@@ -5,6 +5,8 @@
 
 #include <memory>
 
+#include "framework/media/audiocom/PortAudioSession.h"
+
 namespace Tal {
 namespace AudioCom {
 
@@ -13,9 +15,10 @@ struct PaStreamCloser {
 };
 using PaStreamPtr = std::unique_ptr<PaStream, PaStreamCloser>;
 
-/// Opens a mono 16-bit stream on the device at `rate`; null with `error` set on failure.
-PaStreamPtr OpenMonoStream(bool capture, int device, int rate, PaStreamCallback* callback, void* user,
-                           PaError* error);
+/// Opens a mono 16-bit stream on the device at `rate`, or, when the card refuses that rate, at the card's
+/// own default rate; `openedRate` says which. Null (and logged) when neither opens.
+PaStreamPtr OpenDeviceStream(bool capture, const DeviceEntry& device, int rate, PaStreamCallback* callback,
+                             void* user, int* openedRate);
 
 }  // namespace AudioCom
 }  // namespace Tal

@@ -11,6 +11,7 @@ int CPcmConverter::Open(int inputRate, int inputChannels, int outputRate) {
     }
     inputRate_ = inputRate;
     inputChannels_ = inputChannels;
+    outputRate_ = outputRate;
     resampler_.reset();
     if (inputRate != outputRate) {
         auto resampler = std::make_unique<MediaCodec::CResampler>();

@@ -19,10 +19,12 @@ public:
     int Convert(const int16_t* in, std::size_t frames, std::vector<int16_t>* out);
     int InputRate() const { return inputRate_; }
     int InputChannels() const { return inputChannels_; }
+    int OutputRate() const { return outputRate_; }
 
 private:
     int inputRate_ = 0;
     int inputChannels_ = 1;
+    int outputRate_ = 0;
     std::unique_ptr<MediaCodec::CResampler> resampler_;  // null when the rates match
     std::vector<int16_t> mono_;
 };

@@ -23,16 +23,7 @@ CPlaySession::~CPlaySession() {
 }
 
 int CPlaySession::Open(const std::string& deviceName) {
-    if (!portAudio_.IsOpen()) {
-        TAL_LOG(5, "AudioCom", "[%s]PortAudio initialisation failed: %s[%s(%d)]",
-                portAudio_.ErrorText().c_str());
-        return AUDIOCOM_ERR_AUDIO_SYSTEM;
-    }
-    if (!FindDevice(DeviceDirection::kPlay, deviceName, &device_)) {
-        TAL_LOG(5, "AudioCom", "[%s]No play device named \"%s\".[%s(%d)]", deviceName.c_str());
-        return AUDIOCOM_ERR_NO_DEVICE;
-    }
-    return AUDIOCOM_ERR_NONE;
+    return FindDevice(portAudio_, DeviceDirection::kPlay, deviceName, &device_);
 }
 
 int CPlaySession::OpenStream(const AUDIOCOM_STREAM_PARAM& param) {
@@ -63,22 +54,10 @@ int CPlaySession::Start() {
     if (!decoder_ || stream_) {
         return AUDIOCOM_ERR_ORDER;
     }
-    PaError error = paNoError;
+    // A card that refuses the stream's rate plays at its own; decoded audio is converted to it.
     PaStreamPtr stream =
-        OpenMonoStream(false, device_.portAudioIndex, playRate_, &CPlaySession::OnAudio, this, &error);
-    int deviceRate = static_cast<int>(device_.info.defaultSampleRate);
-    if (!stream && deviceRate > 0 && deviceRate != playRate_) {
-        // The card does not take the stream's rate: play at its own, decoded audio is converted.
-        stream =
-            OpenMonoStream(false, device_.portAudioIndex, deviceRate, &CPlaySession::OnAudio, this, &error);
-        if (stream) {
-            playRate_ = deviceRate;
-            converter_.reset();
-        }
-    }
+        OpenDeviceStream(false, device_, playRate_, &CPlaySession::OnAudio, this, &playRate_);
     if (!stream) {
-        TAL_LOG(5, "AudioCom", "[%s]Open play stream on \"%s\" failed: %s[%s(%d)]", device_.info.deviceName,
-                Pa_GetErrorText(error));
         return AUDIOCOM_ERR_DEVICE;
     }
     {
@@ -86,7 +65,7 @@ int CPlaySession::Start() {
         fifo_.clear();
         fifoRead_ = 0;
     }
-    error = Pa_StartStream(stream.get());
+    PaError error = Pa_StartStream(stream.get());
     if (error != paNoError) {
         TAL_LOG(5, "AudioCom", "[%s]Start play stream on \"%s\" failed: %s[%s(%d)]", device_.info.deviceName,
                 Pa_GetErrorText(error));
@@ -123,7 +102,7 @@ int CPlaySession::Input(const uint8_t* data, uint32_t size) {
     }
     MediaCodec::AudioFormat format = decoder_->OutputFormat();
     if (!converter_ || converter_->InputRate() != format.sampleRate ||
-        converter_->InputChannels() != format.channels) {
+        converter_->InputChannels() != format.channels || converter_->OutputRate() != playRate_) {
         converter_ = std::make_unique<CPcmConverter>();
         if (converter_->Open(format.sampleRate, format.channels, playRate_) != MediaCodec::kCodecOk) {
             converter_.reset();

@@ -6,6 +6,8 @@
 
 #include <cstring>
 
+#include "framework/base/FormatLog.h"
+
 namespace Tal {
 namespace AudioCom {
 
@@ -99,16 +101,22 @@ std::vector<DeviceEntry> ListDevices(DeviceDirection direction) {
     return devices;
 }
 
-bool FindDevice(DeviceDirection direction, const std::string& name, DeviceEntry* entry) {
+int FindDevice(const CPortAudioSession& session, DeviceDirection direction, const std::string& name,
+               DeviceEntry* entry) {
+    if (!session.IsOpen()) {
+        TAL_LOG(5, "AudioCom", "[%s]PortAudio initialisation failed: %s[%s(%d)]",
+                session.ErrorText().c_str());
+        return AUDIOCOM_ERR_AUDIO_SYSTEM;
+    }
     for (const DeviceEntry& device : ListDevices(direction)) {
         if (name == device.info.deviceName) {
-            if (entry != nullptr) {
-                *entry = device;
-            }
-            return true;
+            *entry = device;
+            return AUDIOCOM_ERR_NONE;
         }
     }
-    return false;
+    TAL_LOG(5, "AudioCom", "[%s]No %s device named \"%s\".[%s(%d)]",
+            direction == DeviceDirection::kCapture ? "capture" : "play", name.c_str());
+    return AUDIOCOM_ERR_NO_DEVICE;
 }
 
 }  // namespace AudioCom

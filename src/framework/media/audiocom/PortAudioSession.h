@@ -39,8 +39,9 @@ struct DeviceEntry {
 
 /// Devices able to capture or to play, in PortAudio's order. Needs an open session.
 std::vector<DeviceEntry> ListDevices(DeviceDirection direction);
-/// The device of that direction whose name is `name`; false when there is none.
-bool FindDevice(DeviceDirection direction, const std::string& name, DeviceEntry* entry);
+/// The device of that direction whose name is `name`, in an open session; an AUDIOCOM_ERR_* code, logged.
+int FindDevice(const CPortAudioSession& session, DeviceDirection direction, const std::string& name,
+               DeviceEntry* entry);
 
 }  // namespace AudioCom
 }  // namespace Tal
