@@ -49,6 +49,8 @@ std::string Explain(const ErrorCode& code, const std::string& base) {
 }
 
 CSessionKeeper& Keeper() {
+    // The framework is created first so that it is destroyed after the keeper, whose destructor uses it.
+    TalClientFrameWork::CFrameworkManagerInterface::Instance();
     static CSessionKeeper keeper;
     return keeper;
 }
