@@ -114,6 +114,8 @@ TEST_F(PushLinkTest, DeliversEachFrameToTheObserversSubscribedToItsTypeOnTheLink
     // The link asked for the union of what the observers want.
     EXPECT_TRUE(WaitPlatformSubscription({3, 7}, {"310001:0"}));
     EXPECT_EQ(LinkCount(), 1);
+    // The listener hears of the connection just after the state changed.
+    ASSERT_TRUE(WaitUntil([&] { return states.Count(PushLinkState::kConnected) == 1; }, 10000));
     const std::vector<PushLinkEvent> events = states.Events();
     ASSERT_GE(events.size(), 2u);
     EXPECT_EQ(events[0].state, PushLinkState::kConnecting);
@@ -187,6 +189,8 @@ TEST_F(PushLinkTest, ReconnectsWithGrowingBackOffAfterTheLinkIsDroppedAndResubsc
 
     // The platform aborts the link and refuses connections for 3 s.
     ASSERT_EQ(Control("POST", "/push/drop", R"({"RefuseSeconds":3})").ErrorCode(), 0);
+    ASSERT_TRUE(WaitUntil([&] { return states.Count(PushLinkState::kWaiting) >= 1; }, 10000))
+        << "the link notices the drop";
     ASSERT_TRUE(WaitConnected(30000));
     const std::vector<int> delays = RetryDelays(states.Events());
     ASSERT_GE(delays.size(), 2u) << "attempts while the platform refused connections";

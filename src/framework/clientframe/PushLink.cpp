@@ -304,8 +304,15 @@ private:
             TAL_LOG(4, kLogModule,
                     "[%s]Push link to %s: no handshake within %d ms, giving up this attempt.[%s(%d)]",
                     ForLog(url_).c_str(), options_.handshakeTimeoutMs);
-            socket_->abort();
+            Drop();
         }
+    }
+
+    // Aborts the socket; the abort normally reports the end through the socket's signals, and when it does
+    // not (a socket in a state that emits nothing), the end is handled here.
+    void Drop() {
+        socket_->abort();
+        OnEnded();
     }
 
     // A ping per interval; when the previous one is still unanswered the link is taken for dead.
@@ -317,7 +324,7 @@ private:
             TAL_LOG(4, kLogModule,
                     "[%s]Push link to %s: no answer to a ping within %d ms, dropping it.[%s(%d)]",
                     ForLog(url_).c_str(), options_.pingIntervalMs);
-            socket_->abort();
+            Drop();
             return;
         }
         awaitingPong_ = true;
