@@ -71,7 +71,7 @@ std::vector<sockaddr_storage> ResolveServer(const std::string& rtspUrl) {
 
 }  // namespace
 
-int EnableTcpNoDelayToServer(const std::string& rtspUrl) {
+int ConfigureServerConnections(const std::string& rtspUrl, unsigned userTimeoutMs) {
     const std::vector<sockaddr_storage> server = ResolveServer(rtspUrl);
     if (server.empty()) {
         return 0;
@@ -104,7 +104,11 @@ int EnableTcpNoDelayToServer(const std::string& rtspUrl) {
         for (const auto& address : server) {
             if (SameAddress(peer, address)) {
                 int on = 1;
-                if (setsockopt(static_cast<int>(fd), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on)) == 0) {
+                const bool noDelay =
+                    setsockopt(static_cast<int>(fd), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on)) == 0;
+                const bool userTimeout = setsockopt(static_cast<int>(fd), IPPROTO_TCP, TCP_USER_TIMEOUT,
+                                                    &userTimeoutMs, sizeof(userTimeoutMs)) == 0;
+                if (noDelay && userTimeout) {
                     ++changed;
                 }
                 break;

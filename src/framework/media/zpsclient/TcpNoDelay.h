@@ -7,8 +7,9 @@
 
 namespace ZPSClient {
 
-/// Sets TCP_NODELAY on every TCP socket of this process connected to the host and port of `rtspUrl`.
+/// Sets TCP_NODELAY, and TCP_USER_TIMEOUT = `userTimeoutMs` (unacknowledged data aborts the connection after
+/// that long), on every TCP socket of this process connected to the host and port of `rtspUrl`.
 /// Returns the number of sockets changed.
-int EnableTcpNoDelayToServer(const std::string& rtspUrl);
+int ConfigureServerConnections(const std::string& rtspUrl, unsigned userTimeoutMs);
 
 }  // namespace ZPSClient

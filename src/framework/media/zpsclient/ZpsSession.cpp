@@ -19,8 +19,9 @@ constexpr const char* kLogModule = "ZPSClient";
 constexpr const char* kTokenHeader = "X-Token";
 /// Jitter buffer of the downstream track: enough for loopback and LAN, short enough for listening.
 constexpr guint kDownstreamLatencyMs = 200;
-/// Longest wait for the queued backchannel audio to go out when stopping.
-constexpr auto kDrainTimeout = std::chrono::seconds(2);
+/// Wait for the queued backchannel audio to go out when stopping, beyond the RTSP time-out (which bounds a
+/// write to a server that stopped reading, through the connection's user time-out).
+constexpr auto kDrainMargin = std::chrono::seconds(2);
 /// One MP3 frame of 1152 samples at 48 kHz: a packet per frame keeps the latency of a frame.
 constexpr gint64 kMpaMaxPtimeNs = 24 * GST_MSECOND;
 
@@ -272,7 +273,7 @@ CZpsSession::Attempt CZpsSession::RunAttempt(const TalkConfig& config, bool back
     }
     lock.unlock();
     if (config.useTcp) {
-        EnableTcpNoDelayToServer(config.url);
+        ConfigureServerConnections(config.url, static_cast<unsigned>(config.timeoutSeconds) * 1000u);
     }
     return Attempt::Ok;
 }
@@ -424,7 +425,7 @@ int CZpsSession::GetAudioInfo(ZPSClient_AudioInfo* info) {
         return ZPS_ERR_NO_AUDIO_INFO;
     }
     if (!audioInfoKnown_) {
-        return audioInfo_.codec == 0 && error_ == ZPS_ERR_OK ? ZPS_ERR_NO_AUDIO_INFO : ZPS_ERR_CODEC;
+        return ZPS_ERR_CODEC;
     }
     *info = audioInfo_;
     return ZPS_ERR_OK;
@@ -455,17 +456,20 @@ int CZpsSession::Stop() {
 void CZpsSession::Teardown() {
     ElementPtr sendPipeline;
     ElementPtr appsrc;
+    std::chrono::seconds drainTimeout{0};
     {
         std::lock_guard<std::mutex> lock(mutex_);
         appsrc = std::move(appsrc_);
+        drainTimeout = std::chrono::seconds(timeoutSeconds_) + kDrainMargin;
     }
     if (appsrc) {
-        // Let every queued frame reach rtspsrc before the stream is torn down, or the tail is lost.
+        // Let every queued frame reach rtspsrc before the stream is torn down, or the tail is lost. The
+        // pushing thread must also be out of rtspsrc before rtspsrc closes its connection.
         gst_app_src_end_of_stream(GST_APP_SRC(appsrc.get()));
         std::unique_lock<std::mutex> lock(mutex_);
-        if (!changed_.wait_for(lock, kDrainTimeout, [&] { return sendDrained_ || error_ != ZPS_ERR_OK; })) {
+        if (!changed_.wait_for(lock, drainTimeout, [&] { return sendDrained_ || error_ != ZPS_ERR_OK; })) {
             TAL_LOG(4, kLogModule, "[%s]Backchannel did not drain within %d s.[%s(%d)]",
-                    static_cast<int>(kDrainTimeout.count()));
+                    static_cast<int>(drainTimeout.count()));
         }
     }
     {
@@ -600,10 +604,35 @@ gboolean CZpsSession::OnSelectStream(GstElement*, guint num, GstCaps* caps, gpoi
     if (gst_structure_has_field(structure, "a-sendonly")) {
         session->backchannelStream_ = static_cast<int>(num);
         session->backchannelCaps_ = BackchannelRtpCaps(structure);
-    } else {
+    } else if (!session->hasDownstream_) {
+        // The SDP tells the format before any packet arrives.
         session->hasDownstream_ = true;
+        session->DescribeDownstream(structure);
     }
     return TRUE;
+}
+
+void CZpsSession::DescribeDownstream(const GstStructure* rtp) {
+    const RtpAudioCodec* codec = FindRtpAudioCodec(StructureString(rtp, "encoding-name"));
+    audioInfo_ = ZPSClient_AudioInfo{};
+    audioInfoKnown_ = codec != nullptr;
+    if (codec == nullptr) {
+        return;
+    }
+    const int channels = ChannelsOf(rtp);
+    audioInfo_.codec = codec->codec;
+    audioInfo_.channels = static_cast<uint32_t>(channels);
+    audioInfo_.bitsPerSample = 16;
+    if (codec->codec == ZPS_CODEC_MP3) {
+        // The RTP clock of MPEG audio is 90 kHz; the sample rate comes with the first parsed frame.
+        audioInfo_.sampleRate = 0;
+        audioInfo_.bitRate = 0;
+    } else {
+        audioInfo_.sampleRate = codec->fixedRate != 0
+                                    ? codec->fixedRate
+                                    : static_cast<uint32_t>(StructureInt(rtp, "clock-rate", 0));
+        audioInfo_.bitRate = codec->bytesPerSecond * 8 * static_cast<uint32_t>(channels);
+    }
 }
 
 gboolean CZpsSession::OnBeforeSend(GstElement*, GstRTSPMessage* message, gpointer self) {
@@ -651,8 +680,6 @@ void CZpsSession::LinkDownstream(GstPad* pad) {
             PadPtr sinkPad(gst_element_get_static_pad(sink, "sink"));
             gst_pad_link(pad, sinkPad.get());
         }
-        std::lock_guard<std::mutex> lock(mutex_);
-        audioInfo_.codec = 0;
         return;
     }
 
@@ -691,22 +718,6 @@ void CZpsSession::LinkDownstream(GstPad* pad) {
         Fail(ZPS_ERR_INTERNAL);
         return;
     }
-
-    const int clockRate = StructureInt(structure, "clock-rate", 0);
-    const int channels = ChannelsOf(structure);
-    std::lock_guard<std::mutex> lock(mutex_);
-    audioInfo_.codec = codec->codec;
-    audioInfo_.channels = static_cast<uint32_t>(channels);
-    audioInfo_.bitsPerSample = 16;
-    if (codec->codec == ZPS_CODEC_MP3) {
-        // The RTP clock of MPEG audio is 90 kHz; the sample rate comes with the first parsed frame.
-        audioInfo_.sampleRate = 0;
-        audioInfo_.bitRate = 0;
-    } else {
-        audioInfo_.sampleRate = codec->fixedRate != 0 ? codec->fixedRate : static_cast<uint32_t>(clockRate);
-        audioInfo_.bitRate = codec->bytesPerSecond * 8 * static_cast<uint32_t>(channels);
-    }
-    audioInfoKnown_ = true;
 }
 
 GstFlowReturn CZpsSession::OnDownstreamSample(GstAppSink* sink, gpointer self) {

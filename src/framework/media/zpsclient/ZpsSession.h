@@ -72,6 +72,8 @@ private:
     static GstFlowReturn OnBackchannelPacket(GstAppSink* sink, gpointer self);
     static void OnBackchannelEos(GstAppSink* sink, gpointer self);
     void LinkDownstream(GstPad* pad);
+    /// Audio information of the downstream track from its SDP caps. Needs `mutex_`.
+    void DescribeDownstream(const GstStructure* rtp);
 
     const int handle_;
     std::mutex operationMutex_;  ///< serialises Start and Stop; never taken by GStreamer threads
