@@ -1,0 +1,8 @@
+#pragma once
+// bcast-tool subcommands for RTP over UDP: send a WAV file or a tone to a speaker address, receive and check
+// a stream and write it as WAV.
+
+/// bcast-tool rtp-send --to HOST:PORT (--wav FILE | --tone HZ [--seconds S]) ; argv[0] is "rtp-send".
+int RunRtpSend(int argc, char** argv);
+/// bcast-tool rtp-recv --port N [--out FILE.wav] [--idle S] [--max-seconds S] ; argv[0] is "rtp-recv".
+int RunRtpRecv(int argc, char** argv);
