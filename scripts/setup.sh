@@ -11,14 +11,14 @@ PACKAGES=(
   # framework libraries
   rapidjson-dev libcurl4-openssl-dev libssl-dev libspdlog-dev libcpp-httplib-dev
   # audio
-  portaudio19-dev libmp3lame-dev libmpg123-dev libsoxr-dev libspandsp-dev
+  portaudio19-dev libasound2-dev libjack-jackd2-dev libmp3lame-dev libmpg123-dev libsoxr-dev libspandsp-dev
   libavformat-dev libavcodec-dev libswresample-dev
   # streaming
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev
   gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-base gstreamer1.0-plugins-bad
   gstreamer1.0-rtsp gstreamer1.0-libav gir1.2-gst-rtsp-server-1.0 python3-gi
   # tests, peers and benchmarks
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev libbenchmark-dev openssl python3-cryptography
   ffmpeg sox espeak-ng pulseaudio pulseaudio-utils libasound2-plugins alsa-utils xvfb xauth
 )
 

@@ -23,7 +23,9 @@ private:
     std::function<void()> fn_;
 };
 
-std::shared_ptr<CTask> MakeTask(std::function<void()> fn) { return std::make_shared<FunctionTask>(std::move(fn)); }
+std::shared_ptr<CTask> MakeTask(std::function<void()> fn) {
+    return std::make_shared<FunctionTask>(std::move(fn));
+}
 
 // Signals its destruction so tests can see when the loop let go of it.
 class LifetimeTask : public CTask {
@@ -229,7 +231,10 @@ TEST(MessageLoop, ConcurrentPostAndStopNeverLosesTheLoop) {
                 }
             }
         });
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        // Stop while posts are arriving.
+        while (accepted.load() == 0) {
+            std::this_thread::yield();
+        }
         loop.Stop();
         go = false;
         poster.join();

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Sets up the machine, then runs the whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer,
+# the concurrent parts under ThreadSanitizer, and a short libFuzzer run of the JSON document.
+#   JOBS=N         parallel build and test jobs (default 2)
+#   FUZZ_SECONDS=N length of the fuzz run (default 60; 0 skips it)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+JOBS=${JOBS:-2}
+FUZZ_SECONDS=${FUZZ_SECONDS:-60}
+
+scripts/setup.sh
+
+echo "== ASan/UBSan build and full suite"
+cmake -S . -B build-asan -DBCAST_SANITIZE=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build-asan -j"$JOBS"
+(cd build-asan && ctest --output-on-failure -j"$JOBS")
+
+echo "== ThreadSanitizer over the concurrent parts"
+cmake -S . -B build-tsan -DBCAST_TSAN=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build-tsan -j"$JOBS" --target bcast_tsan_tests
+(cd build-tsan && TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/../tests/tsan.supp" \
+  ctest -L tsan --output-on-failure -j"$JOBS")
+
+if [ "$FUZZ_SECONDS" -gt 0 ]; then
+  echo "== libFuzzer: JSON document, ${FUZZ_SECONDS}s"
+  CC=clang CXX=clang++ cmake -S . -B build-fuzz -DBCAST_FUZZ=ON -DBCAST_TESTS=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  cmake --build build-fuzz -j"$JOBS" --target fuzz_rapidjson_proto
+  corpus=$(mktemp -d)
+  cp tests/fuzz/corpus/rapidjson_proto/* "$corpus"/
+  ./build-fuzz/bin/fuzz_rapidjson_proto -max_total_time="$FUZZ_SECONDS" -timeout=10 -rss_limit_mb=2048 \
+    "$corpus" 2>&1 | tail -n 5
+  rm -rf "$corpus"
+fi
+echo "== all tests passed"

@@ -1,0 +1,260 @@
+#include "BroadCastPlugin/controller/PublishAPI/PublishAPIManager.h"
+
+#include <algorithm>
+#include <functional>
+
+#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
+#include "BroadCastPlugin/logical/DataProcess/SpeakerDataManagers.h"
+#include "BroadCastPlugin/logical/ProtocalFactory/ProtocalFactory.h"
+#include "framework/business/PluginCommManager.h"
+#include "framework/wuicontrol/WUIControl.h"
+
+namespace BroadCastPlugin {
+
+using Tal::Base::Error::GetLastError;
+using Tal::Base::Error::SetLastError;
+
+namespace {
+
+const std::string kMethodPrefix = "/API/Broadcast/V0/";
+
+using Handler = bool (CPublishAPIManager::*)(const std::string&, std::string&);
+struct MethodEntry {
+    const char* name;
+    Handler handler;
+};
+
+// Registered in this order at start-up and removed at stop.
+const MethodEntry kMethods[] = {
+    {"DownloadResource", &CPublishAPIManager::StartDownloadResource},
+    {"CleanCache", &CPublishAPIManager::CleanCache},
+    {"StartIPSpeakerBroadcast", &CPublishAPIManager::StartIPSpeakerBroadcast},
+    {"UploadRecordFile", &CPublishAPIManager::UploadRecordFile},
+    {"WorkState", &CPublishAPIManager::GetTaskRunState},
+    {"StopIPSpeakerBroadcast", &CPublishAPIManager::StopBroadcast},
+    {"Config", &CPublishAPIManager::GetBroadcastConfig},
+    {"RegisterMessageCallback", &CPublishAPIManager::RegisterMessageCallback},
+    {"BroadcastTerminals", &CPublishAPIManager::GetAllTerminals},
+};
+
+ErrorCode InvalidRequest() {
+    return ErrorCode(Tal::Base::Error::kSubSystemClient, Tal::Base::Error::kModuleFramework,
+                     Tal::Base::Error::kCodeInvalidInput);
+}
+
+}  // namespace
+
+CPublishAPIManager* CPublishAPIManager::Instance() {
+    return WUIControl::CObjectSingleton<CPublishAPIManager>::Instance();
+}
+
+CPublishAPIManager::CPublishAPIManager() = default;
+
+CPublishAPIManager::~CPublishAPIManager() = default;
+
+bool CPublishAPIManager::Init() {
+    CBroadcastController* controller = CBroadcastController::Instance();
+    connect(controller, &CBroadcastController::SignalBroadcastState, this,
+            &CPublishAPIManager::OnSignalBroadcastState, Qt::UniqueConnection);
+    connect(controller, &CBroadcastController::SignalStopBroadcast, this,
+            &CPublishAPIManager::OnSignalStopBroadcast, Qt::UniqueConnection);
+    connect(controller, &CBroadcastController::SignalDownloadResult, this,
+            &CPublishAPIManager::OnSignalDownloadResult, Qt::UniqueConnection);
+
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (registered_) {
+        return true;
+    }
+    auto* bus = BusinessCommon::CPluginCommManager::Instance();
+    for (const MethodEntry& entry : kMethods) {
+        Handler handler = entry.handler;
+        bus->RegisterMethod(kMethodPrefix + entry.name, kPluginId,
+                            [this, handler](const std::string& request, std::string& response) {
+                                return (this->*handler)(request, response);
+                            });
+    }
+    registered_ = true;
+    return true;
+}
+
+void CPublishAPIManager::Uninit() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!registered_) {
+            return;
+        }
+        registered_ = false;
+    }
+    auto* bus = BusinessCommon::CPluginCommManager::Instance();
+    for (const MethodEntry& entry : kMethods) {
+        bus->UnRegisterMethod(kMethodPrefix + entry.name);
+    }
+    if (CBroadcastController* controller = CBroadcastController::InstanceIfExists()) {
+        disconnect(controller, nullptr, this, nullptr);
+    }
+}
+
+bool CPublishAPIManager::StartDownloadResource(const std::string& /*request*/, std::string& response) {
+    BCAST_LOG(3, "[%s]Receive start download broadcast resource request.[%s(%d)]");
+    SetLastError(ErrorCode());
+    const bool ok = CBroadcastController::Instance()->AsyncDownloadAllResource();
+    response = CProtocalFactory::BuildResultResponse(GetLastError());
+    return ok;
+}
+
+bool CPublishAPIManager::CleanCache(const std::string& /*request*/, std::string& response) {
+    CBroadcastController::Instance()->CleanCache();
+    response = CProtocalFactory::BuildResultResponse(ErrorCode());
+    return true;
+}
+
+bool CPublishAPIManager::StartIPSpeakerBroadcast(const std::string& request, std::string& response) {
+    BCAST_LOG(3, "[%s]Recevie ipspeaker broadcast request: %s[%s(%d)]", request.c_str());
+    SetLastError(ErrorCode());
+    StartIPSpeakerRequest parsed;
+    bool ok = false;
+    if (!CProtocalFactory::ParseStartIPSpeakerJson(request, parsed)) {
+        BCAST_LOG(5, "[%s]Parse request failed.[%s(%d)]");
+        SetLastError(InvalidRequest());
+    } else if (parsed.mode == kRequestModeSpeak) {
+        ok = CBroadcastController::Instance()->AsyncStartSpeakVoice(parsed.param, nullptr);
+        if (!ok) {
+            BCAST_LOG(5, "[%s]AsyncStartSpeakVoice failed.[%s(%d)]");
+        }
+    } else if (parsed.mode == kRequestModeFile) {
+        ok = CBroadcastController::Instance()->AsyncStartPlayAudioFile(parsed.param, parsed.mediaFilePath,
+                                                                       nullptr);
+        if (!ok) {
+            BCAST_LOG(5, "[%s]AsyncStartPlayAudioFile failed.[%s(%d)]");
+        }
+    } else {
+        BCAST_LOG(5, "[%s]Cannot support this control type: %d[%s(%d)]", parsed.mode);
+        SetLastError(InvalidRequest());
+    }
+    if (!ok && GetLastError().IsSucceed()) {
+        SetLastError(InvalidRequest());
+    }
+    response = CProtocalFactory::BuildResultResponse(GetLastError());
+    return ok;
+}
+
+bool CPublishAPIManager::UploadRecordFile(const std::string& request, std::string& response) {
+    BCAST_LOG(3, "[%s]Receive upload record file request: %s.[%s(%d)]", request.c_str());
+    SetLastError(ErrorCode());
+    RecordTaskParam record;
+    bool ok = false;
+    if (!CProtocalFactory::ParseUploadRecordFileJson(request, record)) {
+        BCAST_LOG(5, "[%s]Parse upload record file json failed. json: %s[%s(%d)]", request.c_str());
+        SetLastError(InvalidRequest());
+    } else {
+        ok = CBroadcastController::Instance()->AsyncUploadRecordFile(record);
+        if (!ok) {
+            BCAST_LOG(5, "[%s]Upload record file failed.[%s(%d)]");
+            SetLastError(InvalidRequest());
+        }
+    }
+    response = CProtocalFactory::BuildResultResponse(GetLastError());
+    return ok;
+}
+
+bool CPublishAPIManager::GetTaskRunState(const std::string& /*request*/, std::string& response) {
+    const int count = CBroadcastController::Instance()->GetMainTaskCount();
+    if (count > 0) {
+        BCAST_LOG(3, "[%s]Get task run state, currnet task count: %d[%s(%d)]", count);
+    }
+    response = CProtocalFactory::BuildTaskRunStateResponse(count);
+    return true;
+}
+
+bool CPublishAPIManager::StopBroadcast(const std::string& /*request*/, std::string& response) {
+    BCAST_LOG(3, "[%s]Receive stop broadcast request.[%s(%d)]");
+    SetLastError(ErrorCode());
+    const bool ok = CBroadcastController::Instance()->AsyncStopBroadcast(nullptr);
+    if (!ok) {
+        BCAST_LOG(5, "[%s]AsyncStopBroadcast failed.[%s(%d)]");
+        SetLastError(InvalidRequest());
+    }
+    response = CProtocalFactory::BuildResultResponse(GetLastError());
+    return ok;
+}
+
+bool CPublishAPIManager::GetBroadcastConfig(const std::string& /*request*/, std::string& response) {
+    BCAST_LOG(3, "[%s]Receive get broadcast config request.[%s(%d)]");
+    response = CProtocalFactory::BuildConfigResponse(CIPSpeakerConfigManager::Instance()->GetConfig());
+    return true;
+}
+
+bool CPublishAPIManager::RegisterMessageCallback(const std::string& request, std::string& response) {
+    BCAST_LOG(3, "[%s]Receive register message request: %s.[%s(%d)]", request.c_str());
+    SetLastError(ErrorCode());
+    bool isRegister = false;
+    std::string pluginID;
+    bool ok = false;
+    if (request.empty()) {
+        BCAST_LOG(5, "[%s]INPUT PARAMETERS ERROR[%s(%d)]");
+        SetLastError(InvalidRequest());
+    } else if (!CProtocalFactory::ParseRegisterMessageRequest(request, isRegister, pluginID)) {
+        BCAST_LOG(5, "[%s]Parse message failed.[%s(%d)]");
+        SetLastError(InvalidRequest());
+    } else {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = std::find(listeners_.begin(), listeners_.end(), pluginID);
+        // A repeated registration keeps one entry; an unregistration of an unknown id is harmless.
+        if (isRegister && it == listeners_.end()) {
+            listeners_.push_back(pluginID);
+        } else if (!isRegister && it != listeners_.end()) {
+            listeners_.erase(it);
+        }
+        ok = true;
+    }
+    response = CProtocalFactory::BuildResultResponse(GetLastError());
+    return ok;
+}
+
+bool CPublishAPIManager::GetAllTerminals(const std::string& /*request*/, std::string& response) {
+    BCAST_LOG(3, "[%s]Receive get all terminals request.[%s(%d)]");
+    response =
+        CProtocalFactory::BuildTerminalsResponse(CIPSpeakerTerminalManager::Instance()->GetTerminals());
+    return true;
+}
+
+std::vector<std::string> CPublishAPIManager::GetListeners() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return listeners_;
+}
+
+void CPublishAPIManager::NotifyMessage(const std::string& text) {
+    auto* bus = BusinessCommon::CPluginCommManager::Instance();
+    for (const std::string& listener : GetListeners()) {
+        BCAST_LOG(3, "[%s]Notify message to plugin, plugin id: %s, message: %s.[%s(%d)]", listener.c_str(),
+                  text.c_str());
+        bus->SendMessageToPlugin(kPluginId, listener, text);
+    }
+}
+
+void CPublishAPIManager::OnSignalBroadcastState(std::vector<IPSpeakerNotifyParam> params) {
+    for (const IPSpeakerNotifyParam& param : params) {
+        if (param.type == 0 && param.broadcastStatus == 0) {
+            NotifyMessage(CProtocalFactory::BuildPluginNotification(kNotifyBroadcastStarted));
+        } else {
+            NotifyMessage(CProtocalFactory::BuildPluginSpeakerState(param));
+        }
+    }
+}
+
+void CPublishAPIManager::OnSignalStopBroadcast(std::string /*text*/, Tal::Base::Error::ErrorCode /*error*/,
+                                               void* /*user*/) {
+    NotifyMessage(CProtocalFactory::BuildPluginNotification(kNotifyBroadcastStopped));
+}
+
+void CPublishAPIManager::OnSignalDownloadResult(DownloadResourceState state,
+                                                Tal::Base::Error::ErrorCode /*error*/) {
+    if (state == DownloadResourceFinish) {
+        NotifyMessage(CProtocalFactory::BuildPluginNotification(kNotifyDownloadFinished));
+    } else if (state == DownloadResourceFailed) {
+        NotifyMessage(CProtocalFactory::BuildPluginNotification(kNotifyDownloadFailed));
+    }
+}
+
+}  // namespace BroadCastPlugin

@@ -1,0 +1,172 @@
+#include "framework/clientframe/FrameworkManagerInterface.h"
+
+#include <fstream>
+#include <sstream>
+
+#include "framework/base/FormatLog.h"
+#include "framework/base/Singleton.h"
+#include "framework/netcomm/RapidJsonProto.h"
+
+namespace TalClientFrameWork {
+
+CFrameworkManagerInterface* CFrameworkManagerInterface::Instance() {
+    return Tal::Base::CSingleton<CFrameworkManagerInterface>::Instance();
+}
+
+bool CFrameworkManagerInterface::SetClientConfig(const std::string& json) {
+    NetworkCommunication::CRapidJsonProto doc;
+    if (!doc.set_str(json) || doc.get_str(0).front() != '{') {
+        TAL_LOG(5, "ClientFrame", "[%s]Client configuration is not a JSON object.[%s(%d)]");
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    configText_ = doc.get_str(0);
+    return true;
+}
+
+bool CFrameworkManagerInterface::LoadClientConfigFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        TAL_LOG(5, "ClientFrame", "[%s]Cannot read client configuration file: %s[%s(%d)]", path.c_str());
+        return false;
+    }
+    std::stringstream content;
+    content << in.rdbuf();
+    return SetClientConfig(content.str());
+}
+
+bool CFrameworkManagerInterface::GetClientConfig(std::string& text, int type) const {
+    std::string config;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        config = configText_;
+    }
+    if (config.empty()) {
+        return false;
+    }
+    NetworkCommunication::CRapidJsonProto all;
+    all.set_str(config);
+    NetworkCommunication::CRapidJsonProto section;
+    switch (type) {
+        case kClientConfigAll:
+            text = config;
+            return true;
+        case kClientConfigPlatform:
+            section.set_node_str("/Platform",
+                                 all.is_exist("/Platform") ? all.get_node_str("/Platform") : "{}");
+            section.set_node_str("/User", all.is_exist("/User") ? all.get_node_str("/User") : "{}");
+            break;
+        case kClientConfigSystem:
+            section.set_node_str("/SysConfig",
+                                 all.is_exist("/SysConfig") ? all.get_node_str("/SysConfig") : "{}");
+            break;
+        default:
+            return false;
+    }
+    text = section.get_str(0);
+    return true;
+}
+
+bool CFrameworkManagerInterface::RegisterWebsocketObserver(const std::string& name,
+                                                           std::shared_ptr<IWebsocketObserver> observer) {
+    if (name.empty() || !observer) {
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    subscribers_[name].observer = std::move(observer);
+    return true;
+}
+
+bool CFrameworkManagerInterface::UnRegisterWebsocketObserver(const std::string& name) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return subscribers_.erase(name) > 0;
+}
+
+bool CFrameworkManagerInterface::Messages(const std::vector<int>& messageTypes, const std::string& name,
+                                          bool subscribe) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = subscribers_.find(name);
+    if (it == subscribers_.end()) {
+        return false;
+    }
+    for (int type : messageTypes) {
+        if (subscribe) {
+            it->second.messageTypes.insert(type);
+        } else {
+            it->second.messageTypes.erase(type);
+        }
+    }
+    return true;
+}
+
+bool CFrameworkManagerInterface::Events(const std::vector<CEventParam>& events, const std::string& name,
+                                        bool subscribe) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = subscribers_.find(name);
+    if (it == subscribers_.end()) {
+        return false;
+    }
+    for (const auto& event : events) {
+        if (subscribe) {
+            it->second.eventTypes.insert(event.GetVal_event_type());
+        } else {
+            it->second.eventTypes.erase(event.GetVal_event_type());
+        }
+    }
+    return true;
+}
+
+std::set<int> CFrameworkManagerInterface::SubscribedMessageTypes() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::set<int> all;
+    for (const auto& entry : subscribers_) {
+        all.insert(entry.second.messageTypes.begin(), entry.second.messageTypes.end());
+    }
+    return all;
+}
+
+std::set<int> CFrameworkManagerInterface::SubscribedEventTypes() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::set<int> all;
+    for (const auto& entry : subscribers_) {
+        all.insert(entry.second.eventTypes.begin(), entry.second.eventTypes.end());
+    }
+    return all;
+}
+
+int CFrameworkManagerInterface::DeliverFrame(const std::string& rawMsg, int msgType, int eventType,
+                                             int websocketMsgType) {
+    std::vector<std::shared_ptr<IWebsocketObserver>> targets;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (const auto& entry : subscribers_) {
+            const Subscriber& s = entry.second;
+            if (s.messageTypes.count(msgType) > 0 || (eventType != 0 && s.eventTypes.count(eventType) > 0)) {
+                targets.push_back(s.observer);
+            }
+        }
+    }
+    for (const auto& observer : targets) {
+        observer->OnWebsocketMessage(rawMsg, msgType, websocketMsgType);
+    }
+    return static_cast<int>(targets.size());
+}
+
+void CFrameworkManagerInterface::NotifyFrameworkUpdateFinish(const std::string& pluginId) {
+    UpdateFinishListener listener;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        listener = updateFinishListener_;
+    }
+    TAL_LOG(3, "ClientFrame", "[%s]Plugin finished framework update: %s[%s(%d)]", pluginId.c_str());
+    if (listener) {
+        listener(pluginId);
+    }
+}
+
+void CFrameworkManagerInterface::SetUpdateFinishListener(UpdateFinishListener listener) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    updateFinishListener_ = std::move(listener);
+}
+
+}  // namespace TalClientFrameWork

@@ -1,0 +1,100 @@
+#include "framework/errortext/ErrorCodeTrans.h"
+
+#include <cstdio>
+#include <mutex>
+
+namespace ErrorCodeTrans {
+
+namespace {
+
+struct ErrorText {
+    int module;
+    int code;
+    const char* english;
+    const char* chinese;
+};
+
+// Module 10: the client framework; 20: the broadcast module; 25 and 61: streaming client; 29: audio
+// devices; 60: object storage client.
+const ErrorText kTexts[] = {
+    {10, 1, "The operation is not available in this version of the client.", "当前客户端版本不支持该操作。"},
+    {10, 2, "The request is invalid.", "请求参数无效。"},
+    {20, 2001, "The platform returned an empty or malformed response.", "平台返回的数据为空或格式错误。"},
+    {20, 2002, "The client is on the WAN, but the platform has not opened its WAN port.",
+     "客户端位于外网，但平台未开放外网端口。"},
+    {20, 3403, "The storage client could not start; the recording was not uploaded.",
+     "存储客户端启动失败，录音未上传。"},
+    {20, 3404, "The storage client could not start; the media file was not downloaded.",
+     "存储客户端启动失败，媒体文件未下载。"},
+    {25, 100860, "Sending audio to the streaming server failed.", "向流媒体服务器发送音频失败。"},
+    {29, 5, "No sound card was found.", "未找到声卡。"},
+    {29, 99, "The sound card could not be opened.", "无法打开声卡。"},
+    {61, 0, "The streaming client failed.", "流媒体客户端出错。"},
+};
+
+std::mutex g_mutex;
+bool g_chinese = false;
+std::string g_language = "en_US";
+
+}  // namespace
+
+bool InitLanguale(const std::string& language) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_language = language;
+    g_chinese = language.rfind("zh", 0) == 0;
+    return true;
+}
+
+std::string GetLanguage() {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    return g_language;
+}
+
+std::string GetErrorInfoByErrorCode(const Tal::Base::Error::ErrorCode& error) {
+    if (error.IsSucceed()) {
+        return std::string();
+    }
+    bool chinese;
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        chinese = g_chinese;
+    }
+    const int module = error.GetMainErrorCode();
+    const int code = error.GetSubErrorCode();
+    std::string text;
+    const ErrorText* moduleWide = nullptr;
+    for (const auto& entry : kTexts) {
+        if (entry.module == module && entry.code == code) {
+            text = chinese ? entry.chinese : entry.english;
+            break;
+        }
+        if (entry.module == module && entry.code == 0) {
+            moduleWide = &entry;
+        }
+    }
+    char numbers[96];
+    if (text.empty()) {
+        if (moduleWide != nullptr) {
+            text = chinese ? moduleWide->chinese : moduleWide->english;
+            std::snprintf(numbers, sizeof(numbers), chinese ? "（错误码 %d）" : " (code %d)", code);
+        } else if (error.GetSubSystemErrorCode() == Tal::Base::Error::kSubSystemServer) {
+            std::snprintf(numbers, sizeof(numbers),
+                          chinese ? "平台返回错误（模块 %d，错误码 %d）。"
+                                  : "The platform reported an error (module %d, code %d).",
+                          module, code);
+        } else {
+            std::snprintf(
+                numbers, sizeof(numbers),
+                chinese ? "未知错误（模块 %d，错误码 %d）。" : "Unknown error (module %d, code %d).", module,
+                code);
+        }
+        text += numbers;
+    }
+    if (!error.GetCasadingErrorInfo().empty()) {
+        text += chinese ? "：" : ": ";
+        text += error.GetCasadingErrorInfo();
+    }
+    return text;
+}
+
+}  // namespace ErrorCodeTrans

@@ -1,0 +1,197 @@
+#include "framework/media/videotool/VideoTool.h"
+
+#include <alsa/asoundlib.h>
+#include <jack/jack.h>
+#include <portaudio.h>
+
+#include <cstdlib>
+
+#include <mutex>
+
+#include "framework/base/ErrorCode.h"
+#include "framework/base/FormatLog.h"
+#include "framework/netcomm/RapidJsonProto.h"
+
+namespace {
+
+using Tal::Base::Error::ErrorCode;
+using Tal::Base::Error::kCodeInvalidInput;
+using Tal::Base::Error::kCodeNotAvailable;
+using Tal::Base::Error::kModuleFramework;
+using Tal::Base::Error::kSubSystemClient;
+
+// Module number of audio device errors.
+constexpr int kModuleAudio = 29;
+
+struct VoiceEnvironment {
+    std::mutex mutex;
+    int initCount = 0;
+    std::string loadPath;
+};
+
+// The audio back end probes every ALSA and JACK device at start-up and both libraries print each failed
+// probe to stderr; on a machine without those devices that is noise, not an error of ours.
+void QuietAlsa(const char*, int, const char*, int, const char*, ...) {}
+void QuietJack(const char*) {}
+
+void SilenceBackendProbes() {
+    snd_lib_error_set_handler(&QuietAlsa);
+    jack_set_error_function(&QuietJack);
+    jack_set_info_function(&QuietJack);
+    setenv("JACK_NO_START_SERVER", "1", 0);
+}
+
+VoiceEnvironment& Voice() {
+    static VoiceEnvironment env;
+    return env;
+}
+
+struct BroadcastBusiness {
+    std::mutex mutex;
+    bool initialised = false;
+    bool broadcasting = false;
+    TOOL::BroadcastResoluteCallback callback = nullptr;
+    void* context = nullptr;
+};
+
+BroadcastBusiness& Business() {
+    static BroadcastBusiness state;
+    return state;
+}
+
+}  // namespace
+
+namespace ORVVideoTool {
+
+bool InitVoiceEnvir(const std::string& configJson) {
+    NetworkCommunication::CRapidJsonProto config;
+    if (!config.set_str(configJson) || !config.get_bool_v("/GeneralInit", false)) {
+        Tal::Base::Error::SetLastError(ErrorCode(kSubSystemClient, kModuleFramework, kCodeInvalidInput));
+        TAL_LOG(5, "VideoTool", "[%s]Voice environment configuration is invalid: %s[%s(%d)]",
+                configJson.c_str());
+        return false;
+    }
+    VoiceEnvironment& env = Voice();
+    std::lock_guard<std::mutex> lock(env.mutex);
+    SilenceBackendProbes();
+    PaError err = Pa_Initialize();
+    if (err != paNoError) {
+        Tal::Base::Error::SetLastError(ErrorCode(kSubSystemClient, kModuleAudio, static_cast<int>(err)));
+        TAL_LOG(5, "VideoTool", "[%s]Audio back end failed to start: %s[%s(%d)]", Pa_GetErrorText(err));
+        return false;
+    }
+    ++env.initCount;
+    env.loadPath = config.get_v("/CirroLoadPath", "");
+    TAL_LOG(3, "VideoTool", "[%s]Voice environment up, %d audio devices, load path: %s[%s(%d)]",
+            Pa_GetDeviceCount(), env.loadPath.c_str());
+    return true;
+}
+
+bool UnInitVoiceEnvir() {
+    VoiceEnvironment& env = Voice();
+    std::lock_guard<std::mutex> lock(env.mutex);
+    if (env.initCount == 0) {
+        TAL_LOG(4, "VideoTool", "[%s]Voice environment is not initialised.[%s(%d)]");
+        return false;
+    }
+    --env.initCount;
+    PaError err = Pa_Terminate();
+    if (err != paNoError) {
+        Tal::Base::Error::SetLastError(ErrorCode(kSubSystemClient, kModuleAudio, static_cast<int>(err)));
+        TAL_LOG(5, "VideoTool", "[%s]Audio back end failed to stop: %s[%s(%d)]", Pa_GetErrorText(err));
+        return false;
+    }
+    return true;
+}
+
+bool IsVoiceEnvirInit() {
+    VoiceEnvironment& env = Voice();
+    std::lock_guard<std::mutex> lock(env.mutex);
+    return env.initCount > 0;
+}
+
+std::string GetVoiceEnvirLoadPath() {
+    VoiceEnvironment& env = Voice();
+    std::lock_guard<std::mutex> lock(env.mutex);
+    return env.loadPath;
+}
+
+bool RequestVoiceTalkUrl(ORVVideoComm::CVoiceTalkRequestObserverParam& /*answer*/, int deviceId,
+                         int deviceType, int /*channel*/, bool /*listen*/, int /*encodeType*/) {
+    Tal::Base::Error::SetLastError(ErrorCode(kSubSystemClient, kModuleFramework, kCodeNotAvailable));
+    TAL_LOG(
+        5, "VideoTool",
+        "[%s]Voice talk address requests are not available in this build, device id: %d, type: %d.[%s(%d)]",
+        deviceId, deviceType);
+    return false;
+}
+
+}  // namespace ORVVideoTool
+
+namespace TOOL {
+
+bool CBroadcastBusinessManager::InitManager() {
+    BroadcastBusiness& state = Business();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    state.initialised = true;
+    return true;
+}
+
+bool CBroadcastBusinessManager::UninitManager() {
+    BroadcastBusiness& state = Business();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    state.initialised = false;
+    state.callback = nullptr;
+    state.context = nullptr;
+    return true;
+}
+
+bool CBroadcastBusinessManager::IsInit() {
+    BroadcastBusiness& state = Business();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    return state.initialised;
+}
+
+void CBroadcastBusinessManager::SetBroadcastResoluteCallback(BroadcastResoluteCallback callback,
+                                                             void* context) {
+    BroadcastBusiness& state = Business();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    state.callback = callback;
+    state.context = context;
+}
+
+bool CBroadcastBusinessManager::PushBroadcastState(const std::string& text) {
+    NetworkCommunication::CRapidJsonProto message;
+    if (!message.set_str(text) || !message.is_exist("/NotifyType")) {
+        return false;
+    }
+    BroadcastResoluteCallback callback;
+    void* context;
+    {
+        BroadcastBusiness& state = Business();
+        std::lock_guard<std::mutex> lock(state.mutex);
+        if (!state.initialised || state.callback == nullptr) {
+            return false;
+        }
+        callback = state.callback;
+        context = state.context;
+    }
+    callback(text, context);
+    return true;
+}
+
+bool CBroadcastBusinessManager::StartBroadcast(const CRequestBroadcast& request) {
+    Tal::Base::Error::SetLastError(ErrorCode(kSubSystemClient, kModuleFramework, kCodeNotAvailable));
+    TAL_LOG(5, "VideoTool", "[%s]Device broadcast is not available in this build, devices: %s.[%s(%d)]",
+            request.device_ids.c_str());
+    return false;
+}
+
+bool CBroadcastBusinessManager::StopBroadcast() {
+    BroadcastBusiness& state = Business();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    state.broadcasting = false;
+    return true;
+}
+
+}  // namespace TOOL

@@ -1,0 +1,43 @@
+#pragma once
+// Loads the broadcast module from its file and resolves its exported entry points by name.
+
+#include <string>
+#include <vector>
+
+#include "BroadCastPlugin/BroadCastPluginExports.h"
+
+namespace BcastHost {
+
+/// The module's entry points, resolved by name.
+struct PluginEntryPoints {
+#define BCAST_HOST_MEMBER(name, ret, params) BcastPluginFn_##name name = nullptr;
+    BCAST_PLUGIN_EXPORTS(BCAST_HOST_MEMBER)
+#undef BCAST_HOST_MEMBER
+};
+
+class CPluginModule {
+public:
+    CPluginModule() = default;
+    ~CPluginModule();
+    CPluginModule(const CPluginModule&) = delete;
+    CPluginModule& operator=(const CPluginModule&) = delete;
+
+    /// Opens the module and resolves every entry point. On failure `error` is a one-line reason naming the
+    /// file or the missing exports, and nothing stays loaded.
+    bool Load(const std::string& path, std::string& error);
+    /// Closes the module (its static objects are destroyed).
+    void Unload();
+    bool IsLoaded() const { return handle_ != nullptr; }
+    const PluginEntryPoints& Entry() const { return entry_; }
+    /// The names the host resolves, in table order.
+    static std::vector<std::string> ExportNames();
+
+private:
+    void* handle_ = nullptr;
+    PluginEntryPoints entry_;
+};
+
+/// The module next to the host: <dir of the executable>/../lib/libBroadCastPlugin.so, or $BCAST_MODULE.
+std::string DefaultModulePath();
+
+}  // namespace BcastHost

@@ -1,0 +1,31 @@
+#pragma once
+// Everything a REST handler of the platform may use.
+
+#include <string>
+
+#include "platform/server/fault/FaultInjector.h"
+#include "platform/server/fault/StopSignal.h"
+#include "platform/server/fixture/Fixture.h"
+#include "platform/server/log/OperationLog.h"
+#include "platform/server/log/RequestLog.h"
+#include "platform/server/push/BroadcastReactor.h"
+#include "platform/server/push/PushControl.h"
+#include "platform/server/session/SessionStore.h"
+#include "platform/server/state/BroadcastRegistry.h"
+
+namespace Platform {
+
+struct PlatformContext {
+    const Fixture& fixture;
+    CSessionStore& sessions;
+    CBroadcastRegistry& registry;
+    CRequestLog& requests;
+    COperationLog& oplog;
+    CFaultInjector& faults;
+    CBroadcastReactor& reactor;
+    IPushControl& push;
+    CStopSignal& stop;
+    std::string listenAddress;  ///< the REST listen address; names the platform when a request has no Host
+};
+
+}  // namespace Platform

@@ -1,0 +1,38 @@
+#pragma once
+// The platform program's settings and their command line.
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace Platform {
+
+constexpr char kDefaultListenAddress[] = "127.0.0.1";
+constexpr int kDefaultListenPort = 18650;
+
+struct PlatformOptions {
+    std::string fixturePath;  ///< empty: the default fixture (see DefaultFixtureCandidates)
+    std::string listenAddress = kDefaultListenAddress;
+    int listenPort = kDefaultListenPort;  ///< 0: any free port
+    int pushPort = -1;                    ///< -1: listenPort + 1, or any free port when listenPort is 0
+    std::string tlsCert;
+    std::string tlsKey;
+    int logLevel = 3;  ///< log lines at or above this level go to stderr
+    std::string requestLogPath;
+    size_t workerThreads = 16;
+    bool control = true;  ///< serve the /_control/ interface
+    bool help = false;
+
+    /// The push port to bind.
+    int EffectivePushPort() const;
+};
+
+/// Reads the arguments after the program name. False with a message on an unknown flag or a bad value.
+bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& options, std::string& error);
+std::string UsageText();
+
+/// Where the default fixture is looked for, in order: fixtures/demo-site.json below the current directory,
+/// then below the source tree the program was built from.
+std::vector<std::string> DefaultFixtureCandidates();
+
+}  // namespace Platform

@@ -1,0 +1,182 @@
+#include "platform/server/PlatformServer.h"
+
+#include <csignal>
+
+#include "framework/base/FileSystem.h"
+#include "framework/base/FormatLog.h"
+#include "platform/server/handlers/Routes.h"
+#include "platform/server/http/HttpServer.h"
+#include "platform/server/http/RestGateway.h"
+#include "platform/server/push/PushHub.h"
+#include "platform/server/push/QtScheduler.h"
+
+namespace Platform {
+
+namespace {
+
+// Host part of a Host header: "127.0.0.1:18650" -> "127.0.0.1", "[::1]:18650" -> "[::1]".
+std::string HostPart(const std::string& header) {
+    if (!header.empty() && header[0] == '[') {
+        size_t close = header.find(']');
+        return close == std::string::npos ? header : header.substr(0, close + 1);
+    }
+    size_t colon = header.find(':');
+    return colon == std::string::npos ? header : header.substr(0, colon);
+}
+
+std::string QueryOf(const std::string& target) {
+    size_t mark = target.find('?');
+    return mark == std::string::npos ? std::string() : target.substr(mark + 1);
+}
+
+std::string UrlHost(const std::string& address) {
+    if (address == "0.0.0.0") {
+        return "127.0.0.1";
+    }
+    return address.find(':') != std::string::npos ? "[" + address + "]" : address;
+}
+
+}  // namespace
+
+CPlatformServer::CPlatformServer(PlatformOptions options) : options_(std::move(options)) {}
+
+CPlatformServer::~CPlatformServer() {
+    Stop();
+    if (scheduler_) {
+        scheduler_->Shutdown();
+    }
+}
+
+bool CPlatformServer::Start(std::string& error) {
+    fixturePath_ = options_.fixturePath;
+    if (fixturePath_.empty()) {
+        std::string tried;
+        for (const std::string& candidate : DefaultFixtureCandidates()) {
+            tried += (tried.empty() ? "" : ", ") + candidate;
+            if (Tal::Base::FileSystem::FileExists(candidate)) {
+                fixturePath_ = candidate;
+                break;
+            }
+        }
+        if (fixturePath_.empty()) {
+            error = "no fixture given and none found at " + tried;
+            return false;
+        }
+    }
+    if (!LoadFixture(fixturePath_, fixture_, error)) {
+        return false;
+    }
+    registry_ = std::make_unique<CBroadcastRegistry>(fixture_.secureEncryptType);
+    if (!options_.requestLogPath.empty() && !requests_.OpenFile(options_.requestLogPath, error)) {
+        return false;
+    }
+
+    hub_ = std::make_unique<CPushHub>(sessions_);
+    const bool tls = !options_.tlsCert.empty();
+    if (tls && !hub_->EnableTls(options_.tlsCert, options_.tlsKey, error)) {
+        return false;
+    }
+    if (!hub_->Listen(options_.listenAddress, static_cast<uint16_t>(options_.EffectivePushPort()), error)) {
+        hub_.reset();
+        return false;
+    }
+    scheduler_ = std::make_unique<CQtScheduler>();
+    reactor_ = std::make_unique<CBroadcastReactor>(fixture_, *registry_, *hub_, *scheduler_);
+    context_ = std::make_unique<PlatformContext>(PlatformContext{fixture_, sessions_, *registry_, requests_,
+                                                                 oplog_, faults_, *reactor_, *hub_, stop_,
+                                                                 options_.listenAddress});
+    RegisterRoutes();
+    gateway_ = std::make_unique<CRestGateway>(api_, control_, *context_);
+
+    http_ = std::make_unique<CHttpServer>(options_.workerThreads);
+    if (tls && !http_->EnableTls(options_.tlsCert, options_.tlsKey, error)) {
+        hub_->Stop();
+        return false;
+    }
+    auto serve = [this](const httplib::Request& req, httplib::Response& res) {
+        RestRequest r;
+        r.method = req.method;
+        r.path = req.path;
+        r.query = QueryOf(req.target);
+        for (const auto& p : req.params) {
+            r.params.emplace(p.first, p.second);
+        }
+        r.body = CHttpServer::Body(req);
+        r.remote = req.remote_addr + ":" + std::to_string(req.remote_port);
+        r.host = HostPart(req.get_header_value("Host"));
+        r.authorization = req.get_header_value("Authorization");
+        RestResponse response = gateway_->Handle(r);
+        res.status = response.status;
+        res.set_content(response.body, response.contentType.c_str());
+    };
+    http_->Get(".*", serve);
+    http_->Post(".*", serve);
+    http_->Put(".*", serve);
+    http_->Delete(".*", serve);
+    http_->Patch(".*", serve);
+    http_->Options(".*", serve);
+    // Writes to a peer that went away must fail with EPIPE, not end the program.
+    std::signal(SIGPIPE, SIG_IGN);
+    if (options_.listenPort == 0) {
+        restPort_ = http_->bind_to_any_port(options_.listenAddress);
+    } else {
+        restPort_ =
+            http_->bind_to_port(options_.listenAddress, options_.listenPort) ? options_.listenPort : -1;
+    }
+    if (restPort_ <= 0) {
+        error = "cannot listen on " + options_.listenAddress + ":" + std::to_string(options_.listenPort);
+        hub_->Stop();
+        return false;
+    }
+    httpThread_ = std::thread([this] { http_->listen_after_bind(); });
+    running_ = true;
+    TAL_LOG(Tal::Base::kLogInfo, "Platform",
+            "[%s]serving %s (%d elements, %d devices) at %s, push at %s[%s(%d)]", fixturePath_.c_str(),
+            static_cast<int>(fixture_.elements.size()), static_cast<int>(fixture_.devices.size()),
+            RestUrl().c_str(), PushUrl().c_str());
+    return true;
+}
+
+void CPlatformServer::RegisterRoutes() {
+    AddSessionRoutes(api_, *context_);
+    AddTerminalRoutes(api_, *context_);
+    AddMediaRoutes(api_, *context_);
+    AddConfigRoutes(api_, *context_);
+    AddRealtimeRoutes(api_, *context_);
+    AddResourceRoutes(api_, *context_);
+    AddOplogRoutes(api_, *context_);
+    if (options_.control) {
+        AddControlRoutes(control_, *context_);
+    }
+}
+
+void CPlatformServer::Stop() {
+    if (!running_) {
+        return;
+    }
+    running_ = false;
+    stop_.Stop();
+    http_->stop();
+    if (httpThread_.joinable()) {
+        httpThread_.join();
+    }
+    // Pending prompt-tone timers use the reactor: they go before it does.
+    scheduler_->Shutdown();
+    hub_->Stop();
+    TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]stopped[%s(%d)]");
+}
+
+std::string CPlatformServer::RestUrl() const {
+    return std::string(options_.tlsCert.empty() ? "http://" : "https://") + UrlHost(options_.listenAddress) +
+           ":" + std::to_string(restPort_);
+}
+
+std::string CPlatformServer::PushUrl() const {
+    if (!hub_) {
+        return std::string();
+    }
+    return std::string(hub_->IsTls() ? "wss://" : "ws://") + UrlHost(options_.listenAddress) + ":" +
+           std::to_string(hub_->Port()) + kPushPath;
+}
+
+}  // namespace Platform

@@ -1,0 +1,113 @@
+#include "platform/server/handlers/HandlerUtil.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+
+#include "framework/business/secret/SecretCipher.h"
+#include "platform/server/json/Json.h"
+
+namespace Platform {
+
+bool ParseBody(const RestRequest& request, rapidjson::Document& doc, RestResponse& error) {
+    std::string message;
+    if (!Json::Parse(request.body, doc, message)) {
+        error = PlatformError(kErrBadRequest, "malformed JSON body: " + message);
+        return false;
+    }
+    return true;
+}
+
+bool ParseIdList(const std::string& text, std::vector<int>& ids) {
+    ids.clear();
+    size_t start = 0;
+    if (text.find_first_not_of(" \t") == std::string::npos) {
+        return true;
+    }
+    while (start <= text.size()) {
+        size_t comma = text.find(',', start);
+        std::string item = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+        size_t first = item.find_first_not_of(" \t");
+        size_t last = item.find_last_not_of(" \t");
+        if (first == std::string::npos) {
+            return false;
+        }
+        item = item.substr(first, last - first + 1);
+        char* end = nullptr;
+        errno = 0;
+        long value = std::strtol(item.c_str(), &end, 10);
+        if (errno != 0 || end == nullptr || *end != '\0' || value < INT_MIN || value > INT_MAX) {
+            return false;
+        }
+        ids.push_back(static_cast<int>(value));
+        if (comma == std::string::npos) {
+            break;
+        }
+        start = comma + 1;
+    }
+    return true;
+}
+
+bool EncryptForSession(const RestRequest& request, int secureEncryptType, const std::string& plain,
+                       std::string& text) {
+    if (plain.empty()) {
+        text.clear();
+        return true;
+    }
+    BusinessCommon::CSecretCipher cipher(request.session.sessionKey);
+    return cipher.EncryptByType(secureEncryptType, plain, text);
+}
+
+std::string PublicHost(const RestRequest& request, const PlatformContext& context) {
+    if (!request.host.empty()) {
+        return request.host;
+    }
+    if (context.listenAddress == "0.0.0.0" || context.listenAddress.empty()) {
+        return "127.0.0.1";
+    }
+    if (context.listenAddress == "::") {
+        return "[::1]";
+    }
+    return context.listenAddress;
+}
+
+std::string NewGuid() {
+    std::string bytes;
+    if (!BusinessCommon::SecretPrimitives::RandomBytes(16, bytes)) {
+        return std::string();
+    }
+    bytes[6] = static_cast<char>((bytes[6] & 0x0f) | 0x40);
+    bytes[8] = static_cast<char>((bytes[8] & 0x3f) | 0x80);
+    std::string hex = BusinessCommon::SecretPrimitives::ToHex(bytes);
+    return hex.substr(0, 8) + "-" + hex.substr(8, 4) + "-" + hex.substr(12, 4) + "-" + hex.substr(16, 4) +
+           "-" + hex.substr(20);
+}
+
+bool ContainsNoCase(const std::string& haystack, const std::string& needle) {
+    if (needle.empty()) {
+        return true;
+    }
+    auto it = std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end(), [](char a, char b) {
+        return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+    });
+    return it != haystack.end();
+}
+
+bool CaptureInt(const RestRequest& request, size_t index, int& value) {
+    if (index >= request.captures.size()) {
+        return false;
+    }
+    const std::string& text = request.captures[index];
+    char* end = nullptr;
+    errno = 0;
+    long v = std::strtol(text.c_str(), &end, 10);
+    if (text.empty() || errno != 0 || end == nullptr || *end != '\0' || v < INT_MIN || v > INT_MAX) {
+        return false;
+    }
+    value = static_cast<int>(v);
+    return true;
+}
+
+}  // namespace Platform

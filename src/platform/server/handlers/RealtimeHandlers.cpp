@@ -1,0 +1,430 @@
+// Live broadcasts: the addresses to send audio to, what clients report about them, prompt tones,
+// text-to-speech and recordings.
+
+#include <algorithm>
+#include <set>
+
+#include "framework/base/FormatLog.h"
+#include "framework/business/secret/SecretCipher.h"
+#include "platform/server/handlers/HandlerUtil.h"
+#include "platform/server/handlers/Routes.h"
+#include "platform/server/json/Json.h"
+
+namespace Platform {
+
+namespace {
+
+// One checked entry of an address request.
+struct UrlRequest {
+    int audioSource = 1;
+    int adaptiveNetWork = 0;
+    bool promptInFront = false;
+    std::vector<const Element*> sms;
+    std::vector<const Element*> sdk;
+};
+
+bool ReadUrlRequest(const rapidjson::Value& item, const std::string& where, const Fixture& fixture,
+                    UrlRequest& out, RestResponse& error) {
+    if (!item.IsObject()) {
+        error = PlatformError(kErrBadRequest, where + " is no object");
+        return false;
+    }
+    const int resourceType = static_cast<int>(Json::GetInt(item, "ResourceType", -1));
+    if (resourceType != kSourceTypeBroadcastElement) {
+        error = PlatformError(kErrUnsupported, where + ": \"ResourceType\" " + std::to_string(resourceType) +
+                                                   " is not served (1027 only)");
+        return false;
+    }
+    const rapidjson::Value* idsNode = Json::Find(item, "ResourceIDs");
+    std::vector<int> ids;
+    if (idsNode == nullptr || !idsNode->IsString() || !ParseIdList(Json::ToString(idsNode), ids) ||
+        ids.empty()) {
+        error = PlatformError(kErrBadRequest,
+                              where + ": \"ResourceIDs\" must be element ids separated by commas");
+        return false;
+    }
+    out.audioSource = static_cast<int>(Json::GetInt(item, "AudioSource", 1));
+    if (out.audioSource != 1 && out.audioSource != 2) {
+        error = PlatformError(kErrBadRequest, where + ": \"AudioSource\" must be 1 (live) or 2 (file)");
+        return false;
+    }
+    out.adaptiveNetWork = static_cast<int>(Json::GetInt(item, "AdaptiveNetWork", 0));
+    static const std::set<int> kAccessTypes = {0, 2, 3, 20};
+    if (kAccessTypes.count(out.adaptiveNetWork) == 0) {
+        error = PlatformError(kErrBadRequest, where + ": \"AdaptiveNetWork\" must be 0, 2, 3 or 20");
+        return false;
+    }
+    out.promptInFront = Json::GetBool(item, "IsPromptToneSupportedInFront", false);
+    std::set<int> seen;
+    for (int id : ids) {
+        if (!seen.insert(id).second) {
+            continue;
+        }
+        const Element* element = fixture.FindElement(id);
+        if (element == nullptr) {
+            error = PlatformError(kErrNotFound, where + ": no broadcast element " + std::to_string(id));
+            return false;
+        }
+        (element->stream == StreamKind::kSms ? out.sms : out.sdk).push_back(element);
+    }
+    return true;
+}
+
+void WriteResource(Json::CWriter& w, const Element& element, const Device* device, bool withLogin,
+                   const std::string& password) {
+    w.BeginObject().Int("ID", element.id).BeginObject("DevcieInfo");
+    if (withLogin && device != nullptr) {
+        w.String("DeviceIP", device->ip).Int("DevicePort", device->port);
+        w.String("DeviceUserName", device->userName).String("DevicePassword", password);
+        w.Int("DeviceID", device->id);
+    } else {
+        // Through the streaming server the client never logs in to the device: -1 leaves its registry alone.
+        w.Int("DeviceID", -1);
+    }
+    w.Int("DeviceType", device != nullptr ? device->deviceType : 0);
+    w.BeginObject("Channelnfo").String("DeviceIndex", std::to_string(element.channel));
+    w.Int("DeviceResourceID", element.id).EndObject();
+    w.EndObject().EndObject();
+}
+
+// Request (GET with a body):
+// {"CommonUrlRequest":[{"ResourceType":1027,"ResourceIDs":"1001,1003","AudioSource":1,
+//   "AdaptiveNetWork":0,"IsPromptToneSupportedInFront":1}]}
+// Data:
+// {"CommonUrlList":{"CommonUrl":[{"ResourceGuid":"..","Url":"[sms:1]rtsp://127.0.0.1:18654/broadcast/<guid>",
+//   "SMSversion":1,"SecureEncryptType":1,"SMSToken":{"Enable":1,"Token":"<encrypted>"},"ResourceType":1027,
+//   "ResourceList":[{"ID":1001,"DevcieInfo":{"DeviceID":-1,"DeviceType":2020,"Channelnfo":{"DeviceIndex":"1",
+//   "DeviceResourceID":1001}}}]},{"ResourceGuid":"..","Url":"[sdk:1]sdk://127.0.0.1/broadcast/<guid>",
+//   "SecureEncryptType":1,"ResourceType":1027,"ResourceList":[{"ID":1003,"DevcieInfo":{"DeviceIP":"..",
+//   "DevicePort":..,"DeviceUserName":"..","DevicePassword":"<encrypted>","DeviceID":103,"DeviceType":2020,
+//   "Channelnfo":{"DeviceIndex":"1","DeviceResourceID":1003}}}]}]}}
+// Every request entry gives one streaming-server group and one device group, each when it has elements.
+RestResponse CommonUrlList(const RestRequest& request, PlatformContext& context) {
+    rapidjson::Document body;
+    RestResponse error;
+    if (!ParseBody(request, body, error)) {
+        return error;
+    }
+    const rapidjson::Value* list = body.IsArray() ? &body : Json::Find(body, "CommonUrlRequest");
+    if (list == nullptr || !list->IsArray() || list->Empty()) {
+        return PlatformError(kErrBadRequest, "\"CommonUrlRequest\" must be a non-empty array");
+    }
+    std::vector<UrlRequest> requests;
+    for (rapidjson::SizeType i = 0; i < list->Size(); ++i) {
+        UrlRequest r;
+        if (!ReadUrlRequest((*list)[i], "CommonUrlRequest[" + std::to_string(i + 1) + "]", context.fixture, r,
+                            error)) {
+            return error;
+        }
+        requests.push_back(r);
+    }
+
+    const Fixture& fixture = context.fixture;
+    const int secureType = context.registry.SecureEncryptType();
+    const std::string host = PublicHost(request, context);
+    const StreamingServer& sms = fixture.streamingServer;
+    const std::string smsHost = sms.host.empty() ? host : sms.host;
+    std::vector<BroadcastGroup> groups;
+    Json::CWriter w;
+    w.BeginObject().BeginObject("CommonUrlList").BeginArray("CommonUrl");
+    for (const UrlRequest& r : requests) {
+        for (GroupTransport transport : {GroupTransport::kSms, GroupTransport::kSdk}) {
+            const std::vector<const Element*>& elements = transport == GroupTransport::kSms ? r.sms : r.sdk;
+            if (elements.empty()) {
+                continue;
+            }
+            BroadcastGroup g;
+            g.guid = NewGuid();
+            if (g.guid.empty()) {
+                return PlatformError(kErrInternal, "cannot draw a GUID", 500);
+            }
+            g.transport = transport;
+            g.audioSource = r.audioSource;
+            g.adaptiveNetWork = r.adaptiveNetWork;
+            g.promptInFront = r.promptInFront;
+            g.userName = request.session.userName;
+            g.createdMs = NowMs();
+            for (const Element* e : elements) {
+                g.elementIds.push_back(e->id);
+            }
+            w.BeginObject().String("ResourceGuid", g.guid);
+            if (transport == GroupTransport::kSms) {
+                g.url = "[sms:" + std::to_string(sms.smsVersion) + "]rtsp://" + smsHost + ":" +
+                        std::to_string(sms.rtspPort) + "/" + sms.pathPrefix + "/" + g.guid;
+                w.String("Url", g.url).Int("SMSversion", sms.smsVersion).Int("SecureEncryptType", secureType);
+                if (sms.tokenEnabled) {
+                    std::string raw;
+                    std::string encrypted;
+                    if (!BusinessCommon::SecretPrimitives::RandomBytes(16, raw)) {
+                        return PlatformError(kErrInternal, "cannot draw a token", 500);
+                    }
+                    g.token = BusinessCommon::SecretPrimitives::ToHex(raw);
+                    if (!EncryptForSession(request, secureType, g.token, encrypted)) {
+                        return PlatformError(kErrInternal, "cannot encrypt the token", 500);
+                    }
+                    w.BeginObject("SMSToken").Int("Enable", 1).String("Token", encrypted).EndObject();
+                } else {
+                    w.BeginObject("SMSToken").Int("Enable", 0).String("Token", "").EndObject();
+                }
+            } else {
+                g.url = "[sdk:1]sdk://" + host + "/broadcast/" + g.guid;
+                w.String("Url", g.url).Int("SecureEncryptType", secureType);
+            }
+            w.Int("ResourceType", kSourceTypeBroadcastElement);
+            w.BeginArray("ResourceList");
+            for (const Element* e : elements) {
+                const Device* device = fixture.FindDevice(e->deviceId);
+                std::string password;
+                if (transport == GroupTransport::kSdk && device != nullptr &&
+                    !EncryptForSession(request, secureType, device->password, password)) {
+                    return PlatformError(kErrInternal, "cannot encrypt a device password", 500);
+                }
+                WriteResource(w, *e, device, transport == GroupTransport::kSdk, password);
+            }
+            w.EndArray().EndObject();
+            groups.push_back(g);
+        }
+    }
+    w.EndArray().EndObject().EndObject();
+
+    for (const BroadcastGroup& g : groups) {
+        context.registry.AddGroup(g);
+        TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]broadcast group %s for %d elements: %s[%s(%d)]",
+                g.guid.c_str(), static_cast<int>(g.elementIds.size()), g.url.c_str());
+        context.reactor.OnGroupCreated(g);
+    }
+    return Ok(w.Text());
+}
+
+// Request: {"ResourceGuid":"..","ResourceIDs":"1003,1004","ResourceType":1027,"Status":1,"ErrorModule":0,
+//   "ErrorCode":0}; Status 1 started, 2 start failed, 3 stopped.
+RestResponse UpdateBroadcastStatus(const RestRequest& request, PlatformContext& context) {
+    rapidjson::Document body;
+    RestResponse error;
+    if (!ParseBody(request, body, error)) {
+        return error;
+    }
+    const std::string guid = Json::GetString(body, "ResourceGuid");
+    if (guid.empty()) {
+        return PlatformError(kErrBadRequest, "\"ResourceGuid\" is required");
+    }
+    const rapidjson::Value* typeNode = Json::Find(body, "ResourceType");
+    if (typeNode != nullptr && Json::ToInt(typeNode, -1) != kSourceTypeBroadcastElement) {
+        return PlatformError(kErrUnsupported, "\"ResourceType\" must be 1027");
+    }
+    const rapidjson::Value* statusNode = Json::Find(body, "Status");
+    const int status = static_cast<int>(Json::ToInt(statusNode, -1));
+    if (status != kReportedStarted && status != kReportedFailed && status != kReportedStopped) {
+        return PlatformError(kErrBadRequest, "\"Status\" must be 1 (started), 2 (failed) or 3 (stopped)");
+    }
+    std::vector<int> ids;
+    if (!ParseIdList(Json::GetString(body, "ResourceIDs"), ids)) {
+        return PlatformError(kErrBadRequest, "\"ResourceIDs\" must be element ids separated by commas");
+    }
+    BroadcastGroup group;
+    if (!context.registry.FindGroup(guid, group)) {
+        return PlatformError(kErrNotFound, "no broadcast group " + guid);
+    }
+    for (int id : ids) {
+        if (std::find(group.elementIds.begin(), group.elementIds.end(), id) == group.elementIds.end()) {
+            return PlatformError(kErrBadRequest,
+                                 "element " + std::to_string(id) + " is not in group " + guid);
+        }
+    }
+    context.reactor.OnBroadcastStatus(guid, ids, status,
+                                      static_cast<int>(Json::GetInt(body, "ErrorModule", 0)),
+                                      static_cast<int>(Json::GetInt(body, "ErrorCode", 0)));
+    return Ok();
+}
+
+bool ReadGuids(const rapidjson::Document& body, const PlatformContext& context,
+               std::vector<std::string>& guids, RestResponse& error) {
+    const rapidjson::Value* list = Json::Find(body, "Request/ResourceGuids");
+    if (list == nullptr || !list->IsArray() || list->Empty()) {
+        error = PlatformError(kErrBadRequest, "\"Request/ResourceGuids\" must be a non-empty array of GUIDs");
+        return false;
+    }
+    for (const rapidjson::Value& v : list->GetArray()) {
+        if (!v.IsString()) {
+            error = PlatformError(kErrBadRequest, "\"Request/ResourceGuids\" must hold texts");
+            return false;
+        }
+        BroadcastGroup group;
+        if (!context.registry.FindGroup(Json::ToString(&v), group)) {
+            error = PlatformError(kErrNotFound, "no broadcast group " + Json::ToString(&v));
+            return false;
+        }
+        guids.push_back(Json::ToString(&v));
+    }
+    return true;
+}
+
+// Request: {"Request":{"ResourceGuids":["<guid>"]}}
+RestResponse PromptTone(const RestRequest& request, PlatformContext& context, bool start) {
+    rapidjson::Document body;
+    RestResponse error;
+    std::vector<std::string> guids;
+    if (!ParseBody(request, body, error) || !ReadGuids(body, context, guids, error)) {
+        return error;
+    }
+    if (start) {
+        context.reactor.OnPromptToneStart(guids);
+    } else {
+        context.reactor.OnPromptToneStop(guids);
+    }
+    return Ok();
+}
+
+bool ReadElementList(const rapidjson::Value& root, const char* path, std::vector<int>& ids,
+                     RestResponse& error) {
+    const rapidjson::Value* list = Json::Find(root, path);
+    if (list == nullptr || !list->IsArray() || list->Empty()) {
+        error = PlatformError(kErrBadRequest, std::string("\"") + path + "\" must be a non-empty array");
+        return false;
+    }
+    for (const rapidjson::Value& item : list->GetArray()) {
+        const rapidjson::Value* id = Json::Find(item, "ID");
+        if (!Json::IsInt(id)) {
+            error = PlatformError(kErrBadRequest,
+                                  std::string("every element of \"") + path + "\" needs an \"ID\"");
+            return false;
+        }
+        ids.push_back(static_cast<int>(Json::ToInt(id, 0)));
+    }
+    return true;
+}
+
+// Request: {"RealTimeBroadcastTTSRequest":{"ElementList":{"Element":[{"ID":1001}]},"PlayMode":0,
+//   "AssignPlaybackDuration":"","CustomContent":"text","PlayType":true,"Language":"en-US"}}
+// "PlayType" true starts, false stops; an explicit "Start" flag wins over it.
+// Data: {"ErrorList":[{"ElementID":1007,"ElementName":"Yard horn","ErrorModule":30,"ErrorCode":7}]}
+RestResponse Tts(const RestRequest& request, PlatformContext& context) {
+    rapidjson::Document body;
+    RestResponse error;
+    if (!ParseBody(request, body, error)) {
+        return error;
+    }
+    const rapidjson::Value* root = Json::Find(body, "RealTimeBroadcastTTSRequest");
+    if (root == nullptr || !root->IsObject()) {
+        return PlatformError(kErrBadRequest, "\"RealTimeBroadcastTTSRequest\" is required");
+    }
+    std::vector<int> ids;
+    if (!ReadElementList(*root, "ElementList/Element", ids, error)) {
+        return error;
+    }
+    const bool start = Json::GetBool(*root, "Start", Json::GetBool(*root, "PlayType", true));
+    const std::string content = Json::GetString(*root, "CustomContent");
+    const std::string language = Json::GetString(*root, "Language");
+    if (start) {
+        if (content.empty()) {
+            return PlatformError(kErrBadRequest, "\"CustomContent\" must hold the text to speak");
+        }
+        bool known = context.fixture.ttsLanguages.empty();
+        for (const TtsLanguage& l : context.fixture.ttsLanguages) {
+            known = known || l.key == language;
+        }
+        if (!known) {
+            return PlatformError(kErrUnsupported, "TTS language \"" + language + "\" is not offered");
+        }
+    }
+    Json::CWriter w;
+    w.BeginObject().BeginArray("ErrorList");
+    std::vector<TtsPlay> plays;
+    std::vector<int> valid;
+    for (int id : ids) {
+        const Element* e = context.fixture.FindElement(id);
+        int code = 0;
+        if (e == nullptr) {
+            code = kErrNotFound;
+        } else if (start && e->terminalStatus == 0) {
+            code = kErrTerminalOffline;
+        }
+        if (code != 0) {
+            w.BeginObject().Int("ElementID", id).String("ElementName", e != nullptr ? e->name : "");
+            w.Int("ErrorModule", kPlatformErrorModule).Int("ErrorCode", code).EndObject();
+            continue;
+        }
+        valid.push_back(id);
+        TtsPlay play;
+        play.elementId = id;
+        play.content = content;
+        play.language = language;
+        play.playMode = static_cast<int>(Json::GetInt(*root, "PlayMode", 0));
+        play.assignPlaybackDuration = Json::GetString(*root, "AssignPlaybackDuration");
+        play.userName = request.session.userName;
+        play.startedMs = NowMs();
+        plays.push_back(play);
+    }
+    w.EndArray().EndObject();
+    if (start) {
+        context.registry.StartTts(plays);
+        context.reactor.OnTtsStarted(valid);
+    } else {
+        context.reactor.OnTtsStopped(context.registry.StopTts(valid));
+    }
+    return Ok(w.Text());
+}
+
+// Request: {"RealTimeBroadcastRecordsRequest":{"ElementList":{"Element":[{"ID":1001}]},"StartTime":"..",
+//   "MediaFile":{"Name":"rec","format":"wav","size":4,"StorageServerID":501,"StorageType":1,"StoreUrl":".."},
+//   "BroadcastMode":0}}
+// Data: {"RecordID":1}
+RestResponse Record(const RestRequest& request, PlatformContext& context) {
+    rapidjson::Document body;
+    RestResponse error;
+    if (!ParseBody(request, body, error)) {
+        return error;
+    }
+    const rapidjson::Value* root = Json::Find(body, "RealTimeBroadcastRecordsRequest");
+    if (root == nullptr || !root->IsObject()) {
+        return PlatformError(kErrBadRequest, "\"RealTimeBroadcastRecordsRequest\" is required");
+    }
+    BroadcastRecord record;
+    if (!ReadElementList(*root, "ElementList/Element", record.elementIds, error)) {
+        return error;
+    }
+    for (int id : record.elementIds) {
+        if (context.fixture.FindElement(id) == nullptr) {
+            return PlatformError(kErrNotFound, "no broadcast element " + std::to_string(id));
+        }
+    }
+    record.name = Json::GetString(*root, "MediaFile/Name");
+    record.storeUrl = Json::GetString(*root, "MediaFile/StoreUrl");
+    if (record.name.empty() || record.storeUrl.empty()) {
+        return PlatformError(kErrBadRequest, "\"MediaFile/Name\" and \"MediaFile/StoreUrl\" are required");
+    }
+    record.startTime = Json::GetString(*root, "StartTime");
+    record.format = Json::GetString(*root, "MediaFile/format");
+    record.size = Json::GetInt(*root, "MediaFile/size", 0);
+    record.storageServerId = static_cast<int>(Json::GetInt(*root, "MediaFile/StorageServerID", 0));
+    const rapidjson::Value* storageType = Json::Find(*root, "MediaFile/StorageType");
+    record.storageType = storageType == nullptr    ? ""
+                         : storageType->IsString() ? Json::ToString(storageType)
+                                                   : Json::Serialize(*storageType);
+    record.broadcastMode = static_cast<int>(Json::GetInt(*root, "BroadcastMode", 0));
+    record.userName = request.session.userName;
+    record.receivedMs = NowMs();
+    const int64_t id = context.registry.AddRecord(record);
+    Json::CWriter w;
+    w.BeginObject().Int("RecordID", id).EndObject();
+    return Ok(w.Text());
+}
+
+}  // namespace
+
+void AddRealtimeRoutes(CRouter& router, PlatformContext& context) {
+    router.Add("GET", PluginPath("/RealTimeBroadcast/CommonUrlList"), RouteAccess::kSession,
+               [&context](const RestRequest& r) { return CommonUrlList(r, context); });
+    router.Add("PUT", PluginPath("/RealTimeBroadcast/UpdateBroadcastStatus"), RouteAccess::kSession,
+               [&context](const RestRequest& r) { return UpdateBroadcastStatus(r, context); });
+    router.Add("POST", PluginPath("/RealTimeBroadcast/StartPromptTone"), RouteAccess::kSession,
+               [&context](const RestRequest& r) { return PromptTone(r, context, true); });
+    router.Add("POST", PluginPath("/RealTimeBroadcast/StopPromptTone"), RouteAccess::kSession,
+               [&context](const RestRequest& r) { return PromptTone(r, context, false); });
+    router.Add("POST", PluginPath("/RealTimeBroadcast/TTS"), RouteAccess::kSession,
+               [&context](const RestRequest& r) { return Tts(r, context); });
+    router.Add("POST", PluginPath("/RealTimeBroadcast/Record"), RouteAccess::kSession,
+               [&context](const RestRequest& r) { return Record(r, context); });
+}
+
+}  // namespace Platform

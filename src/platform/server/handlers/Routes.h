@@ -1,0 +1,26 @@
+#pragma once
+// Registration of the REST handlers, one function per area.
+
+#include "platform/server/PlatformContext.h"
+#include "platform/server/http/Router.h"
+
+namespace Platform {
+
+/// Login, logout, heartbeat.
+void AddSessionRoutes(CRouter& router, PlatformContext& context);
+/// Partitions and broadcast terminals.
+void AddTerminalRoutes(CRouter& router, PlatformContext& context);
+/// Media directories and files.
+void AddMediaRoutes(CRouter& router, PlatformContext& context);
+/// Broadcast configuration, TTS languages, local cloud storage, record server disks, device access way.
+void AddConfigRoutes(CRouter& router, PlatformContext& context);
+/// Broadcast addresses, status, prompt tones, TTS and recordings.
+void AddRealtimeRoutes(CRouter& router, PlatformContext& context);
+/// Elements and devices, stream access types.
+void AddResourceRoutes(CRouter& router, PlatformContext& context);
+/// The operation log.
+void AddOplogRoutes(CRouter& router, PlatformContext& context);
+/// The control interface for tests (no session needed).
+void AddControlRoutes(CRouter& router, PlatformContext& context);
+
+}  // namespace Platform

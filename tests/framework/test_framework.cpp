@@ -1,0 +1,291 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "framework/base/FormatLog.h"
+#include "framework/business/BusinessCommon.h"
+#include "framework/business/DownloadTask.h"
+#include "framework/business/PluginCommManager.h"
+#include "framework/clientframe/FrameworkManagerInterface.h"
+#include "framework/errortext/ErrorCodeTrans.h"
+#include "framework/media/videotool/VideoTool.h"
+#include "framework/netcomm/NetlibWrapper.h"
+#include "framework/netcomm/RapidJsonProto.h"
+#include "framework/resource/ResourceManager.h"
+
+using Tal::Base::Error::ErrorCode;
+
+TEST(PluginCommManager, MethodsAreUniqueCallableAndSurviveUnregisterDuringCall) {
+    auto* bus = BusinessCommon::CPluginCommManager::Instance();
+    std::string response;
+    EXPECT_FALSE(bus->CallMethod("/Test/Missing", "{}", response));
+    EXPECT_TRUE(response.empty());
+
+    ASSERT_TRUE(bus->RegisterMethod("/Test/Echo", "a.c", [](const std::string& req, std::string& resp) {
+        resp = "echo:" + req;
+        return true;
+    }));
+    EXPECT_FALSE(bus->RegisterMethod("/Test/Echo", "b.c", [](const std::string&, std::string&) {
+        return true;
+    })) << "a taken name is refused";
+    EXPECT_FALSE(bus->RegisterMethod("", "a.c", [](const std::string&, std::string&) { return true; }));
+    EXPECT_EQ(bus->GetMethodOwner("/Test/Echo"), "a.c");
+    EXPECT_TRUE(bus->CallMethod("/Test/Echo", "x", response));
+    EXPECT_EQ(response, "echo:x");
+
+    // A handler that unregisters itself while running must finish safely.
+    ASSERT_TRUE(bus->RegisterMethod("/Test/SelfRemove", "a.c", [bus](const std::string&, std::string& resp) {
+        bus->UnRegisterMethod("/Test/SelfRemove");
+        resp = "still here";
+        return false;
+    }));
+    EXPECT_FALSE(bus->CallMethod("/Test/SelfRemove", "", response)) << "the handler's failure is passed on";
+    EXPECT_EQ(response, "still here");
+    EXPECT_FALSE(bus->HasMethod("/Test/SelfRemove"));
+    EXPECT_TRUE(bus->UnRegisterMethod("/Test/Echo"));
+    EXPECT_FALSE(bus->UnRegisterMethod("/Test/Echo"));
+}
+
+TEST(PluginCommManager, MessagesReachOnlyTheAddressedPlugin) {
+    auto* bus = BusinessCommon::CPluginCommManager::Instance();
+    std::vector<std::string> gotA, gotB;
+    ASSERT_TRUE(bus->RegisterMessageReceiver(
+        "a.c", [&](const std::string& from, const std::string& m) { gotA.push_back(from + ":" + m); }));
+    ASSERT_TRUE(bus->RegisterMessageReceiver(
+        "b.c", [&](const std::string&, const std::string& m) { gotB.push_back(m); }));
+    EXPECT_TRUE(bus->SendMessageToPlugin("broadcast.c", "a.c", "{\"Method\":1}"));
+    EXPECT_FALSE(bus->SendMessageToPlugin("broadcast.c", "nobody.c", "x"));
+    ASSERT_EQ(gotA.size(), 1u);
+    EXPECT_EQ(gotA[0], "broadcast.c:{\"Method\":1}");
+    EXPECT_TRUE(gotB.empty());
+    bus->UnRegisterMessageReceiver("a.c");
+    bus->UnRegisterMessageReceiver("b.c");
+    EXPECT_FALSE(bus->SendMessageToPlugin("broadcast.c", "a.c", "x"));
+}
+
+namespace {
+class RecordingObserver : public TalClientFrameWork::IWebsocketObserver {
+public:
+    void OnWebsocketMessage(const std::string& raw, int msgType, int wsType) override {
+        frames.push_back(raw + "|" + std::to_string(msgType) + "|" + std::to_string(wsType));
+    }
+    std::vector<std::string> frames;
+};
+}  // namespace
+
+TEST(FrameworkManagerInterface, ClientConfigSectionsAndObserverSubscriptions) {
+    auto* fw = TalClientFrameWork::CFrameworkManagerInterface::Instance();
+    EXPECT_FALSE(fw->SetClientConfig("[1,2]")) << "the configuration must be an object";
+    EXPECT_FALSE(fw->SetClientConfig("{broken"));
+    ASSERT_TRUE(fw->SetClientConfig(
+        R"({"Platform":{"Address":"10.0.0.1","Port":443},"User":{"Name":"u"},"SysConfig":{"NetOvertime":2}})"));
+    std::string text;
+    ASSERT_TRUE(fw->GetClientConfig(text, TalClientFrameWork::kClientConfigSystem));
+    NetworkCommunication::CRapidJsonProto system;
+    ASSERT_TRUE(system.set_str(text));
+    EXPECT_EQ(system.get_int_v("/SysConfig/NetOvertime", -1), 2);
+    EXPECT_FALSE(system.is_exist("/Platform")) << "the system section holds only SysConfig";
+    ASSERT_TRUE(fw->GetClientConfig(text, TalClientFrameWork::kClientConfigPlatform));
+    NetworkCommunication::CRapidJsonProto platform;
+    ASSERT_TRUE(platform.set_str(text));
+    EXPECT_EQ(platform.get_v("/Platform/Address"), "10.0.0.1");
+    EXPECT_EQ(platform.get_v("/User/Name"), "u");
+    EXPECT_FALSE(fw->GetClientConfig(text, 99));
+
+    auto byMessage = std::make_shared<RecordingObserver>();
+    auto byEvent = std::make_shared<RecordingObserver>();
+    EXPECT_FALSE(fw->Messages({3}, "unregistered", true)) << "subscriptions need a registered observer";
+    ASSERT_TRUE(fw->RegisterWebsocketObserver("by.message", byMessage));
+    ASSERT_TRUE(fw->RegisterWebsocketObserver("by.event", byEvent));
+    ASSERT_TRUE(fw->Messages({3}, "by.message", true));
+    TalClientFrameWork::CEventParam event;
+    event.SetVal_event_type(310001);
+    ASSERT_TRUE(fw->Events({event}, "by.event", true));
+    EXPECT_EQ(fw->SubscribedMessageTypes().count(3), 1u);
+    EXPECT_EQ(fw->SubscribedEventTypes().count(310001), 1u);
+
+    EXPECT_EQ(fw->DeliverFrame("f1", 3, 0, 1), 1);
+    EXPECT_EQ(fw->DeliverFrame("f2", 5, 310001, 1), 1);
+    EXPECT_EQ(fw->DeliverFrame("f3", 3, 310001, 2), 2);
+    EXPECT_EQ(fw->DeliverFrame("f4", 7, 0, 1), 0);
+    EXPECT_EQ(byMessage->frames, (std::vector<std::string>{"f1|3|1", "f3|3|2"}));
+    EXPECT_EQ(byEvent->frames, (std::vector<std::string>{"f2|5|1", "f3|3|2"}));
+
+    ASSERT_TRUE(fw->Events({event}, "by.event", false));
+    EXPECT_EQ(fw->DeliverFrame("f5", 5, 310001, 1), 0) << "unsubscribed events stop";
+    EXPECT_TRUE(fw->UnRegisterWebsocketObserver("by.message"));
+    EXPECT_TRUE(fw->UnRegisterWebsocketObserver("by.event"));
+    EXPECT_EQ(fw->DeliverFrame("f6", 3, 0, 1), 0);
+}
+
+TEST(ErrorCodeTrans, TextsByLanguageWithFallbacksAndCascadingText) {
+    ErrorCodeTrans::InitLanguale("en_US");
+    EXPECT_EQ(ErrorCodeTrans::GetErrorInfoByErrorCode(ErrorCode()), "");
+    EXPECT_NE(ErrorCodeTrans::GetErrorInfoByErrorCode(ErrorCode(2, 20, 2002)).find("WAN"), std::string::npos);
+    EXPECT_NE(ErrorCodeTrans::GetErrorInfoByErrorCode(ErrorCode(2, 29, 5)).find("sound card"),
+              std::string::npos);
+    const std::string unknown = ErrorCodeTrans::GetErrorInfoByErrorCode(ErrorCode(2, 77, 12));
+    EXPECT_NE(unknown.find("77"), std::string::npos);
+    EXPECT_NE(unknown.find("12"), std::string::npos);
+    ErrorCode server(1, 5, 404);
+    server.SetCasadingErrorInfo("no such element");
+    const std::string serverText = ErrorCodeTrans::GetErrorInfoByErrorCode(server);
+    EXPECT_NE(serverText.find("platform"), std::string::npos);
+    EXPECT_NE(serverText.find("no such element"), std::string::npos);
+    EXPECT_NE(ErrorCodeTrans::GetErrorInfoByErrorCode(ErrorCode(2, 61, 42)).find("42"), std::string::npos)
+        << "a module-wide text still names the code";
+
+    ErrorCodeTrans::InitLanguale("zh_CN");
+    EXPECT_EQ(ErrorCodeTrans::GetErrorInfoByErrorCode(ErrorCode(2, 29, 5)), "未找到声卡。");
+    EXPECT_NE(ErrorCodeTrans::GetErrorInfoByErrorCode(ErrorCode(2, 20, 3404)),
+              ErrorCodeTrans::GetErrorInfoByErrorCode(ErrorCode(2, 20, 3403)));
+    ErrorCodeTrans::InitLanguale("en_US");
+}
+
+TEST(VideoTool, VoiceEnvironmentStartsOnlyWithValidConfigurationAndCountsReleases) {
+    Tal::Base::CLogCapture log;
+    Tal::Base::Error::SetLastError(ErrorCode());
+    EXPECT_FALSE(ORVVideoTool::InitVoiceEnvir("not json"));
+    EXPECT_FALSE(Tal::Base::Error::GetLastError().IsSucceed());
+    EXPECT_FALSE(ORVVideoTool::InitVoiceEnvir(R"({"GeneralInit":false})"));
+    EXPECT_FALSE(ORVVideoTool::IsVoiceEnvirInit());
+    EXPECT_FALSE(ORVVideoTool::UnInitVoiceEnvir()) << "nothing to release";
+
+    ASSERT_TRUE(
+        ORVVideoTool::InitVoiceEnvir(R"({"GeneralInit":true,"CirroInit":true,"CirroLoadPath":"/opt/x/"})"));
+    EXPECT_TRUE(ORVVideoTool::IsVoiceEnvirInit());
+    EXPECT_EQ(ORVVideoTool::GetVoiceEnvirLoadPath(), "/opt/x/");
+    ASSERT_TRUE(ORVVideoTool::InitVoiceEnvir(R"({"GeneralInit":true})"));
+    EXPECT_TRUE(ORVVideoTool::UnInitVoiceEnvir());
+    EXPECT_TRUE(ORVVideoTool::IsVoiceEnvirInit()) << "one release per start";
+    EXPECT_TRUE(ORVVideoTool::UnInitVoiceEnvir());
+    EXPECT_FALSE(ORVVideoTool::IsVoiceEnvirInit());
+}
+
+namespace {
+std::vector<std::string> g_deviceMessages;
+void CollectDeviceMessage(const std::string& message, void* context) {
+    EXPECT_EQ(context, &g_deviceMessages);
+    g_deviceMessages.push_back(message);
+}
+}  // namespace
+
+TEST(VideoTool, DeviceBroadcastManagerForwardsOnlyDeviceStatusWhileInitialised) {
+    using TOOL::CBroadcastBusinessManager;
+    g_deviceMessages.clear();
+    CBroadcastBusinessManager::SetBroadcastResoluteCallback(&CollectDeviceMessage, &g_deviceMessages);
+    EXPECT_FALSE(CBroadcastBusinessManager::PushBroadcastState(R"({"NotifyType":1})")) << "not initialised";
+    ASSERT_TRUE(CBroadcastBusinessManager::InitManager());
+    CBroadcastBusinessManager::SetBroadcastResoluteCallback(&CollectDeviceMessage, &g_deviceMessages);
+    EXPECT_TRUE(CBroadcastBusinessManager::PushBroadcastState(R"({"NotifyType":1,"Status":2})"));
+    EXPECT_FALSE(CBroadcastBusinessManager::PushBroadcastState(R"({"Event":{"BroadcastStatusList":[]}})"));
+    EXPECT_FALSE(CBroadcastBusinessManager::PushBroadcastState("garbage"));
+    ASSERT_EQ(g_deviceMessages.size(), 1u);
+    EXPECT_EQ(g_deviceMessages[0], R"({"NotifyType":1,"Status":2})");
+
+    TOOL::CRequestBroadcast request;
+    request.device_ids = "1,2";
+    EXPECT_FALSE(CBroadcastBusinessManager::StartBroadcast(request));
+    EXPECT_EQ(Tal::Base::Error::GetLastError().GetMainErrorCode(), Tal::Base::Error::kModuleFramework);
+    EXPECT_TRUE(CBroadcastBusinessManager::StopBroadcast()) << "stopping nothing succeeds";
+    ASSERT_TRUE(CBroadcastBusinessManager::UninitManager());
+    EXPECT_FALSE(CBroadcastBusinessManager::PushBroadcastState(R"({"NotifyType":1})"));
+}
+
+TEST(BusinessCommon, PathsEndWithSlashLoopRunsOnlyAfterInit) {
+    auto* config = BusinessCommon::CFrameSystemConfigMgr::Instance();
+    config->SetClientDataPath("C:\\data\\client");
+    EXPECT_EQ(config->GetClientDataPath(), "C:/data/client/");
+    config->SetVideoCaptureDataPath("/var/capture/");
+    EXPECT_EQ(config->GetVideoCaptureDataPath(), "/var/capture/");
+    config->SetClientDataPath("");
+    EXPECT_EQ(config->GetClientDataPath(), "");
+
+    struct Flag : Tal::Base::CTask {
+        std::promise<std::thread::id>* ran;
+        void Exec() override { ran->set_value(std::this_thread::get_id()); }
+    };
+    auto* loop = BusinessCommon::CMessageLoopForNetworkComm::Instance();
+    BusinessCommon::UnInitBusinessCommon();
+    std::promise<std::thread::id> ran;
+    auto task = std::make_shared<Flag>();
+    task->ran = &ran;
+    EXPECT_FALSE(loop->PostTask(task)) << "no loop before the services start";
+    ASSERT_TRUE(BusinessCommon::InitBusinessCommon(nullptr, "zh_CN"));
+    EXPECT_EQ(BusinessCommon::GetLanguage(), "zh_CN");
+    ASSERT_TRUE(loop->PostTask(task));
+    auto future = ran.get_future();
+    ASSERT_EQ(future.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    EXPECT_NE(future.get(), std::this_thread::get_id());
+    BusinessCommon::UnInitBusinessCommon();
+    BusinessCommon::SetLanguage("en_US");
+}
+
+TEST(NetlibWrapper, TimeoutFactorIsStoredUnchangedAndMapsToTimeouts) {
+    using namespace NetworkCommunication::NetlibWrapper;
+    SetTimeoutFacotor(kTimeoutDefault);
+    EXPECT_EQ(GetTimeoutFacotor(), kTimeoutDefault);
+    EXPECT_EQ(GetRequestTimeoutMs(), 10000);
+    SetTimeoutFacotor(kTimeoutLong);
+    EXPECT_EQ(GetRequestTimeoutMs(), 40000);
+    SetTimeoutFacotor(static_cast<TimeoutFactor>(7));
+    EXPECT_EQ(static_cast<int>(GetTimeoutFacotor()), 7);
+    EXPECT_EQ(GetRequestTimeoutMs(), 10000) << "unknown levels behave as the default";
+    SetTimeoutFacotor(kTimeoutDefault);
+}
+
+TEST(ResourceManager, RegistryKeepsLoginStateAcrossUpdatesAndLoginFailsHonestly) {
+    auto* devices = ResourceManager::CDeviceManager::Instance();
+    ResourceManager::DeviceInfo info;
+    info.id = 501;
+    info.name = "Gate speaker";
+    info.deviceType = 2020;
+    info.accessProtocol = 23;
+    info.ipAddress = "127.0.0.1";
+    info.port = 5004;
+    auto device = devices->AddOrUpdateDevice(info);
+    ASSERT_TRUE(device);
+    EXPECT_EQ(devices->FindDeviceByID(501), device);
+    EXPECT_EQ(devices->FindDeviceByID(502), nullptr);
+    info.name = "Gate speaker 2";
+    EXPECT_EQ(devices->AddOrUpdateDevice(info), device) << "an update keeps the same object";
+    EXPECT_EQ(device->GetName(), "Gate speaker 2");
+
+    ResourceManager::CLoginParam login;
+    login.SetVal_strLoginAddress("10.1.1.1");
+    login.SetVal_uLoginPort(8080);
+    login.SetVal_strUserName("admin");
+    login.SetVal_strUserPwd("pw");
+    device->SetIPModeLoginParam(login);
+    EXPECT_EQ(device->GetIPModeLoginParam().GetVal_strLoginAddress(), "10.1.1.1");
+    EXPECT_EQ(device->GetIPModeLoginParam().GetVal_uLoginPort(), 8080);
+    EXPECT_FALSE(device->IsLogin());
+    EXPECT_EQ(device->GetUserID(), -1);
+
+    ResourceManager::ElementInfo element;
+    element.id = 9;
+    element.name = "Lobby";
+    element.deviceId = 501;
+    ResourceManager::CElementManager::Instance()->AddOrUpdateElement(element);
+    auto found = ResourceManager::CElementManager::Instance()->FindOtherElementByID(9);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->GetEncodeDeviceAttribute().GetDeviceID(), 501);
+    EXPECT_EQ(ResourceManager::CElementManager::Instance()->FindOtherElementByID(10), nullptr);
+    devices->Clear();
+    ResourceManager::CElementManager::Instance()->Clear();
+    EXPECT_EQ(devices->FindDeviceByID(501), nullptr);
+}
+
+TEST(DownloadTask, ParametersRoundTripAndValidity) {
+    BusinessCommon::CDownloadTaskBase task;
+    BusinessCommon::CDownloadTaskParam param;
+    EXPECT_FALSE(param.IsValid());
+    param.pluginId = "broadcast.c";
+    param.savePath = "/tmp/x.mp3";
+    EXPECT_TRUE(param.IsValid());
+    task.SetDownloadTaskParam(param, 0);
+    EXPECT_EQ(task.GetDownloadTaskParam().savePath, "/tmp/x.mp3");
+}

@@ -1,0 +1,55 @@
+#pragma once
+// Runs the real bcast-platform program for a test: picks free ports (port 0), waits for the addresses it
+// prints, and stops it with SIGTERM, reporting its exit status.
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace PlatformTest {
+
+/// The program, the demo fixture and a scratch directory, from the environment ctest sets.
+std::string PlatformBinary();
+std::string DemoFixture();
+std::string SourceDir();
+/// A fresh directory under /tmp, removed by nobody (small files only).
+std::string MakeTempDir(const std::string& tag);
+std::string ReadFile(const std::string& path);
+
+class CPlatformProcess {
+public:
+    CPlatformProcess() = default;
+    ~CPlatformProcess();
+    CPlatformProcess(const CPlatformProcess&) = delete;
+    CPlatformProcess& operator=(const CPlatformProcess&) = delete;
+
+    /// Starts the program with these arguments (plus "--listen 127.0.0.1:0" when none is given) and waits
+    /// up to 20 s for both addresses. False with `Error()` naming what went wrong.
+    bool Start(std::vector<std::string> args = {});
+    /// Starts the program and waits for it to end by itself (for start-up failures); returns its exit code,
+    /// -1 when it had to be killed.
+    int RunToExit(std::vector<std::string> args, int timeoutMs = 20000);
+    /// SIGTERM, then waits up to 20 s. Returns the exit code, or -1 when it had to be killed or died by a
+    /// signal.
+    int Stop();
+
+    const std::string& RestUrl() const { return restUrl_; }
+    const std::string& PushUrl() const { return pushUrl_; }
+    const std::string& Error() const { return error_; }
+    std::string Stdout() const;
+    std::string Stderr() const;
+    pid_t Pid() const { return pid_; }
+
+private:
+    bool Spawn(const std::vector<std::string>& args);
+    int WaitExit(int timeoutMs);
+
+    pid_t pid_ = -1;
+    std::string dir_;
+    std::string restUrl_;
+    std::string pushUrl_;
+    std::string error_;
+};
+
+}  // namespace PlatformTest

@@ -1,0 +1,387 @@
+// Broadcast addresses, status reports, prompt tones, TTS and recordings, with the pushes they cause on the
+// websocket link.
+
+#include <gtest/gtest.h>
+
+#include <rapidjson/pointer.h>
+
+#include "framework/business/secret/SecretCipher.h"
+#include "support/PlatformFixture.h"
+#include "support/PushClient.h"
+
+using namespace PlatformTest;
+
+namespace {
+
+const char kUrl[] = "/ResponseStatus/Data/CommonUrlList/CommonUrl";
+
+std::string UrlRequest(const std::string& ids, int networkMode, int prompt, int audioSource = 1) {
+    return R"({"CommonUrlRequest":[{"ResourceType":1027,"ResourceIDs":")" + ids + R"(","AudioSource":)" +
+           std::to_string(audioSource) + R"(,"AdaptiveNetWork":)" + std::to_string(networkMode) +
+           R"(,"IsPromptToneSupportedInFront":)" + std::to_string(prompt) + "}]}";
+}
+
+std::string At(int urlIndex, const std::string& tail) {
+    return std::string(kUrl) + "/" + std::to_string(urlIndex) + tail;
+}
+
+std::string Decrypt(const std::string& key, int type, const std::string& text) {
+    BusinessCommon::CSecretCipher cipher(key);
+    std::string plain;
+    return cipher.DecryptByType(type, text, plain) ? plain : "<not decryptable>";
+}
+
+// The statuses of one status frame: (ResourceID, Status, PromptToneBeginEnd or -1).
+std::vector<std::tuple<int, int, int>> Statuses(const std::string& frame) {
+    std::vector<std::tuple<int, int, int>> out;
+    rapidjson::Document doc;
+    doc.Parse(frame.c_str());
+    const rapidjson::Value* list = rapidjson::Pointer("/Msg/Data/Event/BroadcastStatusList").Get(doc);
+    if (list == nullptr || !list->IsArray()) {
+        return out;
+    }
+    for (const rapidjson::Value& s : list->GetArray()) {
+        auto prompt = s.FindMember("PromptToneBeginEnd");
+        out.emplace_back(s["ResourceID"].GetInt(), s["Status"].GetInt(),
+                         prompt == s.MemberEnd() ? -1 : prompt->value.GetInt());
+    }
+    return out;
+}
+
+}  // namespace
+
+class BroadcastTest : public PlatformFixture {
+protected:
+    RestReply UrlList(const std::string& body) {
+        return Get(Plugin("/RealTimeBroadcast/CommonUrlList"), body);
+    }
+
+    void OpenPush(CPushClient& push) {
+        ASSERT_TRUE(push.Open(pushUrl_, client_->Token())) << push.LastError();
+        ASSERT_TRUE(push.Subscribe({3}, {310001}));
+    }
+
+    std::string WaitStatus(CPushClient& push, int status, int timeoutMs = 10000) {
+        return push.WaitFor([status](const rapidjson::Document& d) { return IsStatusFrame(d, status); },
+                            timeoutMs);
+    }
+};
+
+TEST_F(BroadcastTest, CommonUrlListGivesStreamingServerAndDeviceEntriesWithDecryptableSecrets) {
+    RestReply reply = UrlList(UrlRequest("1001,1003,1004,1005,1006", 0, 0));
+    ASSERT_EQ(reply.ErrorCode(), 0) << reply.Describe();
+    const rapidjson::Value* list = reply.Node(kUrl);
+    ASSERT_NE(list, nullptr);
+    ASSERT_EQ(list->Size(), 2u) << reply.body;
+
+    // Streaming-server entry.
+    const std::string smsUrl = reply.Str(At(0, "/Url").c_str());
+    const std::string guid = reply.Str(At(0, "/ResourceGuid").c_str());
+    EXPECT_EQ(guid.size(), 36u);
+    EXPECT_EQ(smsUrl.rfind("[sms:", 0), 0u) << smsUrl;
+    EXPECT_NE(smsUrl.find("]rtsp://127.0.0.1:18654/broadcast/" + guid), std::string::npos) << smsUrl;
+    EXPECT_EQ(reply.Int(At(0, "/SMSversion").c_str()), 1);
+    EXPECT_EQ(reply.Int(At(0, "/SecureEncryptType").c_str()), 1);
+    EXPECT_EQ(reply.Int(At(0, "/ResourceType").c_str()), 1027);
+    EXPECT_EQ(reply.Int(At(0, "/SMSToken/Enable").c_str()), 1);
+    const std::string token = Decrypt(sessionKey_, 1, reply.Str(At(0, "/SMSToken/Token").c_str()));
+    EXPECT_EQ(token.size(), 32u) << token;
+    EXPECT_EQ(reply.Int(At(0, "/ResourceList/0/ID").c_str()), 1001);
+    EXPECT_EQ(reply.Int(At(0, "/ResourceList/0/DevcieInfo/DeviceID").c_str()), -1)
+        << "no device login through the streaming server";
+    EXPECT_EQ(reply.Int(At(0, "/ResourceList/0/DevcieInfo/Channelnfo/DeviceResourceID").c_str()), 1001);
+
+    // Device entry: SDK devices (2020/1 and 2001/1) and the OEM UDP speaker (2020/23) alike.
+    EXPECT_EQ(reply.Str(At(1, "/Url").c_str()).rfind("[sdk:", 0), 0u);
+    EXPECT_FALSE(reply.Has(At(1, "/SMSToken").c_str()));
+    const rapidjson::Value* resources = reply.Node(At(1, "/ResourceList").c_str());
+    ASSERT_NE(resources, nullptr);
+    ASSERT_EQ(resources->Size(), 4u);
+    const std::string d = "/ResourceList/1/DevcieInfo/";
+    EXPECT_EQ(reply.Int(At(1, "/ResourceList/1/ID").c_str()), 1004);
+    EXPECT_EQ(reply.Int(At(1, d + "DeviceID").c_str()), 201);
+    EXPECT_EQ(reply.Int(At(1, d + "DeviceType").c_str()), 2001);
+    EXPECT_EQ(reply.Str(At(1, d + "DeviceIP").c_str()), "127.0.0.1");
+    EXPECT_EQ(reply.Int(At(1, d + "DevicePort").c_str()), 18664);
+    EXPECT_EQ(reply.Str(At(1, d + "DeviceUserName").c_str()), "admin");
+    EXPECT_EQ(Decrypt(sessionKey_, 1, reply.Str(At(1, d + "DevicePassword").c_str())), "Gate#Encoder1");
+    EXPECT_EQ(reply.Str(At(1, d + "Channelnfo/DeviceIndex").c_str()), "1");
+    EXPECT_EQ(reply.Str(At(1, "/ResourceList/2/DevcieInfo/Channelnfo/DeviceIndex").c_str()), "2");
+    EXPECT_EQ(reply.Int(At(1, "/ResourceList/3/DevcieInfo/DeviceID").c_str()), 301);
+
+    // The platform keeps the groups, with the token in plain text for its streaming server.
+    RestReply state = Control("GET", "/broadcasts");
+    EXPECT_EQ(state.Str("/ResponseStatus/Data/Groups/0/ResourceGuid"), guid);
+    EXPECT_EQ(state.Str("/ResponseStatus/Data/Groups/0/Token"), token);
+    EXPECT_EQ(state.Str("/ResponseStatus/Data/Groups/1/Transport"), "sdk");
+}
+
+TEST_F(BroadcastTest, TheOlderSchemeIsUsedWhenSelected) {
+    ASSERT_EQ(Control("POST", "/security", R"({"SecureEncryptType":0})").ErrorCode(), 0);
+    RestReply reply = UrlList(UrlRequest("1001,1003", 3, 0));
+    ASSERT_EQ(reply.ErrorCode(), 0) << reply.Describe();
+    EXPECT_EQ(reply.Int(At(0, "/SecureEncryptType").c_str()), 0);
+    const std::string token = reply.Str(At(0, "/SMSToken/Token").c_str());
+    EXPECT_EQ(Decrypt(sessionKey_, 1, token), "<not decryptable>");
+    EXPECT_EQ(Decrypt(sessionKey_, 0, token).size(), 32u);
+    EXPECT_EQ(Decrypt(sessionKey_, 0, reply.Str(At(1, "/ResourceList/0/DevcieInfo/DevicePassword").c_str())),
+              "Lobby#Speaker3");
+    EXPECT_EQ(Control("POST", "/security", R"({"SecureEncryptType":3})").ErrorCode(), 2);
+}
+
+TEST_F(BroadcastTest, CommonUrlListRefusesRequestsItCannotServe) {
+    struct Case {
+        std::string body;
+        int code;
+    };
+    for (const Case& c : std::vector<Case>{
+             {R"({"CommonUrlRequest":[]})", 2},
+             {R"({"CommonUrlRequest":{"ResourceType":1027}})", 2},
+             {R"({"CommonUrlRequest":[{"ResourceType":1,"ResourceIDs":"1001"}]})", 4},
+             {UrlRequest("1001,9999", 0, 0), 3},
+             {UrlRequest("1001,,1002", 0, 0), 2},
+             {UrlRequest("", 0, 0), 2},
+             {UrlRequest("1001", 4, 0), 2},
+             {UrlRequest("1001", 0, 0, 3), 2},
+             {"", 2},
+         }) {
+        RestReply reply = UrlList(c.body);
+        EXPECT_EQ(reply.status, 200) << c.body;
+        EXPECT_EQ(reply.ErrorModule(), 30) << c.body;
+        EXPECT_EQ(reply.ErrorCode(), c.code) << c.body << " -> " << reply.body;
+        EXPECT_FALSE(reply.Str("/ResponseStatus/CascadingErrorInfo").empty()) << c.body;
+    }
+    EXPECT_EQ(Control("GET", "/broadcasts").Node("/ResponseStatus/Data/Groups")->Size(), 0u)
+        << "a refused request creates no group";
+
+    // Two request entries, as the client sends one per access type.
+    RestReply two =
+        UrlList(R"({"CommonUrlRequest":[{"ResourceType":1027,"ResourceIDs":"1002","AudioSource":2,)"
+                R"("AdaptiveNetWork":0,"IsPromptToneSupportedInFront":0},{"ResourceType":1027,)"
+                R"("ResourceIDs":"1007","AudioSource":2,"AdaptiveNetWork":20,)"
+                R"("IsPromptToneSupportedInFront":0}]})");
+    ASSERT_EQ(two.ErrorCode(), 0) << two.Describe();
+    EXPECT_EQ(two.Node(kUrl)->Size(), 2u);
+    EXPECT_EQ(two.Int(At(0, "/ResourceList/0/ID").c_str()), 1002);
+    EXPECT_EQ(two.Int(At(1, "/ResourceList/0/ID").c_str()), 1007);
+    EXPECT_NE(two.Str(At(0, "/ResourceGuid").c_str()), two.Str(At(1, "/ResourceGuid").c_str()));
+}
+
+TEST_F(BroadcastTest, StartPromptTonePushesPreparingPlayingThenFinished) {
+    CPushClient push;
+    OpenPush(push);
+    RestReply urls = UrlList(UrlRequest("1003,1004", 0, 0));
+    ASSERT_EQ(urls.ErrorCode(), 0) << urls.Describe();
+    const std::string guid = urls.Str(At(0, "/ResourceGuid").c_str());
+
+    RestReply start = Post(Plugin("/RealTimeBroadcast/StartPromptTone"),
+                           R"({"Request":{"ResourceGuids":[")" + guid + R"("]}})");
+    ASSERT_EQ(start.ErrorCode(), 0) << start.Describe();
+    const std::string preparing = WaitStatus(push, 102);
+    ASSERT_FALSE(preparing.empty()) << "no 102 frame";
+    rapidjson::Document frame;
+    frame.Parse(preparing.c_str());
+    EXPECT_EQ(FrameInt(frame, "/MessageType"), 3);
+    EXPECT_EQ(FrameInt(frame, "/EventType"), 310001);
+    EXPECT_EQ(FrameInt(frame, "/Msg/ProtocolType"), 1);
+    EXPECT_EQ(FrameInt(frame, "/Msg/Module"), 0);
+    const std::string item = "/Msg/Data/Event/BroadcastStatusList/0/";
+    EXPECT_EQ(FrameStr(frame, (item + "BoardcastGroupGUID").c_str()), guid);
+    EXPECT_EQ(FrameInt(frame, (item + "ResourceType").c_str()), 1027);
+    EXPECT_EQ(FrameInt(frame, (item + "ErrorCode").c_str()), 0);
+    EXPECT_EQ(FrameInt(frame, (item + "ErrorModule").c_str()), 0);
+    EXPECT_EQ(FrameInt(frame, (item + "ResourceStatus").c_str()), 1);
+    EXPECT_EQ(Statuses(preparing), (std::vector<std::tuple<int, int, int>>{{1003, 102, 0}, {1004, 102, 0}}));
+
+    const std::string playing = WaitStatus(push, 103);
+    EXPECT_EQ(Statuses(playing), (std::vector<std::tuple<int, int, int>>{{1003, 103, 0}, {1004, 103, 0}}));
+    const std::string finished = WaitStatus(push, 100, 15000);
+    ASSERT_FALSE(finished.empty()) << "no 100 frame after the prompt tone's duration";
+    EXPECT_EQ(Statuses(finished), (std::vector<std::tuple<int, int, int>>{{1003, 100, 1}, {1004, 100, 1}}));
+    EXPECT_EQ(Control("GET", "/broadcasts").Str("/ResponseStatus/Data/Groups/0/PromptState"), "finished");
+
+    RestReply unknown = Post(Plugin("/RealTimeBroadcast/StartPromptTone"),
+                             R"({"Request":{"ResourceGuids":[")" + guid + R"(","no-such-guid"]}})");
+    EXPECT_EQ(unknown.ErrorCode(), 3);
+    EXPECT_EQ(
+        Post(Plugin("/RealTimeBroadcast/StopPromptTone"), R"({"Request":{"ResourceGuids":[]}})").ErrorCode(),
+        2);
+}
+
+TEST_F(BroadcastTest, StreamingServerGroupsPlayTheirPromptToneInFrontAndStopCutsItShort) {
+    CPushClient push;
+    OpenPush(push);
+    RestReply sms = UrlList(UrlRequest("1001,1002", 2, 1));
+    ASSERT_EQ(sms.ErrorCode(), 0) << sms.Describe();
+    const std::string smsGuid = sms.Str(At(0, "/ResourceGuid").c_str());
+    EXPECT_EQ(Statuses(WaitStatus(push, 102)),
+              (std::vector<std::tuple<int, int, int>>{{1001, 102, 0}, {1002, 102, 0}}));
+    EXPECT_EQ(Statuses(WaitStatus(push, 103)),
+              (std::vector<std::tuple<int, int, int>>{{1001, 103, 0}, {1002, 103, 0}}));
+    const std::string finished = WaitStatus(push, 100, 15000);
+    ASSERT_FALSE(finished.empty()) << "the streaming server's prompt tone never finished";
+    EXPECT_EQ(Statuses(finished), (std::vector<std::tuple<int, int, int>>{{1001, 100, 1}, {1002, 100, 1}}));
+
+    RestReply sdk = UrlList(UrlRequest("1005", 3, 1));
+    const std::string sdkGuid = sdk.Str(At(0, "/ResourceGuid").c_str());
+    ASSERT_FALSE(sdkGuid.empty()) << sdk.Describe();
+    EXPECT_TRUE(WaitStatus(push, 102, 2000).empty()) << "device groups wait for StartPromptTone";
+    ASSERT_EQ(Post(Plugin("/RealTimeBroadcast/StartPromptTone"),
+                   R"({"Request":{"ResourceGuids":[")" + sdkGuid + R"("]}})")
+                  .ErrorCode(),
+              0);
+    ASSERT_FALSE(WaitStatus(push, 103).empty());
+    ASSERT_EQ(Post(Plugin("/RealTimeBroadcast/StopPromptTone"),
+                   R"({"Request":{"ResourceGuids":[")" + sdkGuid + R"("]}})")
+                  .ErrorCode(),
+              0);
+    const std::string interrupted = WaitStatus(push, 101);
+    EXPECT_EQ(Statuses(interrupted), (std::vector<std::tuple<int, int, int>>{{1005, 101, 1}}));
+    // Past the prompt tone's length: the stopped tone must not report a finish.
+    push.Pump(3000);
+    EXPECT_TRUE(WaitStatus(push, 100, 10).empty()) << "a stopped prompt tone reported 100";
+    RestReply state = Control("GET", "/broadcasts");
+    EXPECT_EQ(state.Str("/ResponseStatus/Data/Groups/1/PromptState"), "interrupted");
+}
+
+TEST_F(BroadcastTest, UpdateBroadcastStatusPushesPlayingFailedAndStopped) {
+    CPushClient push;
+    OpenPush(push);
+    CPushClient idle;
+    ASSERT_TRUE(idle.Open(pushUrl_, client_->Token(), 10000, true)) << idle.LastError();
+    RestReply urls = UrlList(UrlRequest("1003,1006", 3, 0));
+    const std::string guid = urls.Str(At(0, "/ResourceGuid").c_str());
+    const std::string path = Plugin("/RealTimeBroadcast/UpdateBroadcastStatus");
+    auto body = [&guid](const std::string& ids, int status, int module, int code) {
+        return R"({"ResourceGuid":")" + guid + R"(","ResourceIDs":")" + ids +
+               R"(","ResourceType":1027,"Status":)" + std::to_string(status) + R"(,"ErrorModule":)" +
+               std::to_string(module) + R"(,"ErrorCode":)" + std::to_string(code) + "}";
+    };
+    ASSERT_EQ(Put(path, body("1003,1006", 1, 0, 0)).ErrorCode(), 0);
+    EXPECT_EQ(Statuses(WaitStatus(push, 1)),
+              (std::vector<std::tuple<int, int, int>>{{1003, 1, -1}, {1006, 1, -1}}));
+
+    ASSERT_EQ(Put(path, body("1006", 2, 20, 2001)).ErrorCode(), 0);
+    const std::string failed = WaitStatus(push, 2);
+    rapidjson::Document doc;
+    doc.Parse(failed.c_str());
+    EXPECT_EQ(FrameInt(doc, "/Msg/Data/Event/BroadcastStatusList/0/ResourceID"), 1006);
+    EXPECT_EQ(FrameInt(doc, "/Msg/Data/Event/BroadcastStatusList/0/ErrorModule"), 20);
+    EXPECT_EQ(FrameInt(doc, "/Msg/Data/Event/BroadcastStatusList/0/ErrorCode"), 2001);
+    EXPECT_EQ(FrameInt(doc, "/Msg/Data/Event/BroadcastStatusList/0/ResourceStatus"), 3);
+
+    ASSERT_EQ(Put(path, body("", 3, 0, 0)).ErrorCode(), 0);
+    EXPECT_EQ(Statuses(WaitStatus(push, 3)),
+              (std::vector<std::tuple<int, int, int>>{{1003, 3, -1}, {1006, 3, -1}}))
+        << "no ids: the whole group stopped";
+    EXPECT_EQ(Control("GET", "/broadcasts").Int("/ResponseStatus/Data/Groups/0/ReportedStatus"), 3);
+
+    EXPECT_EQ(Put(path, body("1003", 7, 0, 0)).ErrorCode(), 2);
+    EXPECT_EQ(Put(path, body("1001", 3, 0, 0)).ErrorCode(), 2) << "an element outside the group";
+    EXPECT_EQ(Put(path, R"({"ResourceGuid":"nope","ResourceIDs":"1003","ResourceType":1027,"Status":3})")
+                  .ErrorCode(),
+              3);
+    EXPECT_EQ(Put(path, R"({"ResourceIDs":"1003","Status":3})").ErrorCode(), 2);
+
+    idle.Pump(200);
+    EXPECT_TRUE(idle.Messages().empty()) << "a link without subscription gets no frames";
+}
+
+TEST_F(BroadcastTest, SubscriptionsByEventTypeOnlyAndUnsubscribeWork) {
+    CPushClient byEvent;
+    ASSERT_TRUE(byEvent.Open(pushUrl_, client_->Token()));
+    ASSERT_TRUE(byEvent.Subscribe({}, {310001}));
+    CPushClient leaving;
+    OpenPush(leaving);
+    ASSERT_TRUE(leaving.Unsubscribe({3}, {310001}));
+    RestReply clients = Control("GET", "/push/clients");
+    ASSERT_EQ(clients.Node("/ResponseStatus/Data/Links")->Size(), 2u) << clients.body;
+    EXPECT_EQ(clients.Int("/ResponseStatus/Data/Links/0/Events/0/EventType"), 310001);
+    EXPECT_EQ(clients.Node("/ResponseStatus/Data/Links/0/MessageTypes")->Size(), 0u);
+    EXPECT_EQ(clients.Node("/ResponseStatus/Data/Links/1/MessageTypes")->Size(), 0u) << "unsubscribed";
+    EXPECT_EQ(clients.Str("/ResponseStatus/Data/Links/1/UserName"), kUser);
+
+    ASSERT_EQ(Control("POST", "/push/send",
+                      R"({"MessageType":3,"EventType":310001,"Data":{"Event":{"BroadcastStatusList":[)"
+                      R"({"BoardcastGroupGUID":"g","ResourceID":1,"Status":1}]}}})")
+                  .ErrorCode(),
+              0);
+    EXPECT_FALSE(WaitStatus(byEvent, 1).empty());
+    leaving.Pump(300);
+    EXPECT_TRUE(WaitStatus(leaving, 1, 10).empty()) << "an unsubscribed link got a frame";
+
+    byEvent.SendText("not json");
+    EXPECT_FALSE(
+        byEvent.WaitFor([](const rapidjson::Document& d) { return FrameStr(d, "/Action") == "Error"; }, 5000)
+            .empty());
+    byEvent.SendText(R"({"Action":"Ping"})");
+    EXPECT_FALSE(
+        byEvent.WaitFor([](const rapidjson::Document& d) { return FrameStr(d, "/Action") == "Pong"; }, 5000)
+            .empty());
+}
+
+TEST_F(BroadcastTest, TtsStartsOnlineKnownSpeakersAndStopsThem) {
+    CPushClient push;
+    OpenPush(push);
+    const std::string path = Plugin("/RealTimeBroadcast/TTS");
+    auto body = [](const std::string& elements, bool play, const std::string& text,
+                   const std::string& language) {
+        return R"({"RealTimeBroadcastTTSRequest":{"ElementList":{"Element":[)" + elements +
+               R"(]},"PlayMode":0,"AssignPlaybackDuration":"","CustomContent":")" + text +
+               R"(","PlayType":)" + (play ? "true" : "false") + R"(,"Language":")" + language + R"("}})";
+    };
+    RestReply start =
+        Post(path, body(R"({"ID":1001},{"ID":1007},{"ID":9999})", true, "Store closes soon", "en-US"));
+    ASSERT_EQ(start.ErrorCode(), 0) << start.Describe();
+    const rapidjson::Value* errors = start.Node("/ResponseStatus/Data/ErrorList");
+    ASSERT_NE(errors, nullptr);
+    ASSERT_EQ(errors->Size(), 2u) << start.body;
+    EXPECT_EQ(start.Int("/ResponseStatus/Data/ErrorList/0/ElementID"), 1007);
+    EXPECT_EQ(start.Str("/ResponseStatus/Data/ErrorList/0/ElementName"), "Yard horn");
+    EXPECT_EQ(start.Int("/ResponseStatus/Data/ErrorList/0/ErrorModule"), 30);
+    EXPECT_EQ(start.Int("/ResponseStatus/Data/ErrorList/0/ErrorCode"), 7) << "offline terminal";
+    EXPECT_EQ(start.Int("/ResponseStatus/Data/ErrorList/1/ElementID"), 9999);
+    EXPECT_EQ(start.Int("/ResponseStatus/Data/ErrorList/1/ErrorCode"), 3);
+    const std::string playing = WaitStatus(push, 1);
+    EXPECT_EQ(Statuses(playing), (std::vector<std::tuple<int, int, int>>{{1001, 1, -1}}));
+    rapidjson::Document doc;
+    doc.Parse(playing.c_str());
+    EXPECT_EQ(FrameStr(doc, "/Msg/Data/Event/BroadcastStatusList/0/BoardcastGroupGUID"), "");
+    EXPECT_EQ(Control("GET", "/broadcasts").Str("/ResponseStatus/Data/TtsPlays/0/CustomContent"),
+              "Store closes soon");
+
+    RestReply stop = Post(path, body(R"({"ID":1001})", false, "Store closes soon", "en-US"));
+    EXPECT_EQ(stop.ErrorCode(), 0);
+    EXPECT_EQ(Statuses(WaitStatus(push, 3)), (std::vector<std::tuple<int, int, int>>{{1001, 3, -1}}));
+    EXPECT_EQ(Control("GET", "/broadcasts").Node("/ResponseStatus/Data/TtsPlays")->Size(), 0u);
+
+    EXPECT_EQ(Post(path, body(R"({"ID":1001})", true, "x", "xx-XX")).ErrorCode(), 4);
+    EXPECT_EQ(Post(path, body(R"({"ID":1001})", true, "", "en-US")).ErrorCode(), 2);
+    EXPECT_EQ(Post(path, R"({"RealTimeBroadcastTTSRequest":{"ElementList":{"Element":[]}}})").ErrorCode(), 2);
+}
+
+TEST_F(BroadcastTest, RecordingsAreRegistered) {
+    const std::string path = Plugin("/RealTimeBroadcast/Record");
+    RestReply ok = Post(
+        path, R"({"RealTimeBroadcastRecordsRequest":{"ElementList":{"Element":[{"ID":1001},{"ID":1003}]},)"
+              R"("StartTime":"2026-01-02 10:00:00","MediaFile":{"Name":"rec.2024","format":"wav",)"
+              R"("size":4,"StorageServerID":501,"StorageType":1,"StoreUrl":"http://s/pool-records/rec.wav"},)"
+              R"("BroadcastMode":0}})");
+    ASSERT_EQ(ok.ErrorCode(), 0) << ok.Describe();
+    EXPECT_EQ(ok.Int("/ResponseStatus/Data/RecordID"), 1);
+    RestReply state = Control("GET", "/broadcasts");
+    EXPECT_EQ(state.Str("/ResponseStatus/Data/Records/0/Name"), "rec.2024");
+    EXPECT_EQ(state.Int("/ResponseStatus/Data/Records/0/size"), 4);
+    EXPECT_EQ(state.Str("/ResponseStatus/Data/Records/0/StorageType"), "1");
+    EXPECT_EQ(state.Int("/ResponseStatus/Data/Records/0/ElementIDs/1"), 1003);
+    EXPECT_EQ(state.Str("/ResponseStatus/Data/Records/0/UserName"), kUser);
+
+    EXPECT_EQ(Post(path, R"({"RealTimeBroadcastRecordsRequest":{"ElementList":{"Element":[{"ID":1001}]},)"
+                         R"("MediaFile":{"StoreUrl":"u"}}})")
+                  .ErrorCode(),
+              2);
+    EXPECT_EQ(Post(path, R"({"RealTimeBroadcastRecordsRequest":{"ElementList":{"Element":[{"ID":5}]},)"
+                         R"("MediaFile":{"Name":"n","StoreUrl":"u"}}})")
+                  .ErrorCode(),
+              3);
+}

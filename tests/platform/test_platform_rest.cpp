@@ -1,0 +1,305 @@
+// The platform's answers to the client's REST calls: paths, envelopes and keys as the client reads them
+// (misspellings included), bodies on GET requests, and the secrets it encrypts for the session.
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "framework/business/secret/SecretCipher.h"
+#include "support/PlatformFixture.h"
+
+using namespace PlatformTest;
+
+namespace {
+
+std::vector<int> Ids(const RestReply& reply, const char* arrayPointer, const char* key) {
+    std::vector<int> ids;
+    const rapidjson::Value* list = reply.Node(arrayPointer);
+    if (list == nullptr || !list->IsArray()) {
+        return ids;
+    }
+    for (const rapidjson::Value& item : list->GetArray()) {
+        auto it = item.FindMember(key);
+        ids.push_back(it != item.MemberEnd() && it->value.IsInt() ? it->value.GetInt() : -999);
+    }
+    return ids;
+}
+
+std::string Decrypt(const std::string& sessionKey, int type, const std::string& text) {
+    BusinessCommon::CSecretCipher cipher(sessionKey);
+    std::string plain;
+    if (!cipher.DecryptByType(type, text, plain)) {
+        return "<not decryptable>";
+    }
+    return plain;
+}
+
+}  // namespace
+
+using RestTest = PlatformFixture;
+
+TEST_F(RestTest, PartitionsAndTerminalsUseTheMisspelledKeysAndReadGetBodies) {
+    const std::string partitions = Plugin("/TerminalManagement/Partitions");
+    RestReply all =
+        Get(partitions, R"({"BroadcastPatitionRequest":{"SearchCriteria":{"BroadcastPatitionName":""}}})");
+    ASSERT_EQ(all.status, 200) << all.Describe();
+    EXPECT_EQ(all.ErrorCode(), 0);
+    EXPECT_EQ(Ids(all, "/ResponseStatus/Data/BroadcastPatitionList/BroadcastPatition", "ID"),
+              (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(all.Str("/ResponseStatus/Data/BroadcastPatitionList/BroadcastPatition/1/BaseInfo/Name"),
+              "Parking");
+    RestReply filtered = Get(
+        partitions, R"({"BroadcastPatitionRequest":{"SearchCriteria":{"BroadcastPatitionName":"park"}}})");
+    EXPECT_EQ(Ids(filtered, "/ResponseStatus/Data/BroadcastPatitionList/BroadcastPatition", "ID"),
+              (std::vector<int>{2}))
+        << "the GET body's filter was applied: " << filtered.body;
+    RestReply malformed = Get(partitions, R"({"BroadcastPatitionRequest":)");
+    EXPECT_EQ(malformed.status, 200);
+    EXPECT_EQ(malformed.ErrorModule(), 30);
+    EXPECT_EQ(malformed.ErrorCode(), 2) << "a malformed GET body is read and refused";
+
+    const std::string terminals = Plugin("/TerminalManagement/BroadcastTerminals");
+    RestReply list =
+        Get(terminals, R"({"BroadcastTerminalsListRequest":{"SearchCriteria":{"AllPartition":true}}})");
+    const char* kList = "/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal";
+    EXPECT_EQ(Ids(list, kList, "ID"), (std::vector<int>{1001, 1002, 1003, 1004, 1005, 1006, 1007}));
+    EXPECT_EQ(list.Str("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/1/BaseInfo/Name"),
+              "Corridor");
+    EXPECT_EQ(list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/1/BaseInfo/"
+                       "BroadcastPartitionIDList/1"),
+              3);
+    EXPECT_EQ(list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/0/Config/Volume"), 70);
+    EXPECT_EQ(
+        list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/1/Config/PeerTaskHandling"),
+        1);
+    EXPECT_EQ(list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/3/Config/AudioCount"),
+              2);
+    EXPECT_EQ(list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/6/TerminalStatus"), 0);
+    EXPECT_EQ(list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/0/Area/AreaID"), 10);
+    EXPECT_EQ(list.Str("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/0/Area/AreaName"),
+              "Ground floor");
+    EXPECT_FALSE(
+        list.Has("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/6/BaseInfo/"
+                 "BroadcastPartitionIDList"))
+        << "the terminal outside every partition carries no partition list";
+
+    RestReply parking = Get(
+        terminals,
+        R"({"BroadcastTerminalsListRequest":{"SearchCriteria":{"AllPartition":false,"BroadcastPatitionID":2}}})");
+    EXPECT_EQ(Ids(parking, kList, "ID"), (std::vector<int>{1006}));
+    RestReply outside = Get(
+        terminals,
+        R"({"BroadcastTerminalsListRequest":{"SearchCriteria":{"AllPartition":false,"BroadcastPatitionID":-1}}})");
+    EXPECT_EQ(Ids(outside, kList, "ID"), (std::vector<int>{1007}));
+    RestReply noPartition =
+        Get(terminals, R"({"BroadcastTerminalsListRequest":{"SearchCriteria":{"AllPartition":false}}})");
+    EXPECT_EQ(noPartition.ErrorCode(), 2);
+}
+
+TEST_F(RestTest, GetBodiesDoNotDisturbAKeptAliveConnection) {
+    const std::string partitions = Plugin("/TerminalManagement/Partitions");
+    const std::string body =
+        R"({"BroadcastPatitionRequest":{"SearchCriteria":{"BroadcastPatitionName":"main"}}})";
+    RestReply first = Get(partitions, body);
+    ASSERT_EQ(first.status, 200) << first.Describe();
+    for (int i = 0; i < 5; ++i) {
+        RestReply again = Get(i % 2 == 0 ? partitions : Plugin("/BaseConfig"), i % 2 == 0 ? body : "{}");
+        ASSERT_EQ(again.status, 200) << "request " << i << ": " << again.Describe();
+        EXPECT_EQ(again.newConnections, 0) << "request " << i << " reused the connection";
+        if (i % 2 == 0) {
+            EXPECT_EQ(Ids(again, "/ResponseStatus/Data/BroadcastPatitionList/BroadcastPatition", "ID"),
+                      (std::vector<int>{1}));
+        } else {
+            EXPECT_TRUE(again.Has("/ResponseStatus/Data/BaseConfig/AudioCompressionType"));
+        }
+    }
+    RestReply log = Control("GET", "/requests?path=" + partitions);
+    const rapidjson::Value* entries = log.Node("/ResponseStatus/Data/Requests");
+    ASSERT_NE(entries, nullptr);
+    ASSERT_EQ(entries->Size(), 4u);
+    for (const rapidjson::Value& e : entries->GetArray()) {
+        EXPECT_STREQ(e["Method"].GetString(), "GET");
+        EXPECT_EQ(std::string(e["Body"].GetString()), body) << "the GET body reached the platform whole";
+    }
+}
+
+TEST_F(RestTest, MediaDirectoriesFormATreeAndFilesUseLowerCaseKeys) {
+    const std::string directories = Plugin("/MediaManagement/FileDirectorys");
+    const char* kDirs = "/ResponseStatus/Data/FileDirectoryList/FileDirectory";
+    RestReply tree =
+        Post(directories, R"({"FileDirectoryRequest":{"SearchCriteria":{"ParentFileDirectoryID":-1,)"
+                          R"("FileDirectoryName":"","DepthTraversal":1}}})");
+    EXPECT_EQ(Ids(tree, kDirs, "ID"), (std::vector<int>{1, 2, 3, 5, 4})) << "the whole tree in pre-order";
+    EXPECT_EQ(tree.Int("/ResponseStatus/Data/FileDirectoryList/FileDirectory/2/BaseInfo/ParentID"), 2);
+    EXPECT_EQ(tree.Str("/ResponseStatus/Data/FileDirectoryList/FileDirectory/2/BaseInfo/Name"), "Daily");
+    EXPECT_EQ(
+        tree.Int("/ResponseStatus/Data/FileDirectoryList/FileDirectory/1/BaseInfo/IsHaveChildDirectory"), 1);
+    EXPECT_EQ(
+        tree.Int("/ResponseStatus/Data/FileDirectoryList/FileDirectory/0/BaseInfo/IsHaveChildDirectory"), 0);
+    RestReply children =
+        Post(directories, R"({"FileDirectoryRequest":{"SearchCriteria":{"ParentFileDirectoryID":2}}})");
+    EXPECT_EQ(Ids(children, kDirs, "ID"), (std::vector<int>{3, 4})) << "direct children only";
+    RestReply unknown =
+        Post(directories, R"({"FileDirectoryRequest":{"SearchCriteria":{"ParentFileDirectoryID":77}}})");
+    EXPECT_EQ(unknown.ErrorCode(), 3);
+
+    const std::string files = Plugin("/MediaManagement/MediaFiles");
+    const char* kFiles = "/ResponseStatus/Data/MediaFileList/MediaFile";
+    RestReply daily = Post(files, R"({"MediaFilesListRequest":{"SearchCriteria":{"MediaFileDirectoryID":3,)"
+                                  R"("MediaFileName":""},"PageIndex":-1}})");
+    EXPECT_EQ(Ids(daily, kFiles, "ID"), (std::vector<int>{2, 3}));
+    EXPECT_EQ(daily.Str("/ResponseStatus/Data/MediaFileList/MediaFile/0/Name"), "opening");
+    EXPECT_EQ(daily.Str("/ResponseStatus/Data/MediaFileList/MediaFile/0/format"), "mp3");
+    EXPECT_EQ(daily.Int("/ResponseStatus/Data/MediaFileList/MediaFile/0/size"), 180);
+    EXPECT_EQ(daily.Int("/ResponseStatus/Data/MediaFileList/MediaFile/0/duration"), 23);
+    EXPECT_EQ(daily.Str("/ResponseStatus/Data/MediaFileList/MediaFile/0/StorageType"), "localStorage");
+    EXPECT_EQ(daily.Int("/ResponseStatus/Data/MediaFileList/MediaFile/0/ParentID"), 3);
+    EXPECT_FALSE(daily.Has("/ResponseStatus/Data/MediaFileList/MediaFile/0/Format"));
+    RestReply named = Post(files, R"({"MediaFilesListRequest":{"SearchCriteria":{"MediaFileDirectoryID":-1,)"
+                                  R"("MediaFileName":"EVAC"},"PageIndex":-1}})");
+    EXPECT_EQ(Ids(named, kFiles, "ID"), (std::vector<int>{4}));
+    EXPECT_EQ(named.Str("/ResponseStatus/Data/MediaFileList/MediaFile/0/StorageType"), "pStorage");
+    EXPECT_EQ(named.Int("/ResponseStatus/Data/MediaFileList/MediaFile/0/StorageServerID"), 501);
+    RestReply page2 = Post(files, R"({"MediaFilesListRequest":{"SearchCriteria":{"MediaFileDirectoryID":-1},)"
+                                  R"("PageIndex":2,"PageSize":2}})");
+    EXPECT_EQ(Ids(page2, kFiles, "ID"), (std::vector<int>{3, 4}));
+    EXPECT_EQ(page2.Int("/ResponseStatus/Data/TotalCount"), 5);
+
+    RestReply one = Post(Plugin("/MediaManagement/MediaFile/1"));
+    EXPECT_EQ(one.Str("/ResponseStatus/Data/materialInfo/Name"), "bell");
+    EXPECT_EQ(one.Str("/ResponseStatus/Data/materialInfo/format"), "wav");
+    EXPECT_EQ(one.Str("/ResponseStatus/Data/materialInfo/StoreUrl"),
+              "http://127.0.0.1:18655/broadcast/prompt/bell.wav");
+    RestReply none = Post(Plugin("/MediaManagement/MediaFile/404"));
+    EXPECT_EQ(none.status, 200);
+    EXPECT_EQ(none.ErrorModule(), 30);
+    EXPECT_EQ(none.ErrorCode(), 3);
+}
+
+TEST_F(RestTest, BaseConfigLanguagesAndStorageCarryEveryKey) {
+    RestReply config = Get(Plugin("/BaseConfig"));
+    const std::string base = "/ResponseStatus/Data/BaseConfig/";
+    auto at = [&base](const char* key) { return base + key; };
+    EXPECT_EQ(config.Str(at("AudioCompressionType").c_str()), "G711_u");
+    const rapidjson::Value* record = config.Node(at("RealTimeBroadcastRecord/Record").c_str());
+    ASSERT_NE(record, nullptr);
+    EXPECT_TRUE(record->IsBool() && record->GetBool());
+    EXPECT_EQ(config.Str(at("RealTimeBroadcastRecord/RecordStorageType").c_str()), "pStorage");
+    EXPECT_EQ(config.Int(at("RealTimeBroadcastRecord/RecordStorageServerID").c_str()), 501);
+    EXPECT_EQ(config.Str(at("RealTimeBroadcastRecord/RecordPoolID").c_str()), "pool-records");
+    EXPECT_EQ(config.Str(at("StorageServerInfo/StorageType").c_str()), "localStorage");
+    EXPECT_EQ(config.Int(at("StorageServerInfo/StorageServerID").c_str()), 0);
+    EXPECT_EQ(config.Str(at("StorageServerInfo/PoolID").c_str()), "broadcast");
+    EXPECT_EQ(config.Int(at("BroadcastMode").c_str()), 2);
+    EXPECT_EQ(config.Str(at("SamplingRate").c_str()), "8000");
+    EXPECT_EQ(config.Str(at("BitRate").c_str()), "64");
+    EXPECT_TRUE(config.Node(at("IsPromptToneActivated").c_str())->GetBool());
+    EXPECT_EQ(config.Int(at("PromptToneMediaID").c_str()), 1);
+    EXPECT_EQ(config.Int(at("PromptToneDuration").c_str()), 2);
+    EXPECT_FALSE(config.Node(at("IsTTSDelayedPlayActivated").c_str())->GetBool());
+    EXPECT_FALSE(config.Node(at("IsMediaDelayedPlayActivated").c_str())->GetBool());
+    EXPECT_EQ(config.Int(at("TTSPlayDelayedTime").c_str()), 0);
+
+    RestReply german = Get(Plugin("/GetLanguage"), R"({"LogInLanguage":"de_DE"})");
+    EXPECT_EQ(Ids(german, "/ResponseStatus/Data/SupportLanguage", "LanguageKey").size(), 3u);
+    EXPECT_EQ(german.Str("/ResponseStatus/Data/SupportLanguage/1/LanguageKey"), "zh-CN");
+    EXPECT_EQ(german.Str("/ResponseStatus/Data/DisplayLanguageKey"), "de-DE");
+    EXPECT_EQ(german.Str("/ResponseStatus/Data/DisplayLanguageValue"), "Deutsch");
+    RestReply other = Get(Plugin("/GetLanguage"), R"({"LogInLanguage":"fr_FR"})");
+    EXPECT_EQ(other.Str("/ResponseStatus/Data/DisplayLanguageKey"), "en-US")
+        << "unknown languages show the first";
+
+    RestReply storage = Get(PlatformV1("/Storage/LocalCloudStorageConfig"));
+    const std::string s = "/ResponseStatus/Data/StorageConfig/";
+    auto key = [&s](const char* k) { return s + k; };
+    EXPECT_EQ(storage.Int(key("EnableHttps").c_str()), 0);
+    EXPECT_EQ(storage.Int(key("EnableWan").c_str()), 1);
+    EXPECT_EQ(storage.Int(key("SecureEncryptType").c_str()), 1);
+    EXPECT_EQ(storage.Str(key("ServerIp").c_str()), "127.0.0.1");
+    EXPECT_EQ(storage.Str(key("WanServerIp").c_str()), "203.0.113.10");
+    for (const char* port : {"ObjectUploadPort", "ObjectDownloadPort", "WanObjectUploadPort",
+                             "WanObjectDownloadPort", "HttpsObjectUploadPort", "HttpsObjectDownloadPort",
+                             "HttpsWanObjectUploadPort", "HttpsWanObjectDownloadPort"}) {
+        EXPECT_GT(storage.Int(key(port).c_str()), 0) << port;
+    }
+    EXPECT_EQ(storage.Int(key("HttpsWanObjectDownloadPort").c_str()), 28656);
+    EXPECT_EQ(storage.Str(key("PoolName").c_str()), "broadcast");
+    const std::string accessKey = storage.Str(key("AccessKey").c_str());
+    EXPECT_NE(accessKey, "BCASTDEMOACCESSKEY01") << "keys travel encrypted";
+    EXPECT_EQ(Decrypt(sessionKey_, 1, accessKey), "BCASTDEMOACCESSKEY01");
+    EXPECT_EQ(Decrypt(sessionKey_, 1, storage.Str(key("SecretKey").c_str())), "demo/Secret+Key/2026");
+    EXPECT_EQ(Decrypt("another session's key", 1, accessKey), "<not decryptable>");
+
+    RestReply disks = Get("/DXAPI/Galewing/Platform/V0/SAM/Status/RecordServerDisk/501");
+    EXPECT_EQ(disks.Int("/ResponseStatus/Data/HDDList/Count"), 3);
+    EXPECT_EQ(disks.Int("/ResponseStatus/Data/HDDList/HDD/1/PoolType"), 4);
+    EXPECT_EQ(disks.Str("/ResponseStatus/Data/HDDList/HDD/1/PoolName"), "pool-records");
+    EXPECT_EQ(Get("/DXAPI/Galewing/Platform/V0/SAM/Status/RecordServerDisk/999").ErrorCode(), 3);
+}
+
+TEST_F(RestTest, DeviceAccessWayServesStorageServersWithEncryptedKeys) {
+    const std::string path = PlatformV1("/DeviceAccessWay");
+    RestReply direct = Post(path, R"({"SiteID":0,"DeviceID":501,"DeviceType":2})");
+    ASSERT_EQ(direct.ErrorCode(), 0) << direct.Describe();
+    EXPECT_EQ(direct.Int("/ResponseStatus/Data/ErrorCode"), 0);
+    EXPECT_EQ(direct.Int("/ResponseStatus/Data/AccessType"), 0);
+    EXPECT_EQ(direct.Str("/ResponseStatus/Data/ProtocolType"), "http");
+    EXPECT_EQ(direct.Str("/ResponseStatus/Data/DeviceIP"), "127.0.0.1");
+    EXPECT_EQ(direct.Int("/ResponseStatus/Data/ObjectPort"), 18657);
+    const int type = direct.Int("/ResponseStatus/Data/SecureEncryptType");
+    EXPECT_EQ(Decrypt(sessionKey_, type, direct.Str("/ResponseStatus/Data/AccessKey")),
+              "RECORDSERVERKEY0501");
+    EXPECT_EQ(Decrypt(sessionKey_, type, direct.Str("/ResponseStatus/Data/SecretKey")), "record/Secret/501");
+
+    RestReply byPath = Post(path, R"({"SiteID":0,"DeviceID":502,"DeviceType":2})");
+    EXPECT_EQ(byPath.Int("/ResponseStatus/Data/AccessType"), 1);
+    EXPECT_EQ(byPath.Str("/ResponseStatus/Data/ProtocolType"), "https");
+    EXPECT_EQ(byPath.Str("/ResponseStatus/Data/AccessPath"), "archive.example.test");
+    EXPECT_EQ(
+        Post(path, R"({"SiteID":0,"DeviceID":503,"DeviceType":2})").Int("/ResponseStatus/Data/AccessType"),
+        2);
+    EXPECT_EQ(Post(path, R"({"SiteID":0,"DeviceID":9,"DeviceType":2})").ErrorCode(), 3);
+    EXPECT_EQ(Post(path, R"({"SiteID":0,"DeviceID":101,"DeviceType":2020})").ErrorCode(), 4);
+    EXPECT_EQ(Post(path, R"({"SiteID":0})").ErrorCode(), 2);
+}
+
+TEST_F(RestTest, ElementDownloadGivesElementsDevicesAndEncryptedPasswords) {
+    const std::string path = PlatformV1("/Resource/IncrementalDownload");
+    RestReply some = Post(
+        path, R"({"SourceType":1027,"ExtraIDs":[1004,1005,4242,1006],"ExtraRequestType":4,"PageIndex":0})");
+    ASSERT_EQ(some.ErrorCode(), 0) << some.Describe();
+    EXPECT_EQ(Ids(some, "/ResponseStatus/Data/ElementList", "ID"), (std::vector<int>{1004, 1005, 1006}));
+    EXPECT_EQ(some.Str("/ResponseStatus/Data/ElementList/1/Name"), "Gate right");
+    EXPECT_EQ(some.Int("/ResponseStatus/Data/ElementList/1/Channel"), 2);
+    EXPECT_EQ(some.Int("/ResponseStatus/Data/ElementList/1/EncodeDeviceID"), 201);
+    EXPECT_EQ(some.Int("/ResponseStatus/Data/ElementList/1/SourceType"), 1027);
+    EXPECT_EQ(Ids(some, "/ResponseStatus/Data/DeviceList", "ID"), (std::vector<int>{201, 301}))
+        << "one entry per device";
+    EXPECT_EQ(some.Int("/ResponseStatus/Data/DeviceList/0/DeviceType"), 2001);
+    EXPECT_EQ(some.Int("/ResponseStatus/Data/DeviceList/0/AccessProtocol"), 1);
+    EXPECT_EQ(some.Int("/ResponseStatus/Data/DeviceList/1/AccessProtocol"), 23);
+    EXPECT_EQ(some.Str("/ResponseStatus/Data/DeviceList/0/IP"), "127.0.0.1");
+    EXPECT_EQ(some.Int("/ResponseStatus/Data/DeviceList/0/Port"), 18664);
+    EXPECT_EQ(some.Str("/ResponseStatus/Data/DeviceList/0/UserName"), "admin");
+    EXPECT_EQ(Decrypt(sessionKey_, some.Int("/ResponseStatus/Data/SecureEncryptType"),
+                      some.Str("/ResponseStatus/Data/DeviceList/0/Password")),
+              "Gate#Encoder1");
+    EXPECT_EQ(some.Str("/ResponseStatus/Data/DeviceList/1/Password"), "") << "no password stays empty";
+    EXPECT_EQ(some.Int("/ResponseStatus/Data/NotFoundIDList/0"), 4242);
+
+    RestReply all = Post(path, R"({"SourceType":1027})");
+    EXPECT_EQ(Ids(all, "/ResponseStatus/Data/ElementList", "ID").size(), 7u);
+    EXPECT_EQ(Ids(all, "/ResponseStatus/Data/DeviceList", "ID").size(), 6u);
+    EXPECT_EQ(Post(path, R"({"SourceType":1,"ExtraIDs":[1001]})").ErrorCode(), 4);
+    EXPECT_EQ(Post(path, R"({"SourceType":1027,"ExtraIDs":"1001"})").ErrorCode(), 2);
+
+    RestReply type = Get(PlatformV1("/StreamConfig/IPSpeakerAccessType/101"));
+    EXPECT_EQ(type.Int("/ResponseStatus/Data/StreamAccessType"), 2);
+    std::set<int> seen;
+    RestReply types = Get(PlatformV1("/StreamConfig/IPSpeakerAccessTypes"));
+    for (int v : Ids(types, "/ResponseStatus/Data/AccessTypeList", "StreamAccessType")) {
+        seen.insert(v);
+    }
+    EXPECT_EQ(seen, (std::set<int>{0, 2, 3, 4, 20})) << "the demo covers every access type";
+    EXPECT_EQ(Get(PlatformV1("/StreamConfig/IPSpeakerAccessType/7")).ErrorCode(), 3);
+}
