@@ -547,3 +547,23 @@ TEST_F(ZPSClientTest, ManagerListensThroughTheStreamingServer) {
     manager.StopListenFromZPS();
     EXPECT_FALSE(manager.GetListenAudioParam(param));
 }
+
+TEST_F(ZPSClientTest, ManagerBroadcastsAFileThroughTheStreamingServer) {
+    ASSERT_TRUE(StartServer({"", "", "tok-9"}));
+    BroadCastPlugin::CVoiceTransferManager manager;
+    manager.SetFrameInterval(40);
+    ASSERT_TRUE(manager.StartSendToZPS({{"tok-9", server.Url("/talk"), "username", "password"}}));
+    std::string file;
+    ASSERT_TRUE(server.WaitForBackchannel("/talk", file, 10s));
+    // Fewer than 100 frames: one burst, then the manager waits their playing time (2 s) before finishing,
+    // which is what lets the server play the last of them.
+    const auto frames = RandomFrames(50, 320, 8);
+    for (const auto& frame : frames) {
+        manager.SendData(reinterpret_cast<const uint8_t*>(frame.data()), 320);
+    }
+    manager.SetInputFinished();
+    manager.WaitTransferFinish();
+    manager.StopTransfer();
+    ASSERT_TRUE(server.WaitForMediaDone(file, 10s));
+    EXPECT_TRUE(ReadFile(file) == Join(frames));
+}
