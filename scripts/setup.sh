@@ -19,7 +19,7 @@ PACKAGES=(
   gstreamer1.0-rtsp gstreamer1.0-libav gir1.2-gst-rtsp-server-1.0 python3-gi
   # tests, peers and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev openssl python3-cryptography
-  ffmpeg sox espeak-ng pulseaudio pulseaudio-utils libasound2-plugins alsa-utils xvfb xauth
+  ffmpeg sox espeak-ng pulseaudio pulseaudio-utils libasound2-plugins alsa-utils xvfb xauth time
 )
 
 # Node.js and npm (for the object-storage peer) come from the machine image when present;

@@ -1,43 +1,43 @@
-// bcast-tool: integrator utilities of the broadcast module.
+// bcast-tool: integrator utilities on the broadcast libraries.
 
 #include <cstdio>
 #include <cstring>
 
-#include "tool/rtp/RtpCommands.h"
+#include "tool/ToolCommand.h"
 
 namespace {
 
-struct Command {
-    const char* name;
-    int (*run)(int argc, char** argv);
-    const char* summary;
+// One registration function per command family.
+constexpr void (*kFamilies[])(BcastTool::CommandList&) = {
+    &BcastTool::AddVoiceCommands,
+    &BcastTool::AddRtpCommands,
 };
 
-const Command kCommands[] = {
-    {"rtp-send", &RunRtpSend,
-     "send a WAV file or a tone to HOST:PORT as G.711 u-law RTP, paced in real time"},
-    {"rtp-recv", &RunRtpRecv, "receive an RTP stream, check it and write it as WAV"},
-};
-
-void Usage() {
-    std::fprintf(stderr, "usage: bcast-tool COMMAND [options]\ncommands:\n");
-    for (const auto& command : kCommands) {
-        std::fprintf(stderr, "  %-10s %s\n", command.name, command.summary);
+void PrintUsage(const BcastTool::CommandList& commands) {
+    std::fprintf(stderr, "usage: bcast-tool COMMAND [ARGS]\n\ncommands:\n");
+    for (const auto& command : commands) {
+        std::fprintf(stderr, "  %s %s\n      %s\n", command.name, command.usage, command.summary);
     }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        Usage();
-        return 2;
+    BcastTool::CommandList commands;
+    for (auto family : kFamilies) {
+        family(commands);
     }
-    for (const auto& command : kCommands) {
+    if (argc < 2 || std::strcmp(argv[1], "help") == 0 || std::strcmp(argv[1], "--help") == 0 ||
+        std::strcmp(argv[1], "-h") == 0) {
+        PrintUsage(commands);
+        return argc < 2 ? 2 : 0;
+    }
+    for (const auto& command : commands) {
         if (std::strcmp(argv[1], command.name) == 0) {
-            return command.run(argc - 1, argv + 1);
+            return command.run(argc - 2, argv + 2);
         }
     }
-    Usage();
+    std::fprintf(stderr, "bcast-tool: unknown command \"%s\"\n\n", argv[1]);
+    PrintUsage(commands);
     return 2;
 }

@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "framework/media/codec/G711Codec.h"
+
 namespace DeviceSim {
 
 namespace {
@@ -23,15 +25,6 @@ bool EndsWith(const std::string& text, const std::string& suffix) {
 }
 
 }  // namespace
-
-int16_t DecodeMuLaw(uint8_t code) {
-    code = static_cast<uint8_t>(~code);
-    const int sign = code & 0x80;
-    const int exponent = (code >> 4) & 0x07;
-    const int mantissa = code & 0x0F;
-    const int magnitude = (((mantissa << 3) + 0x84) << exponent) - 0x84;
-    return static_cast<int16_t>(sign != 0 ? -magnitude : magnitude);
-}
 
 CChannelRecorder::CChannelRecorder(std::string path)
     : path_(std::move(path)), wav_(EndsWith(path_, ".wav")) {}
@@ -62,7 +55,7 @@ void CChannelRecorder::Write(const char* data, std::size_t size) {
     std::vector<uint8_t> pcm;
     pcm.reserve(size * 2);
     for (std::size_t i = 0; i < size; ++i) {
-        PutLe16(pcm, static_cast<uint16_t>(DecodeMuLaw(static_cast<uint8_t>(data[i]))));
+        PutLe16(pcm, static_cast<uint16_t>(Tal::MediaCodec::UlawToLinear(static_cast<uint8_t>(data[i]))));
     }
     dataBytes_ += static_cast<uint32_t>(std::fwrite(pcm.data(), 1, pcm.size(), file_.get()));
 }

@@ -9,9 +9,6 @@
 
 namespace DeviceSim {
 
-/// Sample of one G.711 µ-law byte (ITU-T G.711).
-int16_t DecodeMuLaw(uint8_t code);
-
 class CChannelRecorder {
 public:
     /// `path` ends in .wav for G.711 µ-law, anything else is written raw.

@@ -36,41 +36,6 @@ void PutLe16(uint8_t* p, uint16_t v) {
 
 }  // namespace
 
-uint8_t EncodeMuLaw(int16_t sample) {
-    constexpr int kBias = 0x84;
-    constexpr int kClip = 32635;
-    int value = sample;
-    const int sign = value < 0 ? 0x80 : 0x00;
-    if (value < 0) {
-        value = -value;
-    }
-    if (value > kClip) {
-        value = kClip;
-    }
-    value += kBias;
-    int exponent = 7;
-    for (int mask = 0x4000; (value & mask) == 0 && exponent > 0; mask >>= 1) {
-        --exponent;
-    }
-    const int mantissa = (value >> (exponent + 3)) & 0x0F;
-    return static_cast<uint8_t>(~(sign | (exponent << 4) | mantissa));
-}
-
-int16_t DecodeMuLaw(uint8_t code) {
-    code = static_cast<uint8_t>(~code);
-    const int exponent = (code >> 4) & 0x07;
-    const int magnitude = ((((code & 0x0F) << 3) + 0x84) << exponent) - 0x84;
-    return static_cast<int16_t>((code & 0x80) != 0 ? -magnitude : magnitude);
-}
-
-int16_t DecodeALaw(uint8_t code) {
-    code ^= 0x55;
-    const int exponent = (code >> 4) & 0x07;
-    int magnitude = (code & 0x0F) << 4;
-    magnitude = exponent == 0 ? magnitude + 8 : (magnitude + 0x108) << (exponent - 1);
-    return static_cast<int16_t>((code & 0x80) != 0 ? magnitude : -magnitude);
-}
-
 bool ReadWav(const std::string& path, PcmAudio& audio, std::string& error) {
     FilePtr file(std::fopen(path.c_str(), "rb"));
     if (!file) {

@@ -1,15 +1,11 @@
 #pragma once
-// G.711 companding (ITU-T G.711), 16-bit mono WAV files and a tone estimate, for the RTP commands.
+// 16-bit WAV files and a tone estimate for the RTP commands.
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace BcastTool {
-
-uint8_t EncodeMuLaw(int16_t sample);
-int16_t DecodeMuLaw(uint8_t code);
-int16_t DecodeALaw(uint8_t code);
 
 struct PcmAudio {
     int sampleRate = 0;

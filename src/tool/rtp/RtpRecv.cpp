@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/media/codec/G711Codec.h"
 #include "tool/rtp/Pcm.h"
 #include "tool/rtp/RtpCommands.h"
 
@@ -110,7 +111,7 @@ int RunRtpRecv(int argc, char** argv) {
     double idleSeconds = 2.0;
     double maxSeconds = 0.0;
     long maxCount = 0;
-    for (int i = 1; i < argc; ++i) {
+    for (int i = 0; i < argc; ++i) {
         const std::string option = argv[i];
         const bool hasValue = i + 1 < argc;
         if (option == "--port" && hasValue) {
@@ -185,9 +186,9 @@ int RunRtpRecv(int argc, char** argv) {
         for (size_t i = 0; i < packet.payloadSize; ++i) {
             const uint8_t code = buffer[payloadOffset + i];
             if (packet.payloadType == 0) {
-                decoded.push_back(BcastTool::DecodeMuLaw(code));
+                decoded.push_back(Tal::MediaCodec::UlawToLinear(code));
             } else if (packet.payloadType == 8) {
-                decoded.push_back(BcastTool::DecodeALaw(code));
+                decoded.push_back(Tal::MediaCodec::AlawToLinear(code));
             }
         }
         if ((maxCount > 0 && static_cast<long>(packets.size()) >= maxCount) ||

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpTransfer.h"
+#include "framework/media/codec/G711Codec.h"
 #include "tool/rtp/Pcm.h"
 #include "tool/rtp/RtpCommands.h"
 
@@ -64,7 +65,7 @@ int RunRtpSend(int argc, char** argv) {
     double toneHz = 0.0;
     double seconds = 5.0;
     double levelDbfs = -6.0;
-    for (int i = 1; i < argc; ++i) {
+    for (int i = 0; i < argc; ++i) {
         const std::string option = argv[i];
         const bool hasValue = i + 1 < argc;
         if (option == "--to" && hasValue) {
@@ -138,7 +139,7 @@ int RunRtpSend(int argc, char** argv) {
     for (size_t index = 0; index < frames; ++index) {
         for (size_t i = 0; i < static_cast<size_t>(kFrameSamples); ++i) {
             const size_t at = index * kFrameSamples + i;
-            frame[i] = BcastTool::EncodeMuLaw(at < samples.size() ? samples[at] : 0);
+            frame[i] = Tal::MediaCodec::LinearToUlaw(at < samples.size() ? samples[at] : 0);
         }
         // Absolute schedule: frame n leaves at start + n x 40 ms, whatever the previous sends cost.
         const auto due = start + kFrameInterval * index;

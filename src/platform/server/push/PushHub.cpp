@@ -1,5 +1,7 @@
 #include "platform/server/push/PushHub.h"
 
+#include <algorithm>
+
 #include <QFile>
 #include <QHostAddress>
 #include <QMetaObject>
@@ -397,6 +399,9 @@ void CPushHub::PublishSnapshot() {
         info.framesSent = link.framesSent;
         snapshot.push_back(info);
     }
+    // Links are keyed by socket address; list them in the order they connected.
+    std::sort(snapshot.begin(), snapshot.end(),
+              [](const PushLinkInfo& a, const PushLinkInfo& b) { return a.id < b.id; });
     std::lock_guard<std::mutex> lock(snapshotMutex_);
     snapshot_ = std::move(snapshot);
 }

@@ -1,0 +1,254 @@
+#include "BroadCastPlugin/logical/VoiceProcess/VoiceCapture/VoiceCapture.h"
+
+#include "BroadCastPlugin/logical/VoiceProcess/VoiceCapture/AudioComWrappers.h"
+#include "framework/base/ErrorCode.h"
+#include "framework/base/FormatLog.h"
+
+namespace BroadCastPlugin {
+
+namespace {
+
+void SetCaptureError(int code) {
+    Tal::Base::Error::SetLastError(
+        ErrorCode(Tal::Base::Error::kSubSystemClient, kVoiceCaptureErrorModule, code));
+}
+
+// Sample rate, bit rate and codec number of an encode type; false for types without a row.
+bool StreamOfEncodeType(int encodeType, uint32_t* sampleRate, uint32_t* bitRate, uint32_t* codec) {
+    switch (encodeType) {
+        case 0:
+            *sampleRate = 16000, *bitRate = 16000, *codec = 3;
+            return true;
+        case 1:
+            *sampleRate = 8000, *bitRate = 64000, *codec = 2;
+            return true;
+        case 2:
+            *sampleRate = 8000, *bitRate = 64000, *codec = 1;
+            return true;
+        case 5:
+            *sampleRate = 16000, *bitRate = 64000, *codec = 5;
+            return true;
+        case 6:
+            *sampleRate = 8000, *bitRate = 16000, *codec = 4;
+            return true;
+        case 7:
+            *sampleRate = 16000, *bitRate = 64000, *codec = 6;
+            return true;
+        case 15:
+            *sampleRate = 48000, *bitRate = 192000, *codec = 10;
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+CVoiceCapture::~CVoiceCapture() {
+    if (capturing_) {
+        StopCapture();
+    }
+    StopDecodePlay();
+}
+
+void CVoiceCapture::SetPCMDataCallback(DataCallback callback) {
+    std::lock_guard<std::mutex> lock(pcmMutex_);
+    pcmCallback_ = std::move(callback);
+}
+
+void CVoiceCapture::SetEncodeDataCallback(DataCallback callback) {
+    std::lock_guard<std::mutex> lock(encodedMutex_);
+    encodedCallback_ = std::move(callback);
+}
+
+AUDIOCOM_STREAM_PARAM CVoiceCapture::CaptureStreamParam(int encodeType) {
+    AUDIOCOM_STREAM_PARAM param{};
+    if (StreamOfEncodeType(encodeType, &param.sampleRate, &param.bitRate, &param.codec)) {
+        param.channels = 1;
+        param.bitsPerSample = 16;
+    }
+    return param;
+}
+
+AUDIOCOM_STREAM_PARAM CVoiceCapture::DecodeStreamParam(const ZPSAudioParam& audioParam) {
+    AUDIOCOM_STREAM_PARAM param{};
+    param.channels = 1;
+    param.bitsPerSample = 16;
+    param.sampleRate = static_cast<uint32_t>(audioParam.sampleRate);
+    param.bitRate = static_cast<uint32_t>(audioParam.bitRate);
+    uint32_t unusedRate = 0;
+    uint32_t unusedBitRate = 0;
+    if (audioParam.encodeType == 8) {
+        param.codec = AUDIOCOM_CODEC_PCM;
+    } else if (!StreamOfEncodeType(audioParam.encodeType, &unusedRate, &unusedBitRate, &param.codec)) {
+        param.codec = 0;
+    }
+    return param;
+}
+
+void CVoiceCapture::OnCaptureData(int32_t /*handle*/, const uint8_t* data, uint32_t size, void* user) {
+    auto* self = static_cast<CVoiceCapture*>(user);
+    if (data == nullptr) {
+        return;
+    }
+    std::lock_guard<std::mutex> lock(self->pcmMutex_);
+    if (self->pcmCallback_) {
+        self->pcmCallback_(data, static_cast<int>(size));
+    }
+}
+
+void CVoiceCapture::OnOutputData(int32_t /*handle*/, const uint8_t* data, uint32_t size, void* user) {
+    auto* self = static_cast<CVoiceCapture*>(user);
+    if (data == nullptr) {
+        return;
+    }
+    std::lock_guard<std::mutex> lock(self->encodedMutex_);
+    if (self->encodedCallback_) {
+        self->encodedCallback_(data, static_cast<int>(size));
+    }
+}
+
+void CVoiceCapture::OnDecodeData(int32_t /*handle*/, const uint8_t* /*data*/, uint32_t /*size*/,
+                                 void* /*user*/) {
+    // The library plays what it decodes; nothing to do with the PCM here.
+}
+
+void CVoiceCapture::ReleaseCaptureHandle(int32_t handle) {
+    AudioComStopCaptureAndReleaseHandle release;
+    release.StopCaptureAndReleaseHandle(handle);
+}
+
+void CVoiceCapture::ReleasePlayHandle(int32_t handle) {
+    AudioComStopPlayAndReleasePlayHandle release;
+    release.StopPlayAndReleasePlayHandle(handle);
+}
+
+bool CVoiceCapture::StartCapture(int encodeType) {
+    std::lock_guard<std::mutex> lock(controlMutex_);
+    if (capturing_) {
+        TAL_LOG(4, "Broadcast", "[%s]Has already capture voice.[%s(%d)]");
+        return true;
+    }
+    AudioComCreateCaptureHandle create;
+    if (!create.CreateCaptureHandle()) {
+        if (create.soundCardNum == 0) {
+            TAL_LOG(
+                5, "Broadcast",
+                "[%s][AudioComCreateCaptureHandle::CreateCaptureHandle] fail，[iSoundCardNum：%u][%s(%d)]",
+                create.soundCardNum);
+        }
+        SetCaptureError(create.error);
+        TAL_LOG(5, "Broadcast",
+                "[%s][AudioComCreateCaptureHandle::CreateCaptureHandlebyDeviceName] fail[%s(%d)]");
+        capturing_ = false;
+        return false;
+    }
+    const int32_t handle = create.handle;
+    AudioComRegisterCaptureDataCallBackEx registerCapture;
+    if (!registerCapture.RegisterCaptureDataCallBackEx(handle, &CVoiceCapture::OnCaptureData, this)) {
+        SetCaptureError(registerCapture.error);
+        TAL_LOG(5, "Broadcast",
+                "[%s][AudioComRegisterCaptureDataCallBackEx::RegisterCaptureDataCallBackEx] fail[%s(%d)]");
+        ReleaseCaptureHandle(handle);
+        capturing_ = false;
+        return false;
+    }
+    AudioComRegisterOutputDataCallBackEx registerOutput;
+    if (!registerOutput.RegisterOutputDataCallBackEx(handle, CaptureStreamParam(encodeType),
+                                                     &CVoiceCapture::OnOutputData, this)) {
+        SetCaptureError(registerOutput.error);
+        // The capture-callback text is repeated here on purpose.
+        TAL_LOG(5, "Broadcast",
+                "[%s][AudioComRegisterCaptureDataCallBackEx::RegisterCaptureDataCallBackEx] fail[%s(%d)]");
+        ReleaseCaptureHandle(handle);
+        capturing_ = false;
+        return false;
+    }
+    AudioComStartCapture start;
+    if (!start.StartCapture(handle)) {
+        SetCaptureError(start.error);
+        TAL_LOG(5, "Broadcast", "[%s][AudioComStartCapture::StartCapture] fail[%s(%d)]");
+        ReleaseCaptureHandle(handle);
+        capturing_ = false;
+        return false;
+    }
+    captureHandle_ = handle;
+    capturing_ = true;
+    TAL_LOG(3, "Broadcast", "[%s]Start audio com capture succ.[%s(%d)]");
+    return true;
+}
+
+void CVoiceCapture::StopCapture() {
+    std::lock_guard<std::mutex> lock(controlMutex_);
+    if (!capturing_) {
+        TAL_LOG(5, "Broadcast", "[%s]is not capture data, return back.[%s(%d)]");
+        return;
+    }
+    AudioComStopCaptureAndReleaseHandle release;
+    if (!release.StopCaptureAndReleaseHandle(captureHandle_)) {
+        TAL_LOG(5, "Broadcast",
+                "[%s][CVoiceInterComm::UninitAudioCom] StopCaptureAndReleaseHandle fail[%s(%d)]");
+    }
+    captureHandle_ = -1;
+    capturing_ = false;
+}
+
+bool CVoiceCapture::StartDecodePlay(const ZPSAudioParam& audioParam) {
+    std::lock_guard<std::mutex> lock(controlMutex_);
+    if (playHandle_ >= 0) {
+        ReleasePlayHandle(playHandle_);  // a new listening stream replaces the old one
+        playHandle_ = -1;
+    }
+    AudioComCreatePlayHandle create;
+    if (!create.CreatePlayHandle()) {
+        SetCaptureError(create.error);
+        TAL_LOG(5, "Broadcast", "[%s][AudioComCreatePlayHandle::CreatePlayHandle] fail[%s(%d)]");
+        return false;
+    }
+    AudioComOpenAndRegisterDecodeDataCallBack open;
+    if (!open.RegisterDecodeDataCallBackEx(create.handle, DecodeStreamParam(audioParam),
+                                           &CVoiceCapture::OnDecodeData, this)) {
+        SetCaptureError(open.error);
+        TAL_LOG(5, "Broadcast",
+                "[%s][AudioComOpenAndRegisterDecodeDataCallBack::RegisterDecodeDataCallBackEx] fail[%s(%d)]");
+        ReleasePlayHandle(create.handle);
+        return false;
+    }
+    AudioComStartPlay start;
+    if (!start.StartPlay(create.handle)) {
+        SetCaptureError(start.error);
+        TAL_LOG(5, "Broadcast", "[%s][AudioComStartPlay::StartPlay] fail[%s(%d)]");
+        ReleasePlayHandle(create.handle);
+        return false;
+    }
+    playHandle_ = create.handle;
+    return true;
+}
+
+bool CVoiceCapture::InputStreamData(const uint8_t* data, int size) {
+    int32_t handle;
+    {
+        std::lock_guard<std::mutex> lock(controlMutex_);
+        handle = playHandle_;
+    }
+    if (handle < 0 || data == nullptr || size <= 0) {
+        return false;
+    }
+    AudioComInputStreamData input;
+    if (!input.InputStreamData(handle, data, static_cast<uint32_t>(size))) {
+        SetCaptureError(input.error);
+        return false;
+    }
+    return true;
+}
+
+void CVoiceCapture::StopDecodePlay() {
+    std::lock_guard<std::mutex> lock(controlMutex_);
+    if (playHandle_ < 0) {
+        return;
+    }
+    ReleasePlayHandle(playHandle_);
+    playHandle_ = -1;
+}
+
+}  // namespace BroadCastPlugin

@@ -1,0 +1,68 @@
+#pragma once
+// The client's sound card for broadcasting: microphone capture encoded to the broadcast's encode type,
+// and decoding and playing of a stream received while listening.
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+
+#include "BroadCastPlugin/common/BroadcastTypes.h"
+#include "framework/media/audiocom/AudioCom.h"
+
+namespace BroadCastPlugin {
+
+/// Module number of the errors this class sets as the thread's last error.
+constexpr int kVoiceCaptureErrorModule = 29;
+
+class CVoiceCapture {
+public:
+    using DataCallback = std::function<void(const uint8_t* data, int size)>;
+
+    CVoiceCapture() = default;
+    /// Stops capture and playback still running.
+    ~CVoiceCapture();
+    CVoiceCapture(const CVoiceCapture&) = delete;
+    CVoiceCapture& operator=(const CVoiceCapture&) = delete;
+
+    /// Raw PCM (mono, 16-bit, at the encode type's sample rate), on the library's thread.
+    void SetPCMDataCallback(DataCallback callback);
+    /// Encoded frames, on the library's thread.
+    void SetEncodeDataCallback(DataCallback callback);
+
+    /// Opens the first sound card and starts capture encoded to `encodeType`. False with the thread's last
+    /// error set (category 2, module 29, the library's code; 5 when there is no sound card). A capture
+    /// already running is left as it is and counts as success.
+    bool StartCapture(int encodeType);
+    void StopCapture();
+    bool IsCapturing() const { return capturing_; }
+
+    /// Opens the first play device and a decoding stream for audio of these parameters.
+    bool StartDecodePlay(const ZPSAudioParam& audioParam);
+    /// Received audio for the decoding stream.
+    bool InputStreamData(const uint8_t* data, int size);
+    void StopDecodePlay();
+
+    /// Stream parameters of capture output for an encode type; zeroed for an unknown type.
+    static AUDIOCOM_STREAM_PARAM CaptureStreamParam(int encodeType);
+    /// Stream parameters for decoding a received stream: its rates, the codec of its encode type.
+    static AUDIOCOM_STREAM_PARAM DecodeStreamParam(const ZPSAudioParam& audioParam);
+
+private:
+    static void OnCaptureData(int32_t handle, const uint8_t* data, uint32_t size, void* user);
+    static void OnOutputData(int32_t handle, const uint8_t* data, uint32_t size, void* user);
+    static void OnDecodeData(int32_t handle, const uint8_t* data, uint32_t size, void* user);
+    void ReleaseCaptureHandle(int32_t handle);
+    void ReleasePlayHandle(int32_t handle);
+
+    std::atomic<bool> capturing_{false};
+    std::mutex controlMutex_;  // start and stop of capture and playback
+    int32_t captureHandle_ = -1;
+    int32_t playHandle_ = -1;
+    std::mutex pcmMutex_;
+    DataCallback pcmCallback_;
+    std::mutex encodedMutex_;
+    DataCallback encodedCallback_;
+};
+
+}  // namespace BroadCastPlugin

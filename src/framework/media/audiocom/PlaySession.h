@@ -1,0 +1,64 @@
+#pragma once
+// One play handle: decodes received stream data and plays it on a PortAudio output stream.
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "framework/media/audiocom/AudioCom.h"
+#include "framework/media/audiocom/PaStreamHandle.h"
+#include "framework/media/audiocom/PcmConverter.h"
+#include "framework/media/audiocom/PortAudioSession.h"
+#include "framework/media/codec/AudioCodec.h"
+
+namespace Tal {
+namespace AudioCom {
+
+class CPlaySession {
+public:
+    explicit CPlaySession(int32_t handle);
+    ~CPlaySession();
+    CPlaySession(const CPlaySession&) = delete;
+    CPlaySession& operator=(const CPlaySession&) = delete;
+
+    /// Each operation returns an AUDIOCOM_ERR_* code.
+    int Open(const std::string& deviceName);
+    int OpenStream(const AUDIOCOM_STREAM_PARAM& param);
+    int SetDecodeCallback(AUDIOCOM_DataCallBackEx callback, void* user);
+    int Start();
+    int Input(const uint8_t* data, uint32_t size);
+    int Stop();
+
+    int LastError() const { return lastError_; }
+    void SetLastError(int error) { lastError_ = error; }
+
+private:
+    static int OnAudio(const void* input, void* output, unsigned long frames,
+                       const PaStreamCallbackTimeInfo* time, PaStreamCallbackFlags flags, void* user);
+    int StopLocked();
+
+    const int32_t handle_;
+    CPortAudioSession portAudio_;  // first member: outlives the stream
+    DeviceEntry device_;
+    std::atomic<int> lastError_{AUDIOCOM_ERR_NONE};
+
+    std::mutex controlMutex_;  // every operation; the decoder and converter are used under it
+    PaStreamPtr stream_;
+    std::unique_ptr<MediaCodec::IAudioDecoder> decoder_;
+    int playRate_ = 0;
+    std::unique_ptr<CPcmConverter> converter_;  // decoded format -> play rate, made on the first block
+    AUDIOCOM_DataCallBackEx decodeCallback_ = nullptr;
+    void* decodeUser_ = nullptr;
+    std::vector<int16_t> decoded_;
+    std::vector<int16_t> converted_;
+
+    // Filled by Input, emptied by the PortAudio thread.
+    std::mutex fifoMutex_;
+    std::vector<int16_t> fifo_;
+    std::size_t fifoRead_ = 0;
+};
+
+}  // namespace AudioCom
+}  // namespace Tal

@@ -1,0 +1,68 @@
+#pragma once
+// Small interfaces of the audio codecs: one encoder or decoder object per stream, PCM is 16-bit interleaved.
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace Tal {
+namespace MediaCodec {
+
+/// Result codes of codec operations.
+enum CodecResult {
+    kCodecOk = 0,
+    kCodecInvalidParam = 1,   ///< the format is not one the codec can handle
+    kCodecNoMemory = 2,       ///< the codec library could not allocate its state
+    kCodecLibraryError = 3,   ///< the codec library refused the data or the parameters
+    kCodecNotOpen = 4,        ///< called before a successful Open
+    kCodecFormatChanged = 5,  ///< a decoded stream changed its rate or channel count
+};
+
+/// Codecs this library provides.
+enum class CodecId { kPcm, kG711U, kG711A, kG722, kMp3, kAac };
+
+struct AudioFormat {
+    int sampleRate = 0;  ///< Hz
+    int channels = 1;
+    int bitRate = 0;  ///< bit/s, for codecs that have one
+    int quality = 3;  ///< encoder effort where the codec has one (LAME: 0 best .. 9 fastest)
+};
+
+/// Receives one encoded frame.
+using FrameSink = std::function<void(const uint8_t* data, std::size_t size)>;
+
+class IAudioEncoder {
+public:
+    virtual ~IAudioEncoder() = default;
+    /// Checks the format and creates the codec state; kCodecOk or a CodecResult.
+    virtual int Open(const AudioFormat& format) = 0;
+    /// Samples per channel that one Encode call consumes.
+    virtual int FrameSamples() const = 0;
+    /// Encodes FrameSamples() samples per channel; each complete frame produced is handed to `sink`
+    /// (codecs with a delay may produce none for a call and several later).
+    virtual int Encode(const int16_t* pcm, const FrameSink& sink) = 0;
+    /// Hands out what the codec still holds at the end of the input.
+    virtual int Flush(const FrameSink& sink) = 0;
+};
+
+class IAudioDecoder {
+public:
+    virtual ~IAudioDecoder() = default;
+    /// Prepares the decoder. For codecs without in-band format the format is taken as given.
+    virtual int Open(const AudioFormat& format) = 0;
+    /// Feeds encoded bytes in pieces of any size; decoded PCM is appended to `pcm`.
+    virtual int Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>* pcm) = 0;
+    /// Format of the decoded PCM; for self-describing streams sampleRate is 0 until the first block decodes.
+    virtual AudioFormat OutputFormat() const = 0;
+};
+
+/// A new encoder or decoder for the codec, null when the codec is not built in.
+std::unique_ptr<IAudioEncoder> CreateEncoder(CodecId id);
+std::unique_ptr<IAudioDecoder> CreateDecoder(CodecId id);
+/// Readable name of a codec result for log lines.
+const char* CodecResultText(int result);
+
+}  // namespace MediaCodec
+}  // namespace Tal

@@ -1,0 +1,244 @@
+// Capture and decode playback through the audio intercom library, against a private PulseAudio server:
+// a tone played into the null sink "vmic" is what the microphone (its monitor) hears, and what the
+// library plays goes into the same sink where parec records it.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "AudioCheck.h"
+#include "BroadCastPlugin/logical/VoiceProcess/VoiceCapture/VoiceCapture.h"
+#include "BroadCastPlugin/logical/VoiceProcess/VoiceRecord/VoiceRecord.h"
+#include "PulseAudioPeer.h"
+#include "TestProcess.h"
+#include "framework/base/ErrorCode.h"
+#include "framework/base/FormatLog.h"
+#include "framework/media/audiocom/AudioCom.h"
+#include "framework/media/codec/G711Codec.h"
+
+using namespace BroadCastPlugin;
+using namespace BcastTest;
+
+namespace {
+
+class VoiceCaptureTest : public ::testing::Test {
+public:
+    static void SetUpTestSuite() {
+        peer_ = std::make_unique<CPulseAudioPeer>();
+        if (peer_->Start(&peerError_)) {
+            // Before the first use of ALSA in this process.
+            peer_->ExportClientEnvironment();
+        }
+    }
+    static void TearDownTestSuite() { peer_.reset(); }
+
+protected:
+    void SetUp() override { ASSERT_TRUE(peerError_.empty()) << "PulseAudio peer: " << peerError_; }
+
+    // Plays a tone into the sink and waits until paplay is done (bounded).
+    void PlayTone(double frequency, double seconds) {
+        std::string wav = dir_.File("tone.wav");
+        ASSERT_EQ(MakeToneWav(wav, 48000, {frequency}, seconds), "");
+        CBackgroundProcess player;
+        ASSERT_TRUE(peer_->StartPlaying(wav, &player));
+        int exitCode = -1;
+        ASSERT_TRUE(player.Wait(static_cast<int>(seconds * 1000) + 15000, &exitCode))
+            << "paplay did not finish";
+        ASSERT_EQ(exitCode, 0) << "paplay failed";
+        // What is still on its way through the server and the capture buffers.
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    }
+
+    static std::unique_ptr<CPulseAudioPeer> peer_;
+    static std::string peerError_;
+    CTempDir dir_{"bcast-capture"};
+    Tal::Base::CLogCapture log_;
+};
+
+std::unique_ptr<CPulseAudioPeer> VoiceCaptureTest::peer_;
+std::string VoiceCaptureTest::peerError_;
+
+// Collects what a callback hands over.
+struct Collector {
+    std::mutex mutex;
+    std::vector<std::vector<uint8_t>> pieces;
+    void Add(const uint8_t* data, int size) {
+        std::lock_guard<std::mutex> lock(mutex);
+        pieces.emplace_back(data, data + size);
+    }
+    std::vector<uint8_t> All() {
+        std::lock_guard<std::mutex> lock(mutex);
+        std::vector<uint8_t> all;
+        for (const auto& p : pieces) {
+            all.insert(all.end(), p.begin(), p.end());
+        }
+        return all;
+    }
+};
+
+}  // namespace
+
+TEST_F(VoiceCaptureTest, SoundCardsAndPlayDevicesAreListed) {
+    static_assert(sizeof(AUDIOCOM_SOUNDCARD_INFO) == 220, "sound card block");
+    static_assert(sizeof(AUDIOCOM_STREAM_PARAM) == 20, "stream parameters");
+    uint32_t cards = 0;
+    ASSERT_EQ(AUDIOCOM_GetSoundCardNum(&cards), 1);
+    ASSERT_GE(cards, 1u);
+    AUDIOCOM_SOUNDCARD_INFO info{};
+    ASSERT_EQ(AUDIOCOM_GetOneSoundCardInfo(0, &info), 1);
+    EXPECT_GT(std::string(info.deviceName).size(), 0u);
+    EXPECT_GT(info.maxInputChannels, 0u);
+    EXPECT_EQ(AUDIOCOM_GetOneSoundCardInfo(cards, &info), 0);
+    EXPECT_EQ(AUDIOCOM_GetLastError(-1), AUDIOCOM_ERR_PARAM);
+
+    uint32_t players = 0;
+    ASSERT_EQ(AUDIOCOM_GetPlayDeviceNum(&players), 1);
+    ASSERT_GE(players, 1u);
+    ASSERT_EQ(AUDIOCOM_GetOnePlayDeviceName(0, &info), 1);
+    EXPECT_GT(info.maxOutputChannels, 0u);
+
+    int32_t handle = 77;
+    EXPECT_EQ(AUDIOCOM_CreateCaptureHandle(&handle, "no such card"), 0);
+    EXPECT_EQ(handle, -1);
+    EXPECT_EQ(AUDIOCOM_GetLastError(-1), AUDIOCOM_ERR_NO_DEVICE);
+    EXPECT_EQ(AUDIOCOM_StartCapture(12345), 0);
+    EXPECT_EQ(AUDIOCOM_GetLastError(-1), AUDIOCOM_ERR_HANDLE);
+}
+
+TEST_F(VoiceCaptureTest, CapturedToneComesOutAsG711FramesAndIsRecorded) {
+    CVoiceCapture capture;
+    CVoiceRecord record;
+    Collector encoded;
+    std::string recordPath = dir_.File("talk.wav");
+    ASSERT_TRUE(record.StartRecord(recordPath, 1));
+    capture.SetPCMDataCallback([&record](const uint8_t* data, int size) { record.InputData(data, size); });
+    capture.SetEncodeDataCallback([&encoded](const uint8_t* data, int size) { encoded.Add(data, size); });
+
+    ASSERT_TRUE(capture.StartCapture(1)) << Tal::Base::Error::GetLastError().ToString();
+    EXPECT_TRUE(capture.IsCapturing());
+    EXPECT_TRUE(log_.Contains("]Start audio com capture succ.[", 3));
+    EXPECT_TRUE(capture.StartCapture(1));
+    EXPECT_TRUE(log_.Contains("]Has already capture voice.[", 4));
+
+    PlayTone(1000.0, 2.5);
+    capture.StopCapture();
+    EXPECT_FALSE(capture.IsCapturing());
+    record.StopRecord();
+    log_.Clear();
+    capture.StopCapture();
+    EXPECT_TRUE(log_.Contains("]is not capture data, return back.[", 5));
+
+    {
+        std::lock_guard<std::mutex> lock(encoded.mutex);
+        ASSERT_FALSE(encoded.pieces.empty());
+        for (const auto& frame : encoded.pieces) {
+            ASSERT_EQ(frame.size(), 320u) << "40 ms of G.711 per frame";
+        }
+    }
+    std::string ulaw = dir_.File("captured.ul");
+    WriteBytes(ulaw, encoded.All());
+    std::string error;
+    std::vector<int16_t> pcm =
+        TrimSilence(DecodeWithSox(ulaw, 8000, {"-t", "ul", "-r", "8000", "-c", "1"}, &error));
+    ASSERT_GE(pcm.size(), 2u * 8000) << "the played tone lasts 2.5 s " << error;
+    EXPECT_NEAR(DominantFrequency(pcm, 8000), 1000.0, 3.0);
+    EXPECT_GT(SineSnrDb(Middle(pcm, 8000), 8000, 1000.0), 25.0);
+
+    std::vector<int16_t> recorded = TrimSilence(DecodeWithSox(recordPath, 8000, {}, &error));
+    ASSERT_GE(recorded.size(), 2u * 8000) << error;
+    EXPECT_NEAR(DominantFrequency(recorded, 8000), 1000.0, 3.0);
+}
+
+TEST_F(VoiceCaptureTest, OtherEncodeTypesDecodeWithFfmpeg) {
+    struct Case {
+        int encodeType;
+        int rate;
+        std::vector<std::string> format;
+    };
+    for (const Case& c :
+         {Case{0, 16000, {"-f", "g722"}}, Case{7, 16000, {"-f", "aac"}}, Case{15, 48000, {"-f", "mp3"}}}) {
+        CVoiceCapture capture;
+        Collector encoded;
+        capture.SetEncodeDataCallback([&encoded](const uint8_t* data, int size) { encoded.Add(data, size); });
+        ASSERT_TRUE(capture.StartCapture(c.encodeType)) << "type " << c.encodeType;
+        PlayTone(700.0, 1.5);
+        capture.StopCapture();
+        std::string file = dir_.File("captured" + std::to_string(c.encodeType));
+        WriteBytes(file, encoded.All());
+        std::string error;
+        std::vector<int16_t> pcm = TrimSilence(DecodeWithFfmpeg(file, c.rate, c.format, &error));
+        ASSERT_GE(pcm.size(), static_cast<std::size_t>(c.rate)) << "type " << c.encodeType << " " << error;
+        EXPECT_NEAR(DominantFrequency(pcm, c.rate), 700.0, 3.0) << "type " << c.encodeType;
+    }
+}
+
+TEST_F(VoiceCaptureTest, EncodeTypesWithoutACodecFailWithTheLibrarysCode) {
+    for (auto expected : {std::pair<int, int>{5, AUDIOCOM_ERR_CODEC_UNSUPPORTED},
+                          {6, AUDIOCOM_ERR_CODEC_UNSUPPORTED},
+                          {3, AUDIOCOM_ERR_PARAM}}) {
+        CVoiceCapture capture;
+        log_.Clear();
+        EXPECT_FALSE(capture.StartCapture(expected.first));
+        EXPECT_FALSE(capture.IsCapturing());
+        Tal::Base::Error::ErrorCode error = Tal::Base::Error::GetLastError();
+        EXPECT_EQ(error.GetSubSystemErrorCode(), 2);
+        EXPECT_EQ(error.GetMainErrorCode(), 29);
+        EXPECT_EQ(error.GetSubErrorCode(), expected.second) << "type " << expected.first;
+        // The output-callback failure repeats the capture-callback text.
+        EXPECT_TRUE(log_.Contains("] AUDIOCOM_RegisterOutputDataCallBackEx fail, [Error: ", 5));
+        EXPECT_TRUE(log_.Contains(
+            "][AudioComRegisterCaptureDataCallBackEx::RegisterCaptureDataCallBackEx] fail[", 5));
+    }
+}
+
+TEST_F(VoiceCaptureTest, ReceivedG711IsDecodedAndPlayed) {
+    std::string raw = dir_.File("played.raw");
+    CBackgroundProcess recorder;
+    ASSERT_TRUE(peer_->StartRecording(raw, 8000, &recorder));
+    // Recording has begun once parec writes.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (ReadBytes(raw).size() < 1600 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    ASSERT_GE(ReadBytes(raw).size(), 1600u) << "parec recorded nothing within 10 s";
+
+    CVoiceCapture capture;
+    ZPSAudioParam param;
+    param.sampleRate = 8000;
+    param.bitRate = 64000;
+    param.channels = 1;
+    param.bitsPerSample = 16;
+    param.encodeType = 1;
+    ASSERT_TRUE(capture.StartDecodePlay(param)) << Tal::Base::Error::GetLastError().ToString();
+    EXPECT_TRUE(
+        log_.Contains("][AudioComCreatePlayHandle::struPlayHandle.struSoundCardInfo.strDeviceName;", 5));
+
+    // Two seconds of a 600 Hz tone, sent as 40 ms frames at the pace they would arrive.
+    auto next = std::chrono::steady_clock::now();
+    for (int frame = 0; frame < 50; ++frame) {
+        std::vector<uint8_t> ulaw(320);
+        for (int i = 0; i < 320; ++i) {
+            double t = (frame * 320 + i) / 8000.0;
+            ulaw[i] =
+                Tal::MediaCodec::LinearToUlaw(static_cast<int16_t>(12000 * std::sin(2 * M_PI * 600.0 * t)));
+        }
+        ASSERT_TRUE(capture.InputStreamData(ulaw.data(), static_cast<int>(ulaw.size())));
+        next += std::chrono::milliseconds(40);
+        std::this_thread::sleep_until(next);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    capture.StopDecodePlay();
+    EXPECT_FALSE(capture.InputStreamData(reinterpret_cast<const uint8_t*>("x"), 1))
+        << "no play handle any more";
+    recorder.Stop();
+
+    std::string error;
+    std::vector<int16_t> pcm = TrimSilence(DecodeWithSox(
+        raw, 8000, {"-t", "raw", "-e", "signed-integer", "-b", "16", "-L", "-r", "8000", "-c", "1"}, &error));
+    ASSERT_GE(pcm.size(), 8000u * 3 / 2) << "about 2 s were played " << error;
+    EXPECT_NEAR(DominantFrequency(pcm, 8000), 600.0, 3.0);
+}
