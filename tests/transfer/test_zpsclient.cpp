@@ -346,26 +346,35 @@ TEST_F(ZPSClientTest, MissingTokenIsRefused) {
 }
 
 TEST_F(ZPSClientTest, ServerKilledMidTalkFailsTheSendsAndStopsPromptly) {
-    ASSERT_TRUE(StartServer());
-    const int session = NewSession();
-    ASSERT_EQ(Start(session, "/both"), 0);
-    const auto frames = RandomFrames(20, 320, 5);
-    for (const auto& frame : frames) {
-        ASSERT_EQ(ZPSClient_SendVoiceData(session, reinterpret_cast<const unsigned char*>(frame.data()), 320),
+    // Talk-only and two-way: rtspsrc notices the loss on different paths (a warning about the closed
+    // connection, a failed write, a failed read of the downstream track).
+    for (const std::string mount : {"/talk", "/both"}) {
+        SCOPED_TRACE(mount);
+        CRtspServerPeer peer;
+        std::string error;
+        ASSERT_TRUE(peer.Start({}, error)) << error;
+        const int session = NewSession();
+        ASSERT_EQ(ZPSClient_StartVoiceTalk(session, peer.Url(mount).c_str(), "ZPSClient", 36864, "u", "p"),
                   0);
+        const auto frames = RandomFrames(20, 320, 5);
+        for (const auto& frame : frames) {
+            ASSERT_EQ(
+                ZPSClient_SendVoiceData(session, reinterpret_cast<const unsigned char*>(frame.data()), 320),
+                0);
+        }
+        peer.Kill();
+        // Sending goes on in real time until the session notices the loss (bounded: 15 s of audio).
+        bool failed = false;
+        for (int i = 0; i < 375 && !failed; ++i) {
+            std::this_thread::sleep_for(40ms);
+            failed = ZPSClient_SendVoiceData(
+                         session, reinterpret_cast<const unsigned char*>(frames[0].data()), 320) != 0;
+        }
+        EXPECT_TRUE(failed) << "sending to a dead server never failed";
+        EXPECT_EQ(ZPSClient_GetLastError(), static_cast<unsigned>(ZPS_ERR_STREAM));
+        EXPECT_EQ(ZPSClient_Stop(session), 0);
+        EXPECT_EQ(ZPSClient_DestroySession(session), 0);
     }
-    server.Kill();
-    // Sending goes on in real time until the session notices the loss (bounded: 15 s of audio).
-    bool failed = false;
-    for (int i = 0; i < 375 && !failed; ++i) {
-        std::this_thread::sleep_for(40ms);
-        failed = ZPSClient_SendVoiceData(session, reinterpret_cast<const unsigned char*>(frames[0].data()),
-                                         320) != 0;
-    }
-    ASSERT_TRUE(failed) << "sending to a dead server never failed";
-    EXPECT_EQ(ZPSClient_GetLastError(), static_cast<unsigned>(ZPS_ERR_STREAM));
-    EXPECT_EQ(ZPSClient_Stop(session), 0);
-    EXPECT_EQ(ZPSClient_DestroySession(session), 0);
 }
 
 TEST_F(ZPSClientTest, HangingServersEndInTheRtspTimeOut) {

@@ -539,8 +539,21 @@ void CZpsSession::HandleMessage(GstMessage* message, bool fromSendPipeline) {
             gst_message_parse_warning(message, &warning, &debug);
             TAL_LOG(4, kLogModule, "[%s]Session %d warning: %s (%s)[%s(%d)]", handle_, warning->message,
                     debug != nullptr ? debug : "");
+            bool playing = false;
+            {
+                std::lock_guard<std::mutex> lock(mutex_);
+                playing = playCompleted_;
+            }
+            // When the server closes an interleaved connection rtspsrc only warns, marks itself disconnected
+            // and from then on drops backchannel data without an error: the session is over.
+            const bool connectionLost =
+                warning->domain == GST_RESOURCE_ERROR &&
+                (warning->code == GST_RESOURCE_ERROR_READ || warning->code == GST_RESOURCE_ERROR_WRITE);
             g_error_free(warning);
             g_free(debug);
+            if (!fromSendPipeline && playing && connectionLost) {
+                Fail(ZPS_ERR_STREAM);
+            }
             break;
         }
         case GST_MESSAGE_PROGRESS: {
