@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Sets up the machine, then runs the whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer,
-# the concurrent parts under ThreadSanitizer, and a short libFuzzer run of the JSON document.
+# the concurrent parts under ThreadSanitizer, and short libFuzzer runs of the JSON document and of the
+# broadcast address decoding.
 #   JOBS=N         parallel build and test jobs (default 2)
-#   FUZZ_SECONDS=N length of the fuzz run (default 60; 0 skips it)
+#   FUZZ_SECONDS=N length of each fuzz run (default 45; 0 skips them)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 JOBS=${JOBS:-2}
-FUZZ_SECONDS=${FUZZ_SECONDS:-60}
+FUZZ_SECONDS=${FUZZ_SECONDS:-45}
 
 scripts/setup.sh
 
@@ -22,13 +23,15 @@ cmake --build build-tsan -j"$JOBS" --target bcast_tsan_tests
   ctest -L tsan --output-on-failure -j"$JOBS")
 
 if [ "$FUZZ_SECONDS" -gt 0 ]; then
-  echo "== libFuzzer: JSON document, ${FUZZ_SECONDS}s"
   CC=clang CXX=clang++ cmake -S . -B build-fuzz -DBCAST_FUZZ=ON -DBCAST_TESTS=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-  cmake --build build-fuzz -j"$JOBS" --target fuzz_rapidjson_proto
-  corpus=$(mktemp -d)
-  cp tests/fuzz/corpus/rapidjson_proto/* "$corpus"/
-  ./build-fuzz/bin/fuzz_rapidjson_proto -max_total_time="$FUZZ_SECONDS" -timeout=10 -rss_limit_mb=2048 \
-    "$corpus" 2>&1 | tail -n 5
-  rm -rf "$corpus"
+  cmake --build build-fuzz -j"$JOBS" --target fuzz_rapidjson_proto fuzz_broadcast_url
+  for target in rapidjson_proto broadcast_url; do
+    echo "== libFuzzer: $target, ${FUZZ_SECONDS}s"
+    corpus=$(mktemp -d)
+    cp tests/fuzz/corpus/$target/* "$corpus"/
+    ./build-fuzz/bin/fuzz_$target -max_total_time="$FUZZ_SECONDS" -timeout=10 -rss_limit_mb=2048 \
+      "$corpus" 2>&1 | tail -n 3
+    rm -rf "$corpus"
+  done
 fi
 echo "== all tests passed"

@@ -4,7 +4,16 @@
 #include <QMainWindow>
 #include <QWidget>
 
+#include <QElapsedTimer>
+#include <QThread>
+
+#include <atomic>
+#include <mutex>
+#include <vector>
+
 #include "framework/base/FormatLog.h"
+#include "framework/business/PluginCommManager.h"
+#include "framework/netcomm/RapidJsonProto.h"
 
 namespace BcastHost {
 
@@ -55,6 +64,138 @@ int RunLifecycle(const ClientConfig& config, const PluginEntryPoints& entry, std
     out << "log: " << Tal::Base::GetLogFilePath() << std::endl;
     out << (all ? "lifecycle ok" : "lifecycle FAILED") << std::endl;
     return all ? 0 : 1;
+}
+
+namespace {
+
+const char* const kHostPluginId = "bcast-host";
+const std::string kApiPrefix = "/API/Broadcast/V0/";
+
+// Prints the module's notifications to this host and remembers whether one reported a failure.
+class NotificationPrinter {
+public:
+    explicit NotificationPrinter(std::ostream& out) : out_(out) {}
+    void Receive(const std::string& message) {
+        NetworkCommunication::CRapidJsonProto doc;
+        doc.set_str(message);
+        std::lock_guard<std::mutex> lock(mutex_);
+        lastMethod_ = doc.get_int_v("/Method", -1);
+        ++count_;
+        if (quiet_) {
+            return;
+        }
+        out_ << "notification: " << message << std::endl;
+        // "/Method" 4: the resource download failed.
+        if (lastMethod_ == 4) {
+            failed_ = true;
+        }
+    }
+    /// While quiet, notifications are counted but neither printed nor judged.
+    void SetQuiet(bool quiet) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        quiet_ = quiet;
+    }
+    int LastMethod() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return lastMethod_;
+    }
+    int Count() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return count_;
+    }
+    bool Failed() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return failed_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::ostream& out_;
+    int count_ = 0;
+    int lastMethod_ = -1;
+    bool quiet_ = false;
+    bool failed_ = false;
+};
+
+int TaskCount(BusinessCommon::CPluginCommManager* bus) {
+    std::string answer;
+    bus->CallMethod(kApiPrefix + "WorkState", "{}", answer);
+    NetworkCommunication::CRapidJsonProto doc;
+    doc.set_str(answer);
+    return doc.get_int_v("/Response/TaskRunState", 0);
+}
+
+// Turns the event loop until no task is queued or running and no notification came for half a second.
+void WaitUntilSettled(BusinessCommon::CPluginCommManager* bus, NotificationPrinter& printer) {
+    int seen = -1;
+    QElapsedTimer quiet;
+    quiet.start();
+    while (quiet.elapsed() < 500) {
+        Pump();
+        const int count = printer.Count();
+        if (count != seen || TaskCount(bus) > 0) {
+            seen = count;
+            quiet.restart();
+        }
+    }
+}
+
+}  // namespace
+
+int RunApi(const ClientConfig& config, const PluginEntryPoints& entry, const ApiOptions& options,
+           std::ostream& out) {
+    if (!entry.Init(config.language, nullptr) || !entry.Start()) {
+        out << "the module failed to start; see " << Tal::Base::GetLogFilePath() << std::endl;
+        entry.StopWorking();
+        entry.UnInit();
+        return 1;
+    }
+    auto* bus = BusinessCommon::CPluginCommManager::Instance();
+    NotificationPrinter printer(out);
+    bus->RegisterMessageReceiver(kHostPluginId, [&printer](const std::string&, const std::string& message) {
+        printer.Receive(message);
+    });
+    std::string answer;
+    bus->CallMethod(kApiPrefix + "RegisterMessageCallback",
+                    std::string("{\"IsRegister\":true,\"PluginID\":\"") + kHostPluginId + "\"}", answer);
+
+    // Like a client at start-up, the host has the module download its resources first, so that
+    // configuration and terminal queries answer with the platform's data.
+    if (options.method != "DownloadResource") {
+        printer.SetQuiet(true);
+        bus->CallMethod(kApiPrefix + "DownloadResource", "{}", answer);
+        WaitUntilSettled(bus, printer);
+        out << (printer.LastMethod() == 3 ? "resources: downloaded" : "resources: download failed") << std::endl;
+        printer.SetQuiet(false);
+    }
+
+    const std::string method = kApiPrefix + options.method;
+    bool ok = false;
+    if (!bus->HasMethod(method)) {
+        out << "no such method: " << method << std::endl;
+    } else {
+        ok = bus->CallMethod(method, options.request, answer);
+        out << "response: " << answer << std::endl;
+    }
+
+    // Notifications arrive as queued deliveries to the main thread: keep the event loop turning.
+    QElapsedTimer timer;
+    timer.start();
+    if (options.waitSeconds >= 0) {
+        while (timer.elapsed() < static_cast<qint64>(options.waitSeconds * 1000)) {
+            Pump();
+        }
+    } else {
+        WaitUntilSettled(bus, printer);
+    }
+    bus->CallMethod(kApiPrefix + "RegisterMessageCallback",
+                    std::string("{\"IsRegister\":false,\"PluginID\":\"") + kHostPluginId + "\"}", answer);
+    bus->UnRegisterMessageReceiver(kHostPluginId);
+    entry.StopWorking();
+    entry.UnInit();
+    const bool succeeded = ok && !printer.Failed();
+    out << (succeeded ? "api ok" : "api FAILED") << std::endl;
+    return succeeded ? 0 : 1;
 }
 
 int RunGui(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out) {

@@ -2,6 +2,7 @@
 // The host's command-line modes.
 
 #include <ostream>
+#include <string>
 
 #include "host/ClientConfig.h"
 #include "host/PluginModule.h"
@@ -11,6 +12,18 @@ namespace BcastHost {
 /// Runs Init, Start, UpdateFrame, Notify, StopWorking and UnInit, printing each result.
 /// Returns 0 when all succeed, 1 otherwise.
 int RunLifecycle(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out);
+
+struct ApiOptions {
+    std::string method;            ///< the name after "/API/Broadcast/V0/"
+    std::string request = "{}";    ///< the request JSON
+    double waitSeconds = -1;       ///< how long to print notifications; < 0: until the work settles
+};
+
+/// Starts the module, calls one of its named JSON methods through the plugin bus as a registered listener,
+/// prints the answer and every notification until the work settles (or for the given time), then stops it.
+/// Returns 0 when the call succeeded and no failure was notified, 1 otherwise.
+int RunApi(const ClientConfig& config, const PluginEntryPoints& entry, const ApiOptions& options,
+           std::ostream& out);
 
 /// Starts the module, shows its broadcast panel in a window and runs until the window closes.
 int RunGui(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out);

@@ -20,17 +20,22 @@
 namespace {
 
 void PrintUsage(std::ostream& out) {
-    out << "usage: bcast-host MODE --config FILE [--module PATH]\n"
+    out << "usage: bcast-host MODE [ARGS] --config FILE [--module PATH] [--wait SECONDS]\n"
            "modes:\n"
-           "  lifecycle   run Init, Start, UpdateFrame, Notify, StopWorking, UnInit and print each result\n"
-           "  gui         show the module's broadcast panel in a window (needs a display)\n"
+           "  lifecycle           run Init, Start, UpdateFrame, Notify, StopWorking, UnInit and print each result\n"
+           "  api METHOD [JSON]   call the module's method /API/Broadcast/V0/METHOD as a registered listener,\n"
+           "                      print the answer and the notifications until the work settles\n"
+           "                      (or for --wait SECONDS)\n"
+           "  gui                 show the module's broadcast panel in a window (needs a display)\n"
            "The module defaults to ../lib/libBroadCastPlugin.so beside this program, or $BCAST_MODULE.\n";
 }
 
 struct Options {
     std::string mode;
+    std::vector<std::string> arguments;
     std::string configPath;
     std::string modulePath;
+    double waitSeconds = -1;
 };
 
 bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
@@ -39,6 +44,13 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         const std::string& arg = args[i];
         if ((arg == "--config" || arg == "--module") && i + 1 < args.size()) {
             (arg == "--config" ? options.configPath : options.modulePath) = args[++i];
+        } else if (arg == "--wait" && i + 1 < args.size()) {
+            char* end = nullptr;
+            options.waitSeconds = std::strtod(args[++i].c_str(), &end);
+            if (end == nullptr || *end != '\0' || options.waitSeconds < 0) {
+                error = "--wait needs a number of seconds";
+                return false;
+            }
         } else if (arg == "--help" || arg == "-h") {
             return false;
         } else if (!arg.empty() && arg[0] == '-') {
@@ -47,8 +59,7 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         } else if (options.mode.empty()) {
             options.mode = arg;
         } else {
-            error = "unexpected argument " + arg;
-            return false;
+            options.arguments.push_back(arg);
         }
     }
     if (options.mode.empty()) {
@@ -57,6 +68,15 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
     }
     if (options.configPath.empty()) {
         error = "--config FILE is required";
+        return false;
+    }
+    const std::size_t allowed = options.mode == "api" ? 2 : 0;
+    if (options.mode == "api" && options.arguments.empty()) {
+        error = "api needs a METHOD";
+        return false;
+    }
+    if (options.arguments.size() > allowed) {
+        error = "unexpected argument " + options.arguments[allowed];
         return false;
     }
     return true;
@@ -74,7 +94,7 @@ int main(int argc, char** argv) {
         PrintUsage(std::cerr);
         return 2;
     }
-    if (options.mode != "lifecycle" && options.mode != "gui") {
+    if (options.mode != "lifecycle" && options.mode != "gui" && options.mode != "api") {
         std::cerr << "bcast-host: unknown mode " << options.mode << "\n";
         PrintUsage(std::cerr);
         return 2;
@@ -110,6 +130,14 @@ int main(int argc, char** argv) {
         }
         if (options.mode == "lifecycle") {
             code = BcastHost::RunLifecycle(config, module.Entry(), std::cout);
+        } else if (options.mode == "api") {
+            BcastHost::ApiOptions api;
+            api.method = options.arguments[0];
+            if (options.arguments.size() > 1) {
+                api.request = options.arguments[1];
+            }
+            api.waitSeconds = options.waitSeconds;
+            code = BcastHost::RunApi(config, module.Entry(), api, std::cout);
         } else {
             code = BcastHost::RunGui(config, module.Entry(), std::cout);
         }

@@ -18,5 +18,7 @@ using CommandList = std::vector<ToolCommand>;
 
 /// "inspect" and "encode".
 void AddVoiceCommands(CommandList& commands);
+/// "rtp-send" and "rtp-recv".
+void AddRtpCommands(CommandList& commands);
 
 }  // namespace BcastTool

@@ -10,6 +10,7 @@ namespace {
 // One registration function per command family.
 constexpr void (*kFamilies[])(BcastTool::CommandList&) = {
     &BcastTool::AddVoiceCommands,
+    &BcastTool::AddRtpCommands,
 };
 
 void PrintUsage(const BcastTool::CommandList& commands) {

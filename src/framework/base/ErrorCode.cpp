@@ -1,5 +1,7 @@
 #include "framework/base/ErrorCode.h"
 
+#include <ostream>
+
 namespace Tal {
 namespace Base {
 namespace Error {
@@ -16,6 +18,8 @@ std::string ErrorCode::ToString() const {
     }
     return text;
 }
+
+std::ostream& operator<<(std::ostream& out, const ErrorCode& error) { return out << error.ToString(); }
 
 void SetLastError(const ErrorCode& error) { t_lastError = error; }
 

@@ -1,6 +1,7 @@
 #pragma once
 // Result record of callbacks and of the thread's last error.
 
+#include <iosfwd>
 #include <string>
 
 namespace Tal {
@@ -45,6 +46,9 @@ private:
     int code_ = 0;
     std::string cascading_;
 };
+
+/// Prints ToString(), for logs and test failure messages.
+std::ostream& operator<<(std::ostream& out, const ErrorCode& error);
 
 /// Module number of errors raised by the client framework itself.
 constexpr int kModuleFramework = 10;

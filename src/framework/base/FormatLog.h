@@ -71,6 +71,15 @@ private:
 /// "bool NS::CClass::Method(int)" -> "NS::CClass::Method"; lambdas keep their enclosing function's name.
 std::string QualifiedFunctionName(const char* prettyFunction);
 
+/// The path without the repository root prefix; the whole path when it is not longer than the prefix.
+constexpr const char* SourceRelative(const char* path, std::size_t prefixLength) {
+    std::size_t length = 0;
+    while (path[length] != '\0') {
+        ++length;
+    }
+    return length > prefixLength ? path + prefixLength : path;
+}
+
 }  // namespace Base
 }  // namespace Tal
 
@@ -78,7 +87,7 @@ std::string QualifiedFunctionName(const char* prettyFunction);
 #define TAL_SOURCE_PREFIX_LEN 0
 #endif
 /// Source path relative to the repository root.
-#define TAL_SOURCE_FILE (__FILE__ + TAL_SOURCE_PREFIX_LEN)
+#define TAL_SOURCE_FILE (::Tal::Base::SourceRelative(__FILE__, TAL_SOURCE_PREFIX_LEN))
 
 /// Logs a line whose format begins with "[%s]" (the qualified function name) and ends with "[%s(%d)]"
 /// (source path and line); the caller's own arguments go between.

@@ -7,7 +7,10 @@ namespace NetlibWrapper {
 
 namespace {
 std::atomic<int> g_factor{kTimeoutDefault};
-}
+std::atomic<int> g_explicitMs{0};
+}  // namespace
+
+void SetRequestTimeoutMs(int milliseconds) { g_explicitMs.store(milliseconds > 0 ? milliseconds : 0); }
 
 void SetTimeoutFacotor(TimeoutFactor factor) {
     g_factor.store(static_cast<int>(factor));
@@ -18,6 +21,9 @@ TimeoutFactor GetTimeoutFacotor() {
 }
 
 int GetRequestTimeoutMs() {
+    if (const int explicitMs = g_explicitMs.load()) {
+        return explicitMs;
+    }
     switch (g_factor.load()) {
         case kTimeoutMedium:
             return 20000;

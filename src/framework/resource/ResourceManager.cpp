@@ -2,10 +2,16 @@
 
 #include "framework/base/FormatLog.h"
 #include "framework/base/Singleton.h"
+#include "framework/media/devnet/DevNet.h"
 
 namespace ResourceManager {
 
 using Tal::Base::Error::ErrorCode;
+
+namespace {
+/// Module number of errors of the device network interface.
+constexpr int kModuleDeviceNetwork = 1;
+}  // namespace
 
 CDevice::CDevice(const DeviceInfo& info) : info_(info) {
     loginParam_.SetVal_strLoginAddress(info.ipAddress);
@@ -72,17 +78,60 @@ bool CDevice::IsLogin() const {
 }
 
 int CDevice::Login(ErrorCode& error) {
-    // The device network interface is not part of this build yet.
-    error = ErrorCode(Tal::Base::Error::kSubSystemClient, Tal::Base::Error::kModuleFramework,
-                      Tal::Base::Error::kCodeNotAvailable);
-    TAL_LOG(5, "ResourceManager", "[%s]Device login is not available in this build, device id: %d.[%s(%d)]",
-            GetID());
-    return -1;
+    CLoginParam param;
+    int id = -1;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (userId_ >= 0) {
+            error = ErrorCode();
+            return userId_;
+        }
+        param = loginParam_;
+        id = info_.id;
+    }
+    // The login talks to the device: no lock is held meanwhile.
+    DEVNET_DEVICEINFO deviceInfo{};
+    const int32_t userId =
+        DEVNET_Login(param.GetVal_strLoginAddress().c_str(), param.GetVal_uLoginPort(),
+                     param.GetVal_strUserName().c_str(), param.GetVal_strUserPwd().c_str(), &deviceInfo);
+    if (userId < 0) {
+        error = ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleDeviceNetwork,
+                          static_cast<int>(DEVNET_GetLastError()));
+        TAL_LOG(5, "ResourceManager",
+                "[%s]Device login failed, device id: %d, address: %s:%u, error: %d.[%s(%d)]", id,
+                param.GetVal_strLoginAddress().c_str(), static_cast<unsigned>(param.GetVal_uLoginPort()),
+                error.GetSubErrorCode());
+        return -1;
+    }
+    int duplicate = -1;
+    int result = userId;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (userId_ >= 0) {
+            // Another thread logged in meanwhile: keep its login.
+            duplicate = userId;
+            result = userId_;
+        } else {
+            userId_ = userId;
+        }
+    }
+    if (duplicate >= 0) {
+        DEVNET_Logout(duplicate);
+    }
+    error = ErrorCode();
+    return result;
 }
 
 void CDevice::Logout() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    userId_ = -1;
+    int userId = -1;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        userId = userId_;
+        userId_ = -1;
+    }
+    if (userId >= 0) {
+        DEVNET_Logout(userId);
+    }
 }
 
 int CDevice::GetUserID() const {
@@ -90,7 +139,9 @@ int CDevice::GetUserID() const {
     return userId_;
 }
 
-CDeviceManager* CDeviceManager::Instance() { return Tal::Base::CSingleton<CDeviceManager>::Instance(); }
+CDeviceManager* CDeviceManager::Instance() {
+    return Tal::Base::CSingleton<CDeviceManager>::Instance();
+}
 
 std::shared_ptr<CDevice> CDeviceManager::FindDeviceByID(int id) const {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -130,7 +181,9 @@ void CDeviceManager::Clear() {
     devices_.clear();
 }
 
-CElementManager* CElementManager::Instance() { return Tal::Base::CSingleton<CElementManager>::Instance(); }
+CElementManager* CElementManager::Instance() {
+    return Tal::Base::CSingleton<CElementManager>::Instance();
+}
 
 std::shared_ptr<CElement> CElementManager::FindOtherElementByID(int id) const {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -1,0 +1,165 @@
+#include "BroadCastPlugin/logical/VoiceTransfer/SDK/SDKTransfer.h"
+
+#include <algorithm>
+#include <string>
+
+#include "BroadCastPlugin/logical/VoiceTransfer/SafeCopy.h"
+#include "framework/base/ErrorCode.h"
+#include "framework/base/FormatLog.h"
+#include "framework/media/devnet/DevNet.h"
+#include "framework/resource/ResourceManager.h"
+
+namespace BroadCastPlugin {
+
+namespace {
+
+using Tal::Base::Error::ErrorCode;
+
+/// Module of the device network interface's errors.
+constexpr int kModuleDeviceNetwork = 1;
+constexpr uint32_t kConfigAnswerSize = 4096;
+constexpr const char* kRealtimeRequest = "PUT /DXAPI/VideoIntercom/broadcast/realtime?format=json";
+
+std::string RealtimeConfigBody(int32_t encodeType) {
+    switch (encodeType) {
+        case kEncodeMP3:
+            return "{\"BroadcastRealtime\":{\"enabled\":true,\"transportType\":\"unicast\",\"audioLevel\":15,"
+                   "\"audioType\":\"MP3\",\"samplingRate\":48}}";
+        case kEncodeG711U:
+            return "{\"BroadcastRealtime\":{\"enabled\":true,\"transportType\":\"unicast\",\"audioLevel\":15,"
+                   "\"audioType\":\"G.711ulaw\"}}";
+        default:
+            return std::string();
+    }
+}
+
+}  // namespace
+
+CSDKTransfer::~CSDKTransfer() {
+    if (!VoiceHandles().empty()) {
+        Uninit();
+    }
+}
+
+std::vector<int32_t> CSDKTransfer::VoiceHandles() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return voiceHandles_;
+}
+
+bool CSDKTransfer::Init(const SDKTransferTarget& target) {
+    TAL_LOG(3, "Broadcast", "[%s]init broadcast sdk transfer device id: %ld, Audio encode type:%d.[%s(%d)]",
+            static_cast<long>(target.deviceID), target.encodeType);
+    auto device = ResourceManager::CDeviceManager::Instance()->FindDeviceByID(target.deviceID);
+    int32_t userId = -1;
+    if (device) {
+        if (!device->IsLogin()) {
+            ErrorCode error;
+            userId = device->Login(error);
+            if (userId == -1) {
+                TAL_LOG(5, "Broadcast",
+                        "[%s]Login failed!, [SubSystem: %d],[MainError: %d],[SubError: %d][%s(%d)]",
+                        error.GetSubSystemErrorCode(), error.GetMainErrorCode(), error.GetSubErrorCode());
+                Tal::Base::Error::SetLastError(error);
+                return false;
+            }
+        } else {
+            userId = device->GetUserID();
+        }
+    }
+    // A device the registry does not know opens nothing and is not an error.
+    if (!device) {
+        return true;
+    }
+    for (const auto& channel : target.channels) {
+        int32_t handle = -1;
+        if (channel.channel < kDirectChannelBase) {
+            SetVoiceEncodeInfo(target.encodeType, userId);
+            handle = DEVNET_StartVoiceTalk(userId, 1, nullptr, nullptr);
+        } else {
+            handle = DEVNET_StartVoiceTalk(userId, channel.channel, nullptr, nullptr);
+        }
+        if (handle < 0) {
+            const uint32_t error = DEVNET_GetLastError();
+            TAL_LOG(5, "Broadcast", "[%s]DEVNET_StartVoiceTalk error, %d!\n[%s(%d)]",
+                    static_cast<int>(error));
+            Tal::Base::Error::SetLastError(
+                ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleDeviceNetwork, static_cast<int>(error)));
+            Uninit();
+            return false;
+        }
+        std::lock_guard<std::mutex> lock(mutex_);
+        voiceHandles_.push_back(handle);
+    }
+    return true;
+}
+
+void CSDKTransfer::SetVoiceEncodeInfo(int32_t encodeType, int32_t userId) {
+    const std::string body = RealtimeConfigBody(encodeType);
+    std::string answer(kConfigAnswerSize, '\0');
+    DEVNET_STDCONFIG_INPUT input{};
+    input.requestUrl = kRealtimeRequest;
+    input.inBuffer = body.c_str();
+    input.inBufferSize = static_cast<uint32_t>(body.size());
+    DEVNET_STDCONFIG_OUTPUT output{};
+    output.outBuffer = &answer[0];
+    output.outBufferSize = kConfigAnswerSize;
+    if (!DEVNET_StdConfig(userId, &input, &output)) {
+        TAL_LOG(5, "Broadcast", "[%s]DEVNET_StdConfig Error. [%ld][%s(%d)]",
+                static_cast<long>(DEVNET_GetLastError()));
+        // Older devices take the format as a binary configuration instead.
+        DEVNET_BROADCAST_REALTIME_CFG config{};
+        config.encodeType = static_cast<uint8_t>(encodeType);
+        if (!DEVNET_SetDeviceConfig(userId, DEVNET_SET_BROADCAST_REALTIME_CFG, 1, &config, sizeof(config))) {
+            TAL_LOG(5, "Broadcast", "[%s]DEVNET_SetDeviceConfig Error. [%ld][%s(%d)]",
+                    static_cast<long>(DEVNET_GetLastError()));
+        }
+        return;
+    }
+    TAL_LOG(3, "Broadcast", "[%s]DEVNET_StdConfig return. message: [%s][%s(%d)]", answer.c_str());
+}
+
+bool CSDKTransfer::SendVoice(const uint8_t* data, int32_t size) {
+    const std::vector<int32_t> handles = VoiceHandles();
+    if (handles.empty()) {
+        TAL_LOG(5, "Broadcast", "[%s]Send voice failed. handle is -1.[%s(%d)]");
+    }
+    for (const int32_t handle : handles) {
+        if (size < kPieceSize || data == nullptr) {
+            TAL_LOG(5, "ClientVFPluginError",
+                    "[%s]Send data to device failed. voice handle: %ld, buffsize: %ld[%s(%d)]",
+                    static_cast<long>(handle), static_cast<long>(size));
+        } else if (size == kPieceSize) {
+            if (DEVNET_SendVoiceData(handle, reinterpret_cast<const char*>(data), kPieceSize) == 0) {
+                TAL_LOG(5, "ClientVFPluginError",
+                        "[%s]Send data to device failed. voice handle: %ld, buffsize: %ld[%s(%d)]",
+                        static_cast<long>(handle), static_cast<long>(size));
+            }
+        } else {
+            for (int32_t offset = 0; offset < size; offset += kPieceSize) {
+                // The device takes whole pieces: a short tail is padded with zeros.
+                char piece[kPieceSize] = {};
+                SafeMemcpy(piece, sizeof(piece), data + offset,
+                           static_cast<std::size_t>(std::min(kPieceSize, size - offset)));
+                if (DEVNET_SendVoiceData(handle, piece, kPieceSize) == 0) {
+                    TAL_LOG(5, "ClientVFPluginError",
+                            "[%s]Send data to device failed. voice handle: %ld, buffsize: 160[%s(%d)]",
+                            static_cast<long>(handle));
+                }
+            }
+        }
+    }
+    return true;
+}
+
+void CSDKTransfer::Uninit() {
+    std::vector<int32_t> handles;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        handles.swap(voiceHandles_);
+    }
+    for (const int32_t handle : handles) {
+        DEVNET_StopVoiceTalk(handle);
+    }
+}
+
+}  // namespace BroadCastPlugin

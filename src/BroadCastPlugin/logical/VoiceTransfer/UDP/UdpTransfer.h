@@ -1,0 +1,43 @@
+#pragma once
+// Transport to other makers' IP speakers: one RTP packet per encoded frame, sent by UDP.
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "BroadCastPlugin/logical/VoiceTransfer/IVoiceTransfer.h"
+#include "BroadCastPlugin/logical/VoiceTransfer/UDP/Rtp.h"
+#include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpSocket.h"
+
+namespace BroadCastPlugin {
+
+/// RTP payload type for an encode type: 0 -> 9 (G.722), 1 -> 0 (PCMU), 2 -> 8 (PCMA), other -> 9.
+uint8_t RtpPayloadTypeForEncodeType(int32_t encodeType);
+
+class CUdpTransfer : public IUdpVoiceTransfer {
+public:
+    CUdpTransfer() = default;
+    ~CUdpTransfer() override;
+
+    /// Opens the socket and the RTP state. Returns true without looking at the socket (a missing socket shows
+    /// as failed sends).
+    bool Init(const std::string& ipAddress, uint16_t port, int32_t encodeType) override;
+    void Uninit() override;
+    /// Sends one frame as one RTP packet. Send failures are logged and the frame is lost (true all the same);
+    /// a frame larger than the packet buffer is refused with false.
+    bool SendVoice(const uint8_t* data, int32_t size) override;
+
+private:
+    struct UdpContext {
+        CUniqueSocket socket;
+        uint32_t address = 0;  ///< IPv4, network order
+        uint16_t port = 0;     ///< network order
+        RtpSenderState rtp{};
+    };
+
+    std::mutex mutex_;  ///< Uninit may come from the stopping thread while the sender thread sends
+    std::unique_ptr<UdpContext> context_;
+};
+
+}  // namespace BroadCastPlugin

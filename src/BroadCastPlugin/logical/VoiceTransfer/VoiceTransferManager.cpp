@@ -1,0 +1,382 @@
+#include "BroadCastPlugin/logical/VoiceTransfer/VoiceTransferManager.h"
+
+#include <algorithm>
+
+#include "BroadCastPlugin/logical/VoiceTransfer/SafeCopy.h"
+#include "BroadCastPlugin/logical/VoiceTransfer/TransferFactory.h"
+#include "framework/base/ErrorCode.h"
+#include "framework/base/FormatLog.h"
+#include "framework/base/Singleton.h"
+
+namespace BroadCastPlugin {
+
+namespace {
+
+using Milliseconds = std::chrono::milliseconds;
+
+/// Closes transports outside of any lock: a streaming session drains and tears down over the network.
+void UninitAll(std::vector<std::shared_ptr<IVoiceTransfer>>& transfers) {
+    for (auto& transfer : transfers) {
+        transfer->Uninit();
+    }
+    transfers.clear();
+}
+
+}  // namespace
+
+CVoiceTransferManager* CVoiceTransferManager::Instance() {
+    return Tal::Base::CSingleton<CVoiceTransferManager>::Instance();
+}
+
+CVoiceTransferManager::CVoiceTransferManager()
+    : CVoiceTransferManager(std::make_shared<CTransferFactory>(), std::make_shared<CSteadyTransferClock>()) {}
+
+CVoiceTransferManager::CVoiceTransferManager(std::shared_ptr<ITransferFactory> factory,
+                                             std::shared_ptr<ITransferClock> clock)
+    : factory_(std::move(factory)), clock_(std::move(clock)) {
+    zpsParam = std::make_shared<VoiceSendParam>();
+    sdkParam = std::make_shared<VoiceSendParam>();
+    oemParam = std::make_shared<VoiceSendParam>();
+    // Only the streaming server gets a burst ahead of real time; the device groups are paced from the first
+    // frame.
+    if (zpsParam) {
+        zpsParam->preBufferEnabled = true;
+        zpsParam->preBufferFrames = kZPSPreBufferFrames;
+    }
+}
+
+CVoiceTransferManager::~CVoiceTransferManager() {
+    StopTransfer();
+    std::vector<std::shared_ptr<IVoiceTransfer>> remaining;
+    for (const auto& group : {zpsParam, sdkParam, oemParam}) {
+        JoinGroupThread(*group);
+        std::lock_guard<std::mutex> lock(group->mutex);
+        remaining.insert(remaining.end(), group->transfers.begin(), group->transfers.end());
+        group->transfers.clear();
+    }
+    UninitAll(remaining);
+}
+
+void CVoiceTransferManager::JoinGroupThread(VoiceSendParam& group) {
+    std::lock_guard<std::mutex> lock(group.threadMutex);
+    if (group.sendThread.joinable()) {
+        group.sendThread.join();
+    }
+}
+
+void CVoiceTransferManager::StartGroupThread(const std::shared_ptr<VoiceSendParam>& group) {
+    group->started = true;
+    stopFlag = false;
+    inputFinished = false;
+    std::lock_guard<std::mutex> lock(group->threadMutex);
+    group->sendThread = std::thread(&CVoiceTransferManager::SendVoiceEIT, this, group);
+}
+
+void CVoiceTransferManager::ClearTransfers(VoiceSendParam& group) {
+    std::list<std::shared_ptr<IVoiceTransfer>> dropped;
+    {
+        std::lock_guard<std::mutex> lock(group.mutex);
+        dropped.swap(group.transfers);
+    }
+    // Transports close when their last reference goes, outside the lock.
+}
+
+bool CVoiceTransferManager::StartSendToZPS(const std::vector<ZPSTransferTarget>& targets) {
+    TAL_LOG(3, "Broadcast", "[%s]Start transfer to zps.[%s(%d)]");
+    if (zpsParam->started) {
+        return true;
+    }
+    JoinGroupThread(*zpsParam);
+    for (const auto& target : targets) {
+        auto transfer = factory_->CreateZPSTransfer();
+        if (!transfer->Init(target.token) ||
+            !transfer->StartVoiceTalk(target.url, target.userName, target.password)) {
+            // All or nothing: the sessions opened so far go with the list.
+            ClearTransfers(*zpsParam);
+            return false;
+        }
+        std::lock_guard<std::mutex> lock(zpsParam->mutex);
+        zpsParam->transfers.push_back(transfer);
+    }
+    StartGroupThread(zpsParam);
+    return true;
+}
+
+bool CVoiceTransferManager::StartSendToSDK(const std::vector<SDKTransferTarget>& targets) {
+    TAL_LOG(3, "Broadcast", "[%s]Start transfer to sdk.[%s(%d)]");
+    if (sdkParam->started) {
+        return true;
+    }
+    JoinGroupThread(*sdkParam);
+    for (const auto& target : targets) {
+        auto transfer = factory_->CreateSDKTransfer();
+        if (!transfer->Init(target)) {
+            NotifyTransferResult(target.deviceID, 2);
+            TAL_LOG(5, "Broadcast", "[%s]Init sdk transfer object failed.[%s(%d)]");
+            // Kept as the platform behaves: a failed device empties the streaming-server list, not this one.
+            ClearTransfers(*zpsParam);
+            continue;
+        }
+        NotifyTransferResult(target.deviceID, 1);
+        // Kept as the platform behaves: the append holds the streaming-server lock. The group's thread is not
+        // running yet (joined above, started below), so nothing else touches this list meanwhile.
+        std::lock_guard<std::mutex> lock(zpsParam->mutex);
+        sdkParam->transfers.push_back(transfer);
+    }
+    StartGroupThread(sdkParam);
+    return true;
+}
+
+void CVoiceTransferManager::StartSendToOEM(const std::vector<OEMTransferTarget>& targets) {
+    TAL_LOG(3, "Broadcast", "[%s]Start transfer to oem.[%s(%d)]");
+    if (oemParam->started) {
+        return;
+    }
+    JoinGroupThread(*oemParam);
+    for (const auto& target : targets) {
+        auto transfer = factory_->CreateUdpTransfer();
+        if (!transfer->Init(target.ipAddress, target.port, target.encodeType)) {
+            NotifyTransferResult(target.elementID, 2);
+            // Kept as the platform behaves: the streaming-server list is the one emptied.
+            ClearTransfers(*zpsParam);
+            continue;
+        }
+        NotifyTransferResult(target.elementID, 1);
+        std::lock_guard<std::mutex> lock(oemParam->mutex);
+        oemParam->transfers.push_back(transfer);
+    }
+    StartGroupThread(oemParam);
+}
+
+void CVoiceTransferManager::SendData(const uint8_t* data, int32_t size) {
+    if (size <= 0 || data == nullptr || stopFlag) {
+        return;
+    }
+    WaitConsumeData();
+    for (const auto& group : {zpsParam, sdkParam, oemParam}) {
+        if (!group->started) {
+            continue;
+        }
+        std::lock_guard<std::mutex> lock(group->mutex);
+        VoiceDataBlock block;
+        block.data = std::make_unique<uint8_t[]>(static_cast<std::size_t>(size));
+        block.size = size;
+        if (!SafeMemcpy(block.data.get(), static_cast<std::size_t>(size), data,
+                        static_cast<std::size_t>(size))) {
+            continue;
+        }
+        group->dataQueue.push_back(std::move(block));
+        group->dataReady.notify_one();
+    }
+}
+
+void CVoiceTransferManager::WaitConsumeData() {
+    while (!stopFlag) {
+        std::size_t queued = GetQueuedFrameCount();
+        if (queued < kMaxQueuedBlocks) {
+            return;
+        }
+        TAL_LOG(4, "Broadcast", "[%s]Start to wait consume data.[%s(%d)]");
+        clock_->SleepFor(Milliseconds(1000), stopFlag);
+    }
+}
+
+std::size_t CVoiceTransferManager::GetQueuedFrameCount() {
+    std::size_t queued = 0;
+    for (const auto& group : {zpsParam, sdkParam, oemParam}) {
+        std::lock_guard<std::mutex> lock(group->mutex);
+        queued += group->dataQueue.size();
+    }
+    return queued;
+}
+
+void CVoiceTransferManager::SetFrameInterval(int32_t milliseconds) {
+    frameIntervalMs = milliseconds;
+}
+
+void CVoiceTransferManager::SetInputFinished() {
+    inputFinished = true;
+    // Wake idle threads now rather than at the end of their 2 s wait, so that the tail starts at once.
+    for (const auto& group : {zpsParam, sdkParam, oemParam}) {
+        std::lock_guard<std::mutex> lock(group->mutex);
+        group->dataReady.notify_all();
+    }
+}
+
+void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) {
+    int32_t count = 0;
+    ITransferClock::TimePoint start = clock_->Now();
+    const int32_t preBufferFrames = group->preBufferFrames;
+    for (;;) {
+        std::deque<VoiceDataBlock> blocks;
+        std::vector<std::shared_ptr<IVoiceTransfer>> targets;
+        {
+            std::unique_lock<std::mutex> lock(group->mutex);
+            if (group->dataQueue.empty()) {
+                if (inputFinished) {
+                    lock.unlock();
+                    if (group->preBufferEnabled) {
+                        // Let the receiver play out what was sent ahead of time before reporting the end.
+                        clock_->SleepFor(Milliseconds(static_cast<int64_t>(frameIntervalMs.load()) *
+                                                      std::min(preBufferFrames, count)),
+                                         stopFlag);
+                    }
+                    return;
+                }
+                // The predicate closes the window between the checks above and the wait: a stop or the end of
+                // input signalled just before would otherwise cost the full 2 s.
+                group->dataReady.wait_for(lock, Milliseconds(2000), [&] {
+                    return !group->dataQueue.empty() || inputFinished || stopFlag || !group->started;
+                });
+            }
+            blocks.swap(group->dataQueue);
+            for (const auto& transfer : group->transfers) {
+                if (transfer->GetTransferType() == kTransferSend) {
+                    targets.push_back(transfer);
+                }
+            }
+        }
+
+        for (auto& block : blocks) {
+            if (!block.data || block.size == 0) {
+                continue;
+            }
+            if (stopFlag) {
+                block.data.reset();
+                continue;
+            }
+            const bool burst = group->preBufferEnabled && count < preBufferFrames;
+            if (!burst && count == preBufferFrames) {
+                start = clock_->Now();
+            }
+            for (const auto& transfer : targets) {
+                if (!transfer->SendVoice(block.data.get(), block.size)) {
+                    TAL_LOG(5, "Broadcast", "[%s]Send voice data to zps failed. data size: %d[%s(%d)]",
+                            block.size);
+                }
+            }
+            if (!burst) {
+                // Absolute schedule from `start`: no drift accumulates and a late sender catches up unslept.
+                const int64_t due = static_cast<int64_t>(frameIntervalMs.load()) *
+                                    (count - (group->preBufferEnabled ? preBufferFrames : 0));
+                const int64_t elapsed =
+                    std::chrono::duration_cast<Milliseconds>(clock_->Now() - start).count();
+                if (due - elapsed > 0) {
+                    clock_->SleepFor(Milliseconds(due - elapsed), stopFlag);
+                }
+            }
+            ++count;
+            block.data.reset();
+        }
+        // A group that was stopped leaves even when a later start has cleared the shared stop flag again.
+        if (stopFlag || !group->started) {
+            break;
+        }
+    }
+}
+
+void CVoiceTransferManager::WaitTransferFinish() {
+    TAL_LOG(3, "Broadcast", "[%s]Wait zps send finish.[%s(%d)]");
+    JoinGroupThread(*zpsParam);
+    TAL_LOG(3, "Broadcast", "[%s]Wait sdk send finish.[%s(%d)]");
+    JoinGroupThread(*sdkParam);
+    TAL_LOG(3, "Broadcast", "[%s]Wait udp send finish.[%s(%d)]");
+    JoinGroupThread(*oemParam);
+    TAL_LOG(3, "Broadcast", "[%s]all send finish.[%s(%d)]");
+}
+
+void CVoiceTransferManager::StopTransfer() {
+    stopFlag = true;
+    clock_->WakeSleepers();
+    std::vector<std::shared_ptr<IVoiceTransfer>> closing;
+    for (const auto& group : {zpsParam, sdkParam, oemParam}) {
+        group->started = false;
+        std::deque<VoiceDataBlock> dropped;
+        {
+            std::lock_guard<std::mutex> lock(group->mutex);
+            group->dataReady.notify_all();
+            dropped.swap(group->dataQueue);
+            for (auto it = group->transfers.begin(); it != group->transfers.end();) {
+                if ((*it)->GetTransferType() == kTransferSend) {
+                    closing.push_back(*it);
+                    it = group->transfers.erase(it);
+                } else {
+                    ++it;  // listening sessions end only with StopListenFromZPS
+                }
+            }
+        }
+        // `dropped` frees every queued block here.
+    }
+    UninitAll(closing);
+    inputFinished = false;
+    frameIntervalMs = 0;
+}
+
+bool CVoiceTransferManager::StartListenFromZPS(const ZPSTransferTarget& target, ZPSDataCallback callback) {
+    TAL_LOG(3, "Broadcast", "[%s]Start listen from zps.[%s(%d)]");
+    auto transfer = factory_->CreateZPSTransfer();
+    if (transfer->Init(target.token) &&
+        transfer->StartVoiceTalk(target.url, target.userName, target.password)) {
+        transfer->SetTransferType(kTransferListen);
+        transfer->SetDataCallback(std::move(callback));
+        {
+            std::lock_guard<std::mutex> lock(zpsParam->mutex);
+            zpsParam->transfers.push_back(transfer);
+        }
+        stopFlag = false;
+        return true;
+    }
+    ClearTransfers(*zpsParam);
+    return false;
+}
+
+void CVoiceTransferManager::StopListenFromZPS() {
+    TAL_LOG(3, "Broadcast", "[%s]Stop listen from zps.[%s(%d)]");
+    std::shared_ptr<IVoiceTransfer> listening;
+    {
+        std::lock_guard<std::mutex> lock(zpsParam->mutex);
+        auto it =
+            std::find_if(zpsParam->transfers.begin(), zpsParam->transfers.end(),
+                         [](const auto& transfer) { return transfer->GetTransferType() == kTransferListen; });
+        if (it != zpsParam->transfers.end()) {
+            listening = *it;
+            zpsParam->transfers.erase(it);
+        }
+    }
+    if (listening) {
+        listening->Uninit();
+    }
+}
+
+bool CVoiceTransferManager::GetListenAudioParam(ZPSAudioParam& param) {
+    std::shared_ptr<IZPSVoiceTransfer> listening;
+    {
+        std::lock_guard<std::mutex> lock(zpsParam->mutex);
+        for (const auto& transfer : zpsParam->transfers) {
+            if (transfer->GetTransferType() == kTransferListen) {
+                listening = std::dynamic_pointer_cast<IZPSVoiceTransfer>(transfer);
+                break;
+            }
+        }
+    }
+    return listening ? listening->GetZPSAudioParam(param) : false;
+}
+
+void CVoiceTransferManager::SetResultCallback(TransferResultCallback callback) {
+    std::lock_guard<std::mutex> lock(resultMutex);
+    resultCallback = std::move(callback);
+}
+
+void CVoiceTransferManager::NotifyTransferResult(int32_t deviceId, int32_t result) {
+    IPSpeakerNotifyParam param;
+    param.type = 1;
+    param.elementID = deviceId;
+    param.error = Tal::Base::Error::GetLastError();
+    param.speakerStatus = result;
+    std::lock_guard<std::mutex> lock(resultMutex);
+    if (resultCallback) {
+        resultCallback(param);
+    }
+}
+
+}  // namespace BroadCastPlugin

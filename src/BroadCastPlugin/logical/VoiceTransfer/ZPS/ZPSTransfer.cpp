@@ -1,0 +1,258 @@
+#include "BroadCastPlugin/logical/VoiceTransfer/ZPS/ZPSTransfer.h"
+
+#include <cstring>
+
+#include "framework/base/ErrorCode.h"
+#include "framework/base/FormatLog.h"
+#include "framework/business/BusinessCommon.h"
+
+namespace BroadCastPlugin {
+
+namespace {
+
+using Tal::Base::Error::ErrorCode;
+using Tal::Base::Error::SetLastError;
+
+/// Module of the streaming client library's errors.
+constexpr int kModuleZPSClient = 61;
+/// Module and code of a failed send.
+constexpr int kModuleZPSTransfer = 25;
+constexpr int kCodeSendFailed = 100860;  // 0x189FC
+/// Send buffer of a talk session (bytes).
+constexpr int kTalkBufferSize = 36864;  // 0x9000
+
+}  // namespace
+
+int RtspTimeoutForNetLevel(int level) {
+    switch (level) {
+        case 0:
+            return 6;
+        case 1:
+            return 9;
+        case 2:
+            return 12;
+        default:
+            return 6;
+    }
+}
+
+void FillAudioParamFromInfo(const ZPSClient_AudioInfo& info, ZPSAudioParam& param) {
+    param.sampleRate = static_cast<int32_t>(info.sampleRate);
+    param.channels = static_cast<int32_t>(info.channels);
+    param.bitsPerSample = static_cast<int32_t>(info.bitsPerSample);
+    param.bitRate = static_cast<int32_t>(info.bitRate);
+    switch (info.codec) {
+        case 0xC001:
+            param.encodeType = 1;
+            if (param.sampleRate == 0) {
+                param.sampleRate = 8000;
+            }
+            break;
+        case 0xC002:
+            param.encodeType = 2;
+            break;
+        case 0xC003:
+            param.encodeType = 0;
+            if (param.sampleRate == 0) {
+                param.sampleRate = 16000;
+            }
+            break;
+        case 0xC004:
+            param.encodeType = 6;
+            break;
+        case 0xC005:
+            param.encodeType = 7;
+            break;
+        case 0xC006:
+            param.encodeType = 5;
+            break;
+        case 0xC007:
+            param.encodeType = 8;
+            break;
+        case 0xC013:
+            param.encodeType = 15;
+            break;
+        default:
+            break;
+    }
+}
+
+CZPSTransfer::~CZPSTransfer() {
+    if (SessionHandle() >= 0) {
+        Uninit();
+    }
+}
+
+int32_t CZPSTransfer::SessionHandle() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return sessionHandle_;
+}
+
+bool CZPSTransfer::Init(const std::string& token) {
+    TAL_LOG(3, "Broadcast", "[%s]Start ZPSClient_CreateSession[%s(%d)]");
+    const int session = ZPSClient_CreateSession();
+    if (session < 0) {
+        TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_CreateSession[%s(%d)]");
+        const unsigned int error = ZPSClient_GetLastError();
+        SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
+        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_CreateSession Failed.[%s(%d)]", error);
+        ZPSClient_FiniLib();
+        return false;
+    }
+
+    const int timeout =
+        RtspTimeoutForNetLevel(BusinessCommon::CFrameSystemConfigMgr::Instance()->GetNetOverTime());
+    int result = ZPSClient_SetRtspTimeout(session, timeout);
+    if (result != 0) {
+        const unsigned int error = ZPSClient_GetLastError();
+        SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
+        ZPSClient_DestroySession(session);
+        ZPSClient_FiniLib();
+        TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_SetRtspTimeout, [err: %d], err_code: %u[%s(%d)]",
+                result, error);
+        return false;
+    }
+
+    if (!token.empty()) {
+        // Built by concatenation, as the server expects the token verbatim.
+        const std::string params = "{\"token\":\"" + token + "\"}";
+        result = ZPSClient_SetSessionParams(session, params.c_str(), static_cast<int>(params.size()));
+        if (result != 0) {
+            const unsigned int error = ZPSClient_GetLastError();
+            TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetSessionParams Failed.[%s(%d)]",
+                    error);
+            SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
+            ZPSClient_DestroySession(session);
+            ZPSClient_FiniLib();
+            return false;
+        }
+    }
+
+    result = ZPSClient_SetDataCallBack(session, &CZPSTransfer::ZPSDataCallBack, this);
+    if (result != 0) {
+        const unsigned int error = ZPSClient_GetLastError();
+        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
+        SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
+        ZPSClient_DestroySession(session);
+        ZPSClient_FiniLib();
+        return false;
+    }
+
+    TAL_LOG(3, "Broadcast", "[%s]Finish Init zps.[%s(%d)]");
+    std::lock_guard<std::mutex> lock(mutex_);
+    sessionHandle_ = session;
+    return true;
+}
+
+bool CZPSTransfer::StartVoiceTalk(const std::string& url, const std::string& second,
+                                  const std::string& third) {
+    const int session = SessionHandle();
+    if (session < 0) {
+        TAL_LOG(5, "Broadcast", "[%s]session handle less than 0[%s(%d)]");
+        return true;  // the caller goes on without this session
+    }
+    char address[1024] = {};
+    std::strncpy(address, url.c_str(), sizeof(address) - 1);
+    TAL_LOG(3, "Broadcast", "[%s]Start ZPSClient_StartVoiceTalk, url: %s[%s(%d)]", address);
+    const int result = ZPSClient_StartVoiceTalk(session, address, "ZPSClient", kTalkBufferSize,
+                                                second.c_str(), third.c_str());
+    if (result == 0) {
+        TAL_LOG(3, "Broadcast", "[%s]Succ ZPSClient_StartVoiceTalk, url: %s[%s(%d)]", address);
+        return true;
+    }
+    const unsigned int error = ZPSClient_GetLastError();
+    TAL_LOG(5, "Broadcast",
+            "[%s]Failed to ZPSClient_StartVoiceTalk, url: %s, [err: %d], [err_code: %u][%s(%d)]", address,
+            result, error);
+    SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
+    return false;
+}
+
+bool CZPSTransfer::SendVoice(const uint8_t* data, int32_t size) {
+    const int result = ZPSClient_SendVoiceData(SessionHandle(), data, size);
+    if (result == -1) {
+        TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_SendVoiceData, error_code=: %d[%s(%d)]",
+                static_cast<int>(ZPSClient_GetLastError()));
+        SetLastError(ErrorCode(kModuleZPSTransfer, kCodeSendFailed));
+    }
+    return result != -1;
+}
+
+int CZPSTransfer::ZPSDataCallBack(int, void* user, int, const unsigned char* data, unsigned int size) {
+    auto* transfer = static_cast<CZPSTransfer*>(user);
+    if (transfer == nullptr) {
+        TAL_LOG(5, "Broadcast", "[%s]Convert zps transfer failed.[%s(%d)]");
+        return -1;
+    }
+    ZPSDataCallback callback;
+    {
+        std::lock_guard<std::mutex> lock(transfer->mutex_);
+        callback = transfer->dataCallback_;
+    }
+    if (callback) {
+        callback(data, static_cast<int32_t>(size));
+    }
+    return 0;
+}
+
+void CZPSTransfer::SetDataCallback(ZPSDataCallback callback) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    dataCallback_ = std::move(callback);
+}
+
+bool CZPSTransfer::GetZPSAudioParam(ZPSAudioParam& param) {
+    ZPSClient_AudioInfo info{};
+    const int result = ZPSClient_GetAudioInfo(SessionHandle(), &info);
+    if (result != 0) {
+        const unsigned int error = ZPSClient_GetLastError();
+        TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_GetAudioInfo, [err: %d][%s(%d)]",
+                static_cast<int>(error));
+        SetLastError(
+            ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleZPSTransfer, static_cast<int>(error)));
+        return false;
+    }
+    FillAudioParamFromInfo(info, param);
+    return true;
+}
+
+void CZPSTransfer::StopVoiceTalk() {
+    const int session = SessionHandle();
+    if (session < 0) {
+        TAL_LOG(5, "Broadcast", "[%s]session handle less than 0[%s(%d)]");
+        return;
+    }
+    TAL_LOG(3, "Broadcast", "[%s]Start ZPSClient_Stop[%s(%d)]");
+    if (ZPSClient_Stop(session) != 0) {
+        const unsigned int error = ZPSClient_GetLastError();
+        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_Stop Failed.[%s(%d)]", error);
+        SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
+        return;
+    }
+    TAL_LOG(3, "Broadcast", "[%s]Finish ZPSClient_Stop[%s(%d)]");
+}
+
+void CZPSTransfer::Uninit() {
+    int session = -1;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        session = sessionHandle_;
+        sessionHandle_ = -1;
+    }
+    if (session < 0) {
+        TAL_LOG(3, "Broadcast", "[%s]Do not need to uninit session.[%s(%d)]");
+        return;
+    }
+    // Both failures are reported with the same text on purpose.
+    if (ZPSClient_Stop(session) != 0) {
+        const unsigned int error = ZPSClient_GetLastError();
+        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
+        SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
+    }
+    if (ZPSClient_DestroySession(session) != 0) {
+        const unsigned int error = ZPSClient_GetLastError();
+        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
+        SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
+    }
+}
+
+}  // namespace BroadCastPlugin

@@ -1,0 +1,797 @@
+#include "framework/media/zpsclient/ZpsSession.h"
+
+#include <gst/app/gstappsrc.h>
+#include <gst/rtsp/gstrtspmessage.h>
+#include <gst/sdp/gstsdpmessage.h>
+#include <rapidjson/document.h>
+
+#include <chrono>
+#include <cstring>
+
+#include "framework/base/FormatLog.h"
+#include "framework/media/zpsclient/TcpNoDelay.h"
+
+namespace ZPSClient {
+
+namespace {
+
+constexpr const char* kLogModule = "ZPSClient";
+constexpr const char* kTokenHeader = "X-Token";
+/// Jitter buffer of the downstream track: enough for loopback and LAN, short enough for listening.
+constexpr guint kDownstreamLatencyMs = 200;
+/// Wait for the queued backchannel audio to go out when stopping, beyond the RTSP time-out (which bounds a
+/// write to a server that stopped reading, through the connection's user time-out).
+constexpr auto kDrainMargin = std::chrono::seconds(2);
+/// One MP3 frame of 1152 samples at 48 kHz: a packet per frame keeps the latency of a frame.
+constexpr gint64 kMpaMaxPtimeNs = 24 * GST_MSECOND;
+
+std::string StructureString(const GstStructure* structure, const char* field) {
+    const gchar* value = gst_structure_get_string(structure, field);
+    return value != nullptr ? value : "";
+}
+
+int StructureInt(const GstStructure* structure, const char* field, int fallback) {
+    gint value = 0;
+    return gst_structure_get_int(structure, field, &value) ? value : fallback;
+}
+
+/// The backchannel caps rtspsrc offers are named application/x-unknown and carry SDP attributes; a payloader
+/// only negotiates with plain application/x-rtp caps.
+CapsPtr BackchannelRtpCaps(const GstStructure* offered) {
+    GstStructure* rtp = gst_structure_new_empty("application/x-rtp");
+    for (const char* field : {"media", "payload", "clock-rate", "encoding-name", "encoding-params"}) {
+        const GValue* value = gst_structure_get_value(offered, field);
+        if (value != nullptr) {
+            gst_structure_set_value(rtp, field, value);
+        }
+    }
+    return CapsPtr(gst_caps_new_full(rtp, nullptr));
+}
+
+int ChannelsOf(const GstStructure* structure) {
+    const std::string params = StructureString(structure, "encoding-params");
+    const int channels = params.empty() ? 1 : std::atoi(params.c_str());
+    return channels > 0 ? channels : 1;
+}
+
+int MapError(const GError* error, const std::string& debug, bool starting) {
+    if (error->domain == GST_RESOURCE_ERROR) {
+        switch (error->code) {
+            case GST_RESOURCE_ERROR_NOT_AUTHORIZED:
+                return ZPS_ERR_AUTH;
+            case GST_RESOURCE_ERROR_NOT_FOUND:
+                return ZPS_ERR_NOT_FOUND;
+            case GST_RESOURCE_ERROR_OPEN_READ:
+            case GST_RESOURCE_ERROR_OPEN_WRITE:
+            case GST_RESOURCE_ERROR_OPEN_READ_WRITE:
+                return ZPS_ERR_CONNECT;
+            default:
+                break;
+        }
+    }
+    if (debug.find("Timeout") != std::string::npos || debug.find("timeout") != std::string::npos) {
+        return ZPS_ERR_TIMEOUT;
+    }
+    if (debug.find("(401)") != std::string::npos || debug.find("(403)") != std::string::npos) {
+        return ZPS_ERR_AUTH;
+    }
+    return starting ? ZPS_ERR_CONNECT : ZPS_ERR_STREAM;
+}
+
+GstElement* MakeElement(const char* factory) {
+    GstElement* element = gst_element_factory_make(factory, nullptr);
+    if (element == nullptr) {
+        TAL_LOG(5, kLogModule, "[%s]GStreamer element %s is missing.[%s(%d)]", factory);
+    }
+    return element;
+}
+
+}  // namespace
+
+CZpsSession::CZpsSession(int handle) : handle_(handle) {}
+
+CZpsSession::~CZpsSession() {
+    Stop();
+}
+
+int CZpsSession::SetRtspTimeout(int seconds) {
+    if (seconds < 1 || seconds > 300) {
+        return ZPS_ERR_INVALID_PARAM;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    timeoutSeconds_ = seconds;
+    return ZPS_ERR_OK;
+}
+
+int CZpsSession::SetParams(const std::string& json) {
+    rapidjson::Document document;
+    document.Parse(json.c_str(), json.size());
+    if (document.HasParseError() || !document.IsObject()) {
+        return ZPS_ERR_INVALID_PARAM;
+    }
+    std::string token;
+    bool useTcp = true;
+    if (document.HasMember("token")) {
+        if (!document["token"].IsString()) {
+            return ZPS_ERR_INVALID_PARAM;
+        }
+        token = document["token"].GetString();
+    }
+    if (document.HasMember("transport")) {
+        const auto& transport = document["transport"];
+        if (!transport.IsString()) {
+            return ZPS_ERR_INVALID_PARAM;
+        }
+        const std::string value = transport.GetString();
+        if (value != "tcp" && value != "udp") {
+            return ZPS_ERR_INVALID_PARAM;
+        }
+        useTcp = value == "tcp";
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    token_ = token;
+    useTcp_ = useTcp;
+    return ZPS_ERR_OK;
+}
+
+int CZpsSession::SetDataCallback(ZPSClient_DataCallBack callback, void* user) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    callback_ = callback;
+    callbackUser_ = user;
+    return ZPS_ERR_OK;
+}
+
+int CZpsSession::Start(const std::string& url, const std::string& userAgent, int bufferBytes,
+                       const std::string& user, const std::string& password) {
+    if (url.rfind("rtsp://", 0) != 0 && url.rfind("rtsps://", 0) != 0) {
+        TAL_LOG(5, kLogModule, "[%s]Not an rtsp address: %s[%s(%d)]", url.c_str());
+        return ZPS_ERR_INVALID_PARAM;
+    }
+    std::lock_guard<std::mutex> operation(operationMutex_);
+    TalkConfig config;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (phase_ != Phase::Idle) {
+            return ZPS_ERR_STATE;
+        }
+        phase_ = Phase::Starting;
+        abort_ = false;
+        bufferBytes_ = bufferBytes > 0 ? bufferBytes : 36864;
+        config.url = url;
+        config.userAgent = userAgent;
+        config.user = user;
+        config.password = password;
+        config.token = token_;
+        config.useTcp = useTcp_;
+        config.bufferBytes = bufferBytes_;
+        config.timeoutSeconds = timeoutSeconds_;
+    }
+
+    int error = ZPS_ERR_OK;
+    Attempt attempt = RunAttempt(config, true, error);
+    if (attempt == Attempt::RetryWithoutBackchannel) {
+        // A server without a backchannel answers the backchannel requirement with 551: listen only.
+        TAL_LOG(3, kLogModule, "[%s]Server has no backchannel, opening without it: %s[%s(%d)]", url.c_str());
+        Teardown();
+        attempt = RunAttempt(config, false, error);
+    }
+    if (attempt != Attempt::Ok) {
+        Teardown();
+        std::lock_guard<std::mutex> lock(mutex_);
+        phase_ = Phase::Idle;
+        return error;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    phase_ = Phase::Playing;
+    return ZPS_ERR_OK;
+}
+
+CZpsSession::Attempt CZpsSession::RunAttempt(const TalkConfig& config, bool backchannel, int& error) {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        playCompleted_ = false;
+        error_ = ZPS_ERR_OK;
+        sendDrained_ = false;
+        backchannelStream_ = -1;
+        backchannelCaps_.reset();
+        hasDownstream_ = false;
+        audioInfoKnown_ = false;
+        audioInfo_ = ZPSClient_AudioInfo{};
+        sendCodec_ = nullptr;
+        sentBytes_ = 0;
+    }
+    if (!BuildReceivePipeline(config, backchannel)) {
+        error = ZPS_ERR_INTERNAL;
+        return Attempt::Failed;
+    }
+    BusPtr bus(gst_element_get_bus(pipeline_.get()));
+    busStop_ = false;
+    busThread_ = std::thread([this, raw = bus.release()] {
+        BusPtr owned(raw);
+        while (!busStop_) {
+            MessagePtr message(gst_bus_timed_pop(owned.get(), 50 * GST_MSECOND));
+            if (message) {
+                HandleMessage(message.get(), false);
+            }
+            BusPtr sendBus;
+            {
+                std::lock_guard<std::mutex> lock(mutex_);
+                if (sendPipeline_) {
+                    sendBus.reset(gst_element_get_bus(sendPipeline_.get()));
+                }
+            }
+            while (sendBus) {
+                MessagePtr sendMessage(gst_bus_pop(sendBus.get()));
+                if (!sendMessage) {
+                    break;
+                }
+                HandleMessage(sendMessage.get(), true);
+            }
+        }
+    });
+
+    if (gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        Fail(ZPS_ERR_CONNECT);
+    }
+
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(config.timeoutSeconds);
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait_until(lock, deadline, [&] { return playCompleted_ || error_ != ZPS_ERR_OK || abort_; });
+    if (abort_) {
+        error = ZPS_ERR_STATE;
+        return Attempt::Failed;
+    }
+    if (!playCompleted_ || error_ != ZPS_ERR_OK) {
+        error = error_ != ZPS_ERR_OK ? error_ : ZPS_ERR_TIMEOUT;
+        if (backchannel && error_ == ZPS_ERR_NO_BACKCHANNEL) {
+            return Attempt::RetryWithoutBackchannel;
+        }
+        TAL_LOG(5, kLogModule, "[%s]Voice talk did not start: %s, error %d[%s(%d)]", config.url.c_str(),
+                error);
+        return Attempt::Failed;
+    }
+
+    if (backchannelStream_ >= 0 && backchannelCaps_) {
+        const GstStructure* rtp = gst_caps_get_structure(backchannelCaps_.get(), 0);
+        const RtpAudioCodec* codec = FindRtpAudioCodec(StructureString(rtp, "encoding-name"));
+        if (codec == nullptr) {
+            TAL_LOG(4, kLogModule, "[%s]Backchannel codec %s is not supported; talk is not possible.[%s(%d)]",
+                    StructureString(rtp, "encoding-name").c_str());
+        } else {
+            const int clockRate = StructureInt(rtp, "clock-rate", 8000);
+            const int channels = ChannelsOf(rtp);
+            CapsPtr caps(gst_caps_ref(backchannelCaps_.get()));
+            lock.unlock();
+            const bool built = BuildSendPipeline(*codec, caps.get(), clockRate, channels);
+            lock.lock();
+            if (!built) {
+                error = ZPS_ERR_INTERNAL;
+                return Attempt::Failed;
+            }
+            sendCodec_ = codec;
+        }
+    }
+    lock.unlock();
+    if (config.useTcp) {
+        ConfigureServerConnections(config.url, static_cast<unsigned>(config.timeoutSeconds) * 1000u);
+    }
+    return Attempt::Ok;
+}
+
+bool CZpsSession::BuildReceivePipeline(const TalkConfig& config, bool backchannel) {
+    ElementPtr pipeline(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("zps-talk"))));
+    GstElement* src = MakeElement("rtspsrc");
+    if (!pipeline || src == nullptr) {
+        return false;
+    }
+    ElementPtr source(GST_ELEMENT(gst_object_ref_sink(src)));
+    g_object_set(source.get(), "location", config.url.c_str(), "user-agent", config.userAgent.c_str(),
+                 "latency", kDownstreamLatencyMs, "tcp-timeout",
+                 static_cast<guint64>(config.timeoutSeconds) * G_USEC_PER_SEC, "teardown-timeout",
+                 static_cast<guint64>(GST_SECOND), nullptr);
+    if (!config.user.empty()) {
+        g_object_set(source.get(), "user-id", config.user.c_str(), "user-pw", config.password.c_str(),
+                     nullptr);
+    }
+    gst_util_set_object_arg(G_OBJECT(source.get()), "backchannel", backchannel ? "onvif" : "none");
+    gst_util_set_object_arg(G_OBJECT(source.get()), "protocols", config.useTcp ? "tcp" : "udp");
+    g_signal_connect(source.get(), "on-sdp", G_CALLBACK(&CZpsSession::OnSdp), this);
+    g_signal_connect(source.get(), "select-stream", G_CALLBACK(&CZpsSession::OnSelectStream), this);
+    g_signal_connect(source.get(), "before-send", G_CALLBACK(&CZpsSession::OnBeforeSend), this);
+    g_signal_connect(source.get(), "pad-added", G_CALLBACK(&CZpsSession::OnPadAdded), this);
+    gst_bin_add(GST_BIN(pipeline.get()), source.get());
+
+    std::lock_guard<std::mutex> lock(mutex_);
+    pipeline_ = std::move(pipeline);
+    rtspsrc_ = std::move(source);
+    return true;
+}
+
+bool CZpsSession::BuildSendPipeline(const RtpAudioCodec& codec, GstCaps* rtpCaps, int clockRate,
+                                    int channels) {
+    ElementPtr pipeline(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("zps-backchannel"))));
+    GstElement* src = MakeElement("appsrc");
+    GstElement* parser = codec.parser != nullptr ? MakeElement(codec.parser) : nullptr;
+    GstElement* payloader = MakeElement(codec.payloader);
+    GstElement* sink = MakeElement("appsink");
+    auto release = [&] {
+        for (GstElement* element : {src, parser, payloader, sink}) {
+            if (element != nullptr) {
+                gst_object_unref(gst_object_ref_sink(element));
+            }
+        }
+    };
+    if (src == nullptr || payloader == nullptr || sink == nullptr ||
+        (codec.parser != nullptr && parser == nullptr)) {
+        release();
+        return false;
+    }
+
+    CapsPtr encoded(gst_caps_from_string(EncodedCapsFor(codec, clockRate, channels).c_str()));
+    int bufferBytes = 0;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        bufferBytes = bufferBytes_;
+    }
+    g_object_set(src, "caps", encoded.get(), "format", GST_FORMAT_TIME, "is-live", FALSE, "block", FALSE,
+                 "max-bytes", static_cast<guint64>(bufferBytes), nullptr);
+    const GstStructure* rtp = gst_caps_get_structure(rtpCaps, 0);
+    g_object_set(payloader, "pt", static_cast<guint>(StructureInt(rtp, "payload", 0)), nullptr);
+    if (codec.codec == ZPS_CODEC_MP3) {
+        g_object_set(payloader, "max-ptime", kMpaMaxPtimeNs, nullptr);
+    }
+    g_object_set(sink, "caps", rtpCaps, "sync", FALSE, "async", FALSE, "emit-signals", FALSE, nullptr);
+    GstAppSinkCallbacks callbacks{};
+    callbacks.new_sample = &CZpsSession::OnBackchannelPacket;
+    callbacks.eos = &CZpsSession::OnBackchannelEos;
+    gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, this, nullptr);
+
+    GstBin* bin = GST_BIN(pipeline.get());
+    gst_bin_add_many(bin, src, payloader, sink, nullptr);
+    bool linked = false;
+    if (parser != nullptr) {
+        gst_bin_add(bin, parser);
+        linked = gst_element_link_many(src, parser, payloader, sink, nullptr);
+    } else {
+        linked = gst_element_link_many(src, payloader, sink, nullptr);
+    }
+    if (!linked) {
+        TAL_LOG(5, kLogModule, "[%s]Backchannel pipeline for %s does not link.[%s(%d)]", codec.encodingName);
+        return false;
+    }
+    ElementPtr appsrc = RefElement(src);
+    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+        TAL_LOG(5, kLogModule, "[%s]Backchannel pipeline for %s does not start.[%s(%d)]", codec.encodingName);
+        return false;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    sendPipeline_ = std::move(pipeline);
+    appsrc_ = std::move(appsrc);
+    return true;
+}
+
+int CZpsSession::Send(const unsigned char* data, int size) {
+    if (data == nullptr || size <= 0) {
+        return ZPS_ERR_INVALID_PARAM;
+    }
+    ElementPtr appsrc;
+    GstClockTime pts = GST_CLOCK_TIME_NONE;
+    GstClockTime duration = GST_CLOCK_TIME_NONE;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (phase_ != Phase::Playing) {
+            return ZPS_ERR_STATE;
+        }
+        if (error_ != ZPS_ERR_OK) {
+            return error_;
+        }
+        if (backchannelStream_ < 0) {
+            return ZPS_ERR_NO_BACKCHANNEL;
+        }
+        if (sendCodec_ == nullptr || !appsrc_) {
+            return ZPS_ERR_CODEC;
+        }
+        const guint64 queued = gst_app_src_get_current_level_bytes(GST_APP_SRC(appsrc_.get()));
+        if (queued + static_cast<guint64>(size) > static_cast<guint64>(bufferBytes_)) {
+            return ZPS_ERR_BUFFER_FULL;
+        }
+        if (sendCodec_->bytesPerSecond != 0) {
+            pts = gst_util_uint64_scale(sentBytes_, GST_SECOND, sendCodec_->bytesPerSecond);
+            duration =
+                gst_util_uint64_scale(static_cast<guint64>(size), GST_SECOND, sendCodec_->bytesPerSecond);
+        }
+        sentBytes_ += static_cast<uint64_t>(size);
+        appsrc = RefElement(appsrc_.get());
+    }
+    GstBuffer* buffer = gst_buffer_new_memdup(data, static_cast<gsize>(size));
+    GST_BUFFER_PTS(buffer) = pts;
+    GST_BUFFER_DURATION(buffer) = duration;
+    if (gst_app_src_push_buffer(GST_APP_SRC(appsrc.get()), buffer) != GST_FLOW_OK) {
+        return ZPS_ERR_STREAM;
+    }
+    return ZPS_ERR_OK;
+}
+
+int CZpsSession::GetAudioInfo(ZPSClient_AudioInfo* info) {
+    if (info == nullptr) {
+        return ZPS_ERR_INVALID_PARAM;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (phase_ != Phase::Playing) {
+        return ZPS_ERR_STATE;
+    }
+    if (!hasDownstream_) {
+        return ZPS_ERR_NO_AUDIO_INFO;
+    }
+    if (!audioInfoKnown_) {
+        return ZPS_ERR_CODEC;
+    }
+    *info = audioInfo_;
+    return ZPS_ERR_OK;
+}
+
+int CZpsSession::Stop() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (phase_ == Phase::Starting) {
+            abort_ = true;
+            changed_.notify_all();
+        }
+    }
+    std::lock_guard<std::mutex> operation(operationMutex_);
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (phase_ != Phase::Playing) {
+            return ZPS_ERR_OK;  // idle already: stopping twice is harmless
+        }
+        phase_ = Phase::Stopping;
+    }
+    Teardown();
+    std::lock_guard<std::mutex> lock(mutex_);
+    phase_ = Phase::Idle;
+    return ZPS_ERR_OK;
+}
+
+void CZpsSession::Teardown() {
+    ElementPtr sendPipeline;
+    ElementPtr appsrc;
+    std::chrono::seconds drainTimeout{0};
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        appsrc = std::move(appsrc_);
+        drainTimeout = std::chrono::seconds(timeoutSeconds_) + kDrainMargin;
+    }
+    if (appsrc) {
+        // Let every queued frame reach rtspsrc before the stream is torn down, or the tail is lost. The
+        // pushing thread must also be out of rtspsrc before rtspsrc closes its connection.
+        gst_app_src_end_of_stream(GST_APP_SRC(appsrc.get()));
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (!changed_.wait_for(lock, drainTimeout, [&] { return sendDrained_ || error_ != ZPS_ERR_OK; })) {
+            TAL_LOG(4, kLogModule, "[%s]Backchannel did not drain within %d s.[%s(%d)]",
+                    static_cast<int>(drainTimeout.count()));
+        }
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        sendPipeline = std::move(sendPipeline_);
+    }
+    if (sendPipeline) {
+        gst_element_set_state(sendPipeline.get(), GST_STATE_NULL);
+    }
+    ElementPtr pipeline;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        pipeline = RefElement(pipeline_.get());
+    }
+    if (pipeline) {
+        gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+    }
+    busStop_ = true;
+    if (busThread_.joinable()) {
+        busThread_.join();
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    rtspsrc_.reset();
+    pipeline_.reset();
+    backchannelCaps_.reset();
+    sendCodec_ = nullptr;
+}
+
+void CZpsSession::Fail(int error) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (error_ == ZPS_ERR_OK) {
+        error_ = error;
+    }
+    changed_.notify_all();
+}
+
+void CZpsSession::HandleMessage(GstMessage* message, bool fromSendPipeline) {
+    switch (GST_MESSAGE_TYPE(message)) {
+        case GST_MESSAGE_ERROR: {
+            GError* error = nullptr;
+            gchar* debug = nullptr;
+            gst_message_parse_error(message, &error, &debug);
+            const std::string debugText = debug != nullptr ? debug : "";
+            bool starting = false;
+            {
+                std::lock_guard<std::mutex> lock(mutex_);
+                starting = phase_ == Phase::Starting && !playCompleted_;
+            }
+            int code = MapError(error, debugText, starting);
+            // A server without a backchannel refuses the backchannel requirement (551); rtspsrc reports that
+            // as a settings error while opening.
+            if (!fromSendPipeline && starting && error->domain == GST_RESOURCE_ERROR &&
+                error->code == GST_RESOURCE_ERROR_SETTINGS) {
+                code = ZPS_ERR_NO_BACKCHANNEL;
+            }
+            TAL_LOG(starting ? 4 : 5, kLogModule, "[%s]Session %d %s error: %s (%s), mapped to %d[%s(%d)]",
+                    handle_, fromSendPipeline ? "backchannel" : "stream", error->message, debugText.c_str(),
+                    code);
+            g_error_free(error);
+            g_free(debug);
+            Fail(code);
+            break;
+        }
+        case GST_MESSAGE_WARNING: {
+            GError* warning = nullptr;
+            gchar* debug = nullptr;
+            gst_message_parse_warning(message, &warning, &debug);
+            TAL_LOG(4, kLogModule, "[%s]Session %d warning: %s (%s)[%s(%d)]", handle_, warning->message,
+                    debug != nullptr ? debug : "");
+            bool playing = false;
+            {
+                std::lock_guard<std::mutex> lock(mutex_);
+                playing = playCompleted_;
+            }
+            // When the server closes an interleaved connection rtspsrc only warns, marks itself disconnected
+            // and from then on drops backchannel data without an error: the session is over.
+            const bool connectionLost =
+                warning->domain == GST_RESOURCE_ERROR &&
+                (warning->code == GST_RESOURCE_ERROR_READ || warning->code == GST_RESOURCE_ERROR_WRITE);
+            g_error_free(warning);
+            g_free(debug);
+            if (!fromSendPipeline && playing && connectionLost) {
+                Fail(ZPS_ERR_STREAM);
+            }
+            break;
+        }
+        case GST_MESSAGE_PROGRESS: {
+            GstProgressType type;
+            gchar* code = nullptr;
+            gchar* text = nullptr;
+            gst_message_parse_progress(message, &type, &code, &text);
+            // rtspsrc completes the "request" progress with "Sent PLAY request" once the server answered
+            // PLAY; backchannel data pushed before that is dropped silently.
+            if (type == GST_PROGRESS_TYPE_COMPLETE && code != nullptr && std::strcmp(code, "request") == 0 &&
+                text != nullptr && std::strstr(text, "PLAY") != nullptr) {
+                std::lock_guard<std::mutex> lock(mutex_);
+                playCompleted_ = true;
+                changed_.notify_all();
+            }
+            g_free(code);
+            g_free(text);
+            break;
+        }
+        case GST_MESSAGE_EOS:
+            if (!fromSendPipeline) {
+                TAL_LOG(4, kLogModule, "[%s]Session %d: the server ended the stream.[%s(%d)]", handle_);
+                Fail(ZPS_ERR_STREAM);
+            }
+            break;
+        default:
+            break;
+    }
+}
+
+void CZpsSession::OnSdp(GstElement* src, GstSDPMessage* sdp, gpointer self) {
+    auto* session = static_cast<CZpsSession*>(self);
+    bool downstream = false;
+    for (guint i = 0; i < gst_sdp_message_medias_len(sdp); ++i) {
+        const GstSDPMedia* media = gst_sdp_message_get_media(sdp, i);
+        const gchar* kind = gst_sdp_media_get_media(media);
+        if (kind != nullptr && std::strcmp(kind, "audio") == 0 &&
+            gst_sdp_media_get_attribute_val(media, "sendonly") == nullptr) {
+            downstream = true;
+        }
+    }
+    bool useTcp = true;
+    {
+        std::lock_guard<std::mutex> lock(session->mutex_);
+        useTcp = session->useTcp_;
+    }
+    if (!downstream && !useTcp) {
+        // Over UDP rtspsrc tears a session down after its UDP time-out when nothing arrives; a talk-only
+        // stream never receives anything.
+        g_object_set(src, "timeout", static_cast<guint64>(0), nullptr);
+    }
+}
+
+gboolean CZpsSession::OnSelectStream(GstElement*, guint num, GstCaps* caps, gpointer self) {
+    auto* session = static_cast<CZpsSession*>(self);
+    const GstStructure* structure = gst_caps_get_structure(caps, 0);
+    if (StructureString(structure, "media") != "audio") {
+        return FALSE;
+    }
+    std::lock_guard<std::mutex> lock(session->mutex_);
+    if (gst_structure_has_field(structure, "a-sendonly")) {
+        session->backchannelStream_ = static_cast<int>(num);
+        session->backchannelCaps_ = BackchannelRtpCaps(structure);
+    } else if (!session->hasDownstream_) {
+        // The SDP tells the format before any packet arrives.
+        session->hasDownstream_ = true;
+        session->DescribeDownstream(structure);
+    }
+    return TRUE;
+}
+
+void CZpsSession::DescribeDownstream(const GstStructure* rtp) {
+    const RtpAudioCodec* codec = FindRtpAudioCodec(StructureString(rtp, "encoding-name"));
+    audioInfo_ = ZPSClient_AudioInfo{};
+    audioInfoKnown_ = codec != nullptr;
+    if (codec == nullptr) {
+        return;
+    }
+    const int channels = ChannelsOf(rtp);
+    audioInfo_.codec = codec->codec;
+    audioInfo_.channels = static_cast<uint32_t>(channels);
+    audioInfo_.bitsPerSample = 16;
+    if (codec->codec == ZPS_CODEC_MP3) {
+        // The RTP clock of MPEG audio is 90 kHz; the sample rate comes with the first parsed frame.
+        audioInfo_.sampleRate = 0;
+        audioInfo_.bitRate = 0;
+    } else {
+        audioInfo_.sampleRate = codec->fixedRate != 0
+                                    ? codec->fixedRate
+                                    : static_cast<uint32_t>(StructureInt(rtp, "clock-rate", 0));
+        audioInfo_.bitRate = codec->bytesPerSecond * 8 * static_cast<uint32_t>(channels);
+    }
+}
+
+gboolean CZpsSession::OnBeforeSend(GstElement*, GstRTSPMessage* message, gpointer self) {
+    auto* session = static_cast<CZpsSession*>(self);
+    std::string token;
+    {
+        std::lock_guard<std::mutex> lock(session->mutex_);
+        token = session->token_;
+    }
+    if (!token.empty()) {
+        // Carried in a header: a token in the URL query breaks the SETUP addresses some clients derive from
+        // it.
+        gst_rtsp_message_add_header_by_name(message, kTokenHeader, token.c_str());
+    }
+    return TRUE;
+}
+
+void CZpsSession::OnPadAdded(GstElement*, GstPad* pad, gpointer self) {
+    static_cast<CZpsSession*>(self)->LinkDownstream(pad);
+}
+
+void CZpsSession::LinkDownstream(GstPad* pad) {
+    CapsPtr caps(gst_pad_get_current_caps(pad));
+    if (!caps) {
+        caps.reset(gst_pad_query_caps(pad, nullptr));
+    }
+    const GstStructure* structure = gst_caps_get_structure(caps.get(), 0);
+    const RtpAudioCodec* codec = FindRtpAudioCodec(StructureString(structure, "encoding-name"));
+    ElementPtr pipeline;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        pipeline = RefElement(pipeline_.get());
+    }
+    if (!pipeline) {
+        return;
+    }
+    GstBin* bin = GST_BIN(pipeline.get());
+    if (codec == nullptr) {
+        TAL_LOG(4, kLogModule, "[%s]Downstream codec %s is not supported; its audio is dropped.[%s(%d)]",
+                StructureString(structure, "encoding-name").c_str());
+        GstElement* sink = MakeElement("fakesink");
+        if (sink != nullptr) {
+            gst_bin_add(bin, sink);
+            gst_element_sync_state_with_parent(sink);
+            PadPtr sinkPad(gst_element_get_static_pad(sink, "sink"));
+            gst_pad_link(pad, sinkPad.get());
+        }
+        return;
+    }
+
+    GstElement* depay = MakeElement(codec->depayloader);
+    GstElement* parser = codec->parser != nullptr ? MakeElement(codec->parser) : nullptr;
+    GstElement* sink = MakeElement("appsink");
+    if (depay == nullptr || sink == nullptr || (codec->parser != nullptr && parser == nullptr)) {
+        for (GstElement* element : {depay, parser, sink}) {
+            if (element != nullptr) {
+                gst_object_unref(gst_object_ref_sink(element));
+            }
+        }
+        Fail(ZPS_ERR_INTERNAL);
+        return;
+    }
+    g_object_set(sink, "sync", FALSE, "emit-signals", FALSE, nullptr);
+    GstAppSinkCallbacks callbacks{};
+    callbacks.new_sample = &CZpsSession::OnDownstreamSample;
+    gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, this, nullptr);
+    gst_bin_add_many(bin, depay, sink, nullptr);
+    bool linked = false;
+    if (parser != nullptr) {
+        gst_bin_add(bin, parser);
+        linked = gst_element_link_many(depay, parser, sink, nullptr);
+    } else {
+        linked = gst_element_link(depay, sink);
+    }
+    for (GstElement* element : {sink, parser, depay}) {
+        if (element != nullptr) {
+            gst_element_sync_state_with_parent(element);
+        }
+    }
+    PadPtr depaySink(gst_element_get_static_pad(depay, "sink"));
+    if (!linked || gst_pad_link(pad, depaySink.get()) != GST_PAD_LINK_OK) {
+        TAL_LOG(5, kLogModule, "[%s]Downstream %s does not link.[%s(%d)]", codec->encodingName);
+        Fail(ZPS_ERR_INTERNAL);
+        return;
+    }
+}
+
+GstFlowReturn CZpsSession::OnDownstreamSample(GstAppSink* sink, gpointer self) {
+    auto* session = static_cast<CZpsSession*>(self);
+    SamplePtr sample(gst_app_sink_pull_sample(sink));
+    if (!sample) {
+        return GST_FLOW_EOS;
+    }
+    ZPSClient_DataCallBack callback = nullptr;
+    void* user = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(session->mutex_);
+        callback = session->callback_;
+        user = session->callbackUser_;
+        if (session->audioInfo_.codec == ZPS_CODEC_MP3 && session->audioInfo_.sampleRate == 0) {
+            const GstStructure* parsed = gst_caps_get_structure(gst_sample_get_caps(sample.get()), 0);
+            session->audioInfo_.sampleRate = static_cast<uint32_t>(StructureInt(parsed, "rate", 0));
+            session->audioInfo_.channels = static_cast<uint32_t>(StructureInt(parsed, "channels", 1));
+        }
+    }
+    GstBuffer* buffer = gst_sample_get_buffer(sample.get());
+    GstMapInfo map;
+    if (callback != nullptr && buffer != nullptr && gst_buffer_map(buffer, &map, GST_MAP_READ)) {
+        callback(session->handle_, user, ZPS_DATA_AUDIO, map.data, static_cast<unsigned int>(map.size));
+        gst_buffer_unmap(buffer, &map);
+    }
+    return GST_FLOW_OK;
+}
+
+GstFlowReturn CZpsSession::OnBackchannelPacket(GstAppSink* sink, gpointer self) {
+    auto* session = static_cast<CZpsSession*>(self);
+    SamplePtr sample(gst_app_sink_pull_sample(sink));
+    if (!sample) {
+        return GST_FLOW_EOS;
+    }
+    ElementPtr rtspsrc;
+    guint stream = 0;
+    {
+        std::lock_guard<std::mutex> lock(session->mutex_);
+        rtspsrc = RefElement(session->rtspsrc_.get());
+        stream = static_cast<guint>(session->backchannelStream_);
+    }
+    if (!rtspsrc) {
+        return GST_FLOW_FLUSHING;
+    }
+    GstFlowReturn result = GST_FLOW_ERROR;
+    // The action takes the sample over (push-backchannel-sample would free it twice in GStreamer 1.22).
+    g_signal_emit_by_name(rtspsrc.get(), "push-backchannel-buffer", stream, sample.release(), &result);
+    if (result != GST_FLOW_OK) {
+        TAL_LOG(5, kLogModule, "[%s]Session %d: rtspsrc refused backchannel data: %s[%s(%d)]",
+                session->handle_, gst_flow_get_name(result));
+        session->Fail(ZPS_ERR_STREAM);
+    }
+    return result;
+}
+
+void CZpsSession::OnBackchannelEos(GstAppSink*, gpointer self) {
+    auto* session = static_cast<CZpsSession*>(self);
+    std::lock_guard<std::mutex> lock(session->mutex_);
+    session->sendDrained_ = true;
+    session->changed_.notify_all();
+}
+
+}  // namespace ZPSClient

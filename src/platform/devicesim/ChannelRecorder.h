@@ -1,0 +1,38 @@
+#pragma once
+// Writes the audio a channel receives to a file: G.711 µ-law decoded to 16-bit PCM in a WAV file (8000 Hz,
+// mono), MP3 frames kept as they are in an .mp3 file.
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace DeviceSim {
+
+class CChannelRecorder {
+public:
+    /// `path` ends in .wav for G.711 µ-law, anything else is written raw.
+    explicit CChannelRecorder(std::string path);
+    ~CChannelRecorder();
+    CChannelRecorder(const CChannelRecorder&) = delete;
+    CChannelRecorder& operator=(const CChannelRecorder&) = delete;
+
+    bool Open();
+    void Write(const char* data, std::size_t size);
+    /// Brings the WAV header up to date so that the file is complete at any point between talks.
+    void Flush();
+    const std::string& Path() const { return path_; }
+
+private:
+    struct FileCloser {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    void WriteWavHeader();
+
+    const std::string path_;
+    const bool wav_;
+    std::unique_ptr<std::FILE, FileCloser> file_;
+    uint32_t dataBytes_ = 0;
+};
+
+}  // namespace DeviceSim

@@ -1,0 +1,156 @@
+// bcast-tool rtp-send: G.711 µ-law frames of 40 ms, one RTP packet each, paced in real time.
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpTransfer.h"
+#include "framework/media/codec/G711Codec.h"
+#include "tool/rtp/Pcm.h"
+#include "tool/rtp/RtpCommands.h"
+
+namespace {
+
+constexpr int kRate = 8000;
+constexpr int kFrameSamples = 320;  // 40 ms
+constexpr auto kFrameInterval = std::chrono::milliseconds(40);
+
+void Usage() {
+    std::fprintf(
+        stderr,
+        "usage: bcast-tool rtp-send --to HOST:PORT (--wav FILE | --tone HZ [--seconds S]) [--level DBFS]\n"
+        "  Sends 8000 Hz G.711 u-law in 40 ms RTP packets (payload type 0), paced in real time.\n"
+        "  The WAV file must be 16-bit PCM at 8000 Hz (sox IN -b 16 -r 8000 OUT.wav converts one).\n");
+}
+
+/// HOST:PORT -> dotted IPv4 and port.
+bool ParseDestination(const std::string& text, std::string& address, uint16_t& port) {
+    const size_t colon = text.rfind(':');
+    if (colon == std::string::npos || colon == 0) {
+        return false;
+    }
+    const int number = std::atoi(text.c_str() + colon + 1);
+    if (number <= 0 || number > 65535) {
+        return false;
+    }
+    addrinfo hints{};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_DGRAM;
+    addrinfo* found = nullptr;
+    if (getaddrinfo(text.substr(0, colon).c_str(), nullptr, &hints, &found) != 0 || found == nullptr) {
+        return false;
+    }
+    char dotted[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in*>(found->ai_addr)->sin_addr, dotted, sizeof(dotted));
+    freeaddrinfo(found);
+    address = dotted;
+    port = static_cast<uint16_t>(number);
+    return true;
+}
+
+}  // namespace
+
+int RunRtpSend(int argc, char** argv) {
+    std::string destination;
+    std::string wavPath;
+    double toneHz = 0.0;
+    double seconds = 5.0;
+    double levelDbfs = -6.0;
+    for (int i = 0; i < argc; ++i) {
+        const std::string option = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (option == "--to" && hasValue) {
+            destination = argv[++i];
+        } else if (option == "--wav" && hasValue) {
+            wavPath = argv[++i];
+        } else if (option == "--tone" && hasValue) {
+            toneHz = std::atof(argv[++i]);
+        } else if (option == "--seconds" && hasValue) {
+            seconds = std::atof(argv[++i]);
+        } else if (option == "--level" && hasValue) {
+            levelDbfs = std::atof(argv[++i]);
+        } else {
+            Usage();
+            return 2;
+        }
+    }
+    std::string address;
+    uint16_t port = 0;
+    if (destination.empty() || !ParseDestination(destination, address, port) ||
+        (wavPath.empty() == (toneHz <= 0.0)) || seconds <= 0.0) {
+        Usage();
+        return 2;
+    }
+
+    std::vector<int16_t> samples;
+    if (!wavPath.empty()) {
+        BcastTool::PcmAudio audio;
+        std::string error;
+        if (!BcastTool::ReadWav(wavPath, audio, error)) {
+            std::fprintf(stderr, "rtp-send: %s\n", error.c_str());
+            return 1;
+        }
+        if (audio.sampleRate != kRate) {
+            std::fprintf(stderr, "rtp-send: %s is %d Hz; 8000 Hz is needed (sox IN -r 8000 OUT.wav)\n",
+                         wavPath.c_str(), audio.sampleRate);
+            return 1;
+        }
+        // Mix down to mono.
+        samples.resize(audio.samples.size() / static_cast<size_t>(audio.channels));
+        for (size_t i = 0; i < samples.size(); ++i) {
+            int sum = 0;
+            for (int c = 0; c < audio.channels; ++c) {
+                sum += audio.samples[i * static_cast<size_t>(audio.channels) + static_cast<size_t>(c)];
+            }
+            samples[i] = static_cast<int16_t>(sum / audio.channels);
+        }
+    } else {
+        const double amplitude = 32767.0 * std::pow(10.0, levelDbfs / 20.0);
+        samples.resize(static_cast<size_t>(seconds * kRate));
+        for (size_t i = 0; i < samples.size(); ++i) {
+            samples[i] =
+                static_cast<int16_t>(std::lround(amplitude * std::sin(2.0 * M_PI * toneHz * i / kRate)));
+        }
+    }
+    if (samples.empty()) {
+        std::fprintf(stderr, "rtp-send: nothing to send\n");
+        return 1;
+    }
+
+    BroadCastPlugin::CUdpTransfer transfer;
+    transfer.Init(address, port, BroadCastPlugin::kEncodeG711U);
+    const size_t frames = (samples.size() + kFrameSamples - 1) / kFrameSamples;
+    std::printf("rtp-send: %zu frames (%.2f s) of PCMU to %s:%u\n", frames, frames * 0.04, address.c_str(),
+                static_cast<unsigned>(port));
+    std::fflush(stdout);
+
+    const auto start = std::chrono::steady_clock::now();
+    std::chrono::microseconds worstLateness{0};
+    uint8_t frame[kFrameSamples];
+    for (size_t index = 0; index < frames; ++index) {
+        for (size_t i = 0; i < static_cast<size_t>(kFrameSamples); ++i) {
+            const size_t at = index * kFrameSamples + i;
+            frame[i] = Tal::MediaCodec::LinearToUlaw(at < samples.size() ? samples[at] : 0);
+        }
+        // Absolute schedule: frame n leaves at start + n x 40 ms, whatever the previous sends cost.
+        const auto due = start + kFrameInterval * index;
+        std::this_thread::sleep_until(due);
+        const auto lateness =
+            std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - due);
+        worstLateness = std::max(worstLateness, lateness);
+        transfer.SendVoice(frame, kFrameSamples);
+    }
+    transfer.Uninit();
+    std::printf("rtp-send: sent %zu packets, worst send lateness %.3f ms\n", frames,
+                worstLateness.count() / 1000.0);
+    return 0;
+}

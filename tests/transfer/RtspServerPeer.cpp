@@ -1,0 +1,133 @@
+#include "RtspServerPeer.h"
+
+#include <signal.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace TransferTest {
+
+namespace {
+
+/// "KEY=value" out of a space-separated event line.
+std::string Field(const std::string& line, const std::string& key) {
+    const std::string prefix = key + "=";
+    size_t at = line.find(" " + prefix);
+    if (at == std::string::npos) {
+        return std::string();
+    }
+    at += prefix.size() + 1;
+    const size_t end = line.find(' ', at);
+    return line.substr(at, end == std::string::npos ? std::string::npos : end - at);
+}
+
+}  // namespace
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+bool CRtspServerPeer::Start(const Options& options, std::string& error) {
+    directory_ = MakeTempDir("rtsp");
+    std::vector<std::string> argv = {"/usr/bin/python3", SourceDir() + "/tests/support/rtsp_onvif_server.py",
+                                     "--port",           "0",
+                                     "--out-dir",        directory_,
+                                     "--max-lifetime",   "300"};
+    if (!options.user.empty()) {
+        argv.insert(argv.end(), {"--user", options.user, "--password", options.password});
+    }
+    if (!options.token.empty()) {
+        argv.insert(argv.end(), {"--token", options.token});
+    }
+    if (directory_.empty() || !process_.Start(argv)) {
+        error = "cannot start /usr/bin/python3 with the RTSP test server";
+        return false;
+    }
+    std::string rest;
+    if (!process_.WaitForLine("READY port=", rest, std::chrono::seconds(20))) {
+        error = "the RTSP test server did not come up (needs /usr/bin/python3 with gi and gst-rtsp-server)";
+        return false;
+    }
+    port_ = std::atoi(rest.c_str());
+    return port_ > 0;
+}
+
+std::string CRtspServerPeer::Url(const std::string& mount) const {
+    return "rtsp://127.0.0.1:" + std::to_string(port_) + mount;
+}
+
+void CRtspServerPeer::Drain(std::chrono::milliseconds timeout) {
+    std::string line;
+    while (process_.ReadLine(line, timeout)) {
+        events_.push_back(line);
+        timeout = std::chrono::milliseconds(0);
+    }
+}
+
+bool CRtspServerPeer::WaitForBackchannel(const std::string& mount, std::string& file,
+                                         std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        for (; consumed_ < events_.size(); ++consumed_) {
+            const std::string& line = events_[consumed_];
+            if (line.rfind("BACKCHANNEL ", 0) == 0 && Field(line, "mount") == mount) {
+                file = Field(line, "file");
+                ++consumed_;
+                return true;
+            }
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            return false;
+        }
+        Drain(std::min(left, std::chrono::milliseconds(100)));
+    }
+}
+
+bool CRtspServerPeer::WaitForMediaDone(const std::string& file, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        for (const auto& line : events_) {
+            if (line.rfind("MEDIA-DONE ", 0) == 0 && Field(line, "file") == file) {
+                return true;
+            }
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            return false;
+        }
+        Drain(std::min(left, std::chrono::milliseconds(100)));
+    }
+}
+
+std::vector<std::string> CRtspServerPeer::RequestTokens() {
+    Drain(std::chrono::milliseconds(200));
+    std::vector<std::string> tokens;
+    for (const auto& line : events_) {
+        if (line.rfind("REQUEST ", 0) == 0) {
+            tokens.push_back(Field(line, "token"));
+        }
+    }
+    return tokens;
+}
+
+void CRtspServerPeer::Kill() {
+    process_.Kill(SIGKILL);
+    process_.Wait(std::chrono::seconds(5));
+}
+
+void CRtspServerPeer::Freeze() {
+    process_.Kill(SIGSTOP);
+}
+
+void CRtspServerPeer::Thaw() {
+    process_.Kill(SIGCONT);
+}
+
+}  // namespace TransferTest
