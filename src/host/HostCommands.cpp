@@ -180,8 +180,11 @@ int RunApi(const ClientConfig& config, const PluginEntryPoints& entry, const Api
         const bool called = bus->CallMethod(method, call.request, answer);
         out << call.method << " response: " << answer << std::endl;
         ok = ok && called;
-        // Notifications arrive as queued deliveries to the main thread: keep the event loop turning.
-        if (options.waitSeconds >= 0) {
+        // Notifications arrive as queued deliveries to the main thread: keep the event loop turning. --wait
+        // is how long each call runs before the next; after the last of several, the host waits for the
+        // work to settle.
+        const bool lastOfSeveral = options.calls.size() > 1 && &call == &options.calls.back();
+        if (options.waitSeconds >= 0 && !lastOfSeveral) {
             QElapsedTimer timer;
             timer.start();
             while (timer.elapsed() < static_cast<qint64>(options.waitSeconds * 1000)) {

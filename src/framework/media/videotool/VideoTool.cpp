@@ -10,6 +10,8 @@
 
 #include "framework/base/ErrorCode.h"
 #include "framework/base/FormatLog.h"
+#include "framework/business/ServerSecret.h"
+#include "framework/netcomm/PlatformRequest.h"
 #include "framework/netcomm/RapidJsonProto.h"
 
 namespace {
@@ -116,14 +118,45 @@ std::string GetVoiceEnvirLoadPath() {
     return env.loadPath;
 }
 
-bool RequestVoiceTalkUrl(ORVVideoComm::CVoiceTalkRequestObserverParam& /*answer*/, int deviceId,
-                         int deviceType, int /*channel*/, bool /*listen*/, int /*encodeType*/) {
-    Tal::Base::Error::SetLastError(ErrorCode(kSubSystemClient, kModuleFramework, kCodeNotAvailable));
-    TAL_LOG(
-        5, "VideoTool",
-        "[%s]Voice talk address requests are not available in this build, device id: %d, type: %d.[%s(%d)]",
-        deviceId, deviceType);
-    return false;
+bool RequestVoiceTalkUrl(ORVVideoComm::CVoiceTalkRequestObserverParam& answer, int deviceId, int deviceType,
+                         int channel, bool listen, int encodeType) {
+    // {"DeviceID":301,"DeviceType":2020,"Channel":0,"Listen":true,"EncodeType":1}
+    NetworkCommunication::CRapidJsonProto request;
+    request.set_v("/DeviceID", deviceId);
+    request.set_v("/DeviceType", deviceType);
+    request.set_v("/Channel", channel);
+    request.set_bool_v("/Listen", listen);
+    request.set_v("/EncodeType", encodeType);
+    NetworkCommunication::CRapidJsonProto reply;
+    if (!NetworkCommunication::CallPlatform("POST", "/DXAPI/Galewing/Platform/V1/VoiceTalk/Url", request.get_str(0),
+                                            reply)) {
+        TAL_LOG(5, "VideoTool", "[%s]Voice talk address of device %d refused: %s[%s(%d)]", deviceId,
+                NetworkCommunication::DescribeError(Tal::Base::Error::GetLastError()).c_str());
+        return false;
+    }
+    // {"Url":"rtsp://...","UserName":"..","Password":"<enc>","Token":"<enc>","SecureEncryptType":1,...}
+    const std::string data = NetworkCommunication::kEnvelopeData;
+    const int scheme = reply.get_int_v(data + "/SecureEncryptType", -1);
+    std::string password;
+    std::string token;
+    if (!BusinessCommon::DecryptServerSecret(scheme, reply.get_v(data + "/Password", ""), password,
+                                             "voice talk password") ||
+        !BusinessCommon::DecryptServerSecret(scheme, reply.get_v(data + "/Token", ""), token, "voice talk token")) {
+        return false;
+    }
+    const std::string url = reply.get_v(data + "/Url", "");
+    if (url.empty()) {
+        Tal::Base::Error::SetLastError(ErrorCode(Tal::Base::Error::kSubSystemServer, kModuleFramework,
+                                                 Tal::Base::Error::kCodeInvalidInput));
+        TAL_LOG(5, "VideoTool", "[%s]Voice talk answer for device %d has no address.[%s(%d)]", deviceId);
+        return false;
+    }
+    answer.SetVal_strUrl(url);
+    answer.SetVal_str_username(reply.get_v(data + "/UserName", ""));
+    answer.SetVal_strPassword(password);
+    answer.SetVal_str_token(token);
+    TAL_LOG(3, "VideoTool", "[%s]Voice talk address of device %d: %s[%s(%d)]", deviceId, url.c_str());
+    return true;
 }
 
 }  // namespace ORVVideoTool
