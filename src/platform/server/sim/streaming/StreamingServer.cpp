@@ -289,10 +289,11 @@ struct CStreamingServer::Impl : std::enable_shared_from_this<CStreamingServer::I
     }
 
     static void OnClientConnected(GstRTSPServer*, GstRTSPClient* client, gpointer self) {
-        for (const char* signal :
-             {"pre-options-request", "pre-describe-request", "pre-setup-request", "pre-play-request",
-              "pre-pause-request", "pre-announce-request", "pre-record-request", "pre-get-parameter-request",
-              "pre-set-parameter-request"}) {
+        // Not OPTIONS: it gives no access to a stream, and gst-rtsp-server 1.22 frees its stack response
+        // when a pre-options handler refuses (a crash). Every request that reaches a stream is checked.
+        for (const char* signal : {"pre-describe-request", "pre-setup-request", "pre-play-request",
+                                   "pre-pause-request", "pre-announce-request", "pre-record-request",
+                                   "pre-get-parameter-request", "pre-set-parameter-request"}) {
             g_signal_connect(client, signal, G_CALLBACK(&Impl::OnPreRequest), self);
         }
         g_signal_connect(client, "play-request", G_CALLBACK(&Impl::OnPlayed), self);
