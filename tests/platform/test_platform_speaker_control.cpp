@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <fstream>
 #include <sstream>
 #include <thread>
+
+#include "framework/media/codec/AudioCodec.h"
 
 #include "support/SpeakerFixture.h"
 #include "support/SpeakerPeers.h"
@@ -229,4 +232,59 @@ TEST_F(FixturePortsTest, PeersListenOnTheFixturePortsAndPortZeroPicksAFreeOne) {
     CDevnetTalk talk;
     uint32_t error = 0;
     EXPECT_TRUE(talk.Login("127.0.0.1", encoder, "admin", "Gate#Encoder1", error)) << error;
+}
+
+// A site whose streaming server takes MP3 on the backchannel (file broadcasts encoded as MP3).
+class Mp3StreamingTest : public SpeakerFixture {
+protected:
+    void SetUp() override {
+        std::string text = ReadFile(DemoFixture());
+        const std::string from = "\"SMSversion\": 1,";
+        const std::size_t at = text.find(from);
+        ASSERT_NE(at, std::string::npos);
+        text.replace(at, from.size(), from + " \"BackchannelCodec\": \"MPA\",");
+        fixture_ = MakeTempDir("mp3-site") + "/site.json";
+        std::ofstream(fixture_) << text;
+        SpeakerFixture::SetUp();
+    }
+    std::vector<std::string> ExtraArgs() const override { return {"--fixture", fixture_}; }
+    std::string fixture_;
+};
+
+TEST_F(Mp3StreamingTest, Mp3FramesUpTheBackchannelPlayAsEightKilohertzAudio) {
+    std::vector<std::vector<uint8_t>> frames;
+    auto encoder = Tal::MediaCodec::CreateEncoder(Tal::MediaCodec::CodecId::kMp3);
+    Tal::MediaCodec::AudioFormat format;
+    format.sampleRate = 48000;
+    format.channels = 1;
+    format.bitRate = 64000;
+    ASSERT_EQ(encoder->Open(format), Tal::MediaCodec::kCodecOk);
+    std::vector<int16_t> pcm(48000 * 2);
+    for (std::size_t i = 0; i < pcm.size(); ++i) {
+        pcm[i] = static_cast<int16_t>(std::lround(16000 * std::sin(2 * M_PI * 1000.0 * i / 48000)));
+    }
+    const auto sink = [&frames](const uint8_t* d, std::size_t n) { frames.emplace_back(d, d + n); };
+    for (std::size_t at = 0; at + 1152 <= pcm.size(); at += 1152) {
+        encoder->Encode(pcm.data() + at, sink);
+    }
+    encoder->Flush(sink);
+    ASSERT_GT(frames.size(), 70u);
+
+    std::vector<GroupAddress> groups = RequestGroups("1001");
+    ASSERT_EQ(groups.size(), 1u);
+    CZpsSession talk;
+    int error = 0;
+    ASSERT_TRUE(talk.Start(groups[0].url, groups[0].token, "username", "password", error)) << error;
+    const auto start = std::chrono::steady_clock::now();
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        std::this_thread::sleep_until(start + std::chrono::milliseconds(24 * i));
+        ASSERT_TRUE(talk.Send(frames[i].data(), frames[i].size())) << "frame " << i;
+    }
+    Pump(700);
+    talk.Stop();
+    ASSERT_EQ(WaitStatus(1001, 3, 5000, groups[0].guid).status, 3);
+    const std::vector<int16_t> sound = BcastTest::TrimSilence(Recording(1001));
+    EXPECT_NEAR(static_cast<double>(sound.size()) / 8000.0, 2.0, 0.15);
+    EXPECT_NEAR(BcastTest::DominantFrequency(BcastTest::Middle(sound, 8000), 8000), 1000.0, 5.0);
+    EXPECT_EQ(Control("GET", "/streaming").Int("/ResponseStatus/Data/DecodeErrors"), 0);
 }
