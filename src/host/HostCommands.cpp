@@ -161,7 +161,7 @@ int RunApi(const ClientConfig& config, const PluginEntryPoints& entry, const Api
 
     // Like a client at start-up, the host has the module download its resources first, so that
     // configuration and terminal queries answer with the platform's data.
-    if (options.method != "DownloadResource") {
+    if (options.calls.empty() || options.calls.front().method != "DownloadResource") {
         printer.SetQuiet(true);
         bus->CallMethod(kApiPrefix + "DownloadResource", "{}", answer);
         WaitUntilSettled(bus, printer);
@@ -169,24 +169,27 @@ int RunApi(const ClientConfig& config, const PluginEntryPoints& entry, const Api
         printer.SetQuiet(false);
     }
 
-    const std::string method = kApiPrefix + options.method;
-    bool ok = false;
-    if (!bus->HasMethod(method)) {
-        out << "no such method: " << method << std::endl;
-    } else {
-        ok = bus->CallMethod(method, options.request, answer);
-        out << "response: " << answer << std::endl;
-    }
-
-    // Notifications arrive as queued deliveries to the main thread: keep the event loop turning.
-    QElapsedTimer timer;
-    timer.start();
-    if (options.waitSeconds >= 0) {
-        while (timer.elapsed() < static_cast<qint64>(options.waitSeconds * 1000)) {
-            Pump();
+    bool ok = !options.calls.empty();
+    for (const ApiCall& call : options.calls) {
+        const std::string method = kApiPrefix + call.method;
+        if (!bus->HasMethod(method)) {
+            out << "no such method: " << method << std::endl;
+            ok = false;
+            break;
         }
-    } else {
-        WaitUntilSettled(bus, printer);
+        const bool called = bus->CallMethod(method, call.request, answer);
+        out << call.method << " response: " << answer << std::endl;
+        ok = ok && called;
+        // Notifications arrive as queued deliveries to the main thread: keep the event loop turning.
+        if (options.waitSeconds >= 0) {
+            QElapsedTimer timer;
+            timer.start();
+            while (timer.elapsed() < static_cast<qint64>(options.waitSeconds * 1000)) {
+                Pump();
+            }
+        } else {
+            WaitUntilSettled(bus, printer);
+        }
     }
     bus->CallMethod(kApiPrefix + "RegisterMessageCallback",
                     std::string("{\"IsRegister\":false,\"PluginID\":\"") + kHostPluginId + "\"}", answer);

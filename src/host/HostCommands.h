@@ -3,6 +3,7 @@
 
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "host/ClientConfig.h"
 #include "host/PluginModule.h"
@@ -13,15 +14,19 @@ namespace BcastHost {
 /// Returns 0 when all succeed, 1 otherwise.
 int RunLifecycle(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out);
 
-struct ApiOptions {
-    std::string method;            ///< the name after "/API/Broadcast/V0/"
-    std::string request = "{}";    ///< the request JSON
-    double waitSeconds = -1;       ///< how long to print notifications; < 0: until the work settles
+struct ApiCall {
+    std::string method;          ///< the name after "/API/Broadcast/V0/"
+    std::string request = "{}";  ///< the request JSON
 };
 
-/// Starts the module, calls one of its named JSON methods through the plugin bus as a registered listener,
-/// prints the answer and every notification until the work settles (or for the given time), then stops it.
-/// Returns 0 when the call succeeded and no failure was notified, 1 otherwise.
+struct ApiOptions {
+    std::vector<ApiCall> calls;
+    double waitSeconds = -1;  ///< how long to print notifications after each call; < 0: until the work settles
+};
+
+/// Starts the module, calls its named JSON methods in turn through the plugin bus as a registered listener,
+/// prints each answer and every notification until the work settles (or for the given time), then stops it.
+/// Returns 0 when every call succeeded and no failure was notified, 1 otherwise.
 int RunApi(const ClientConfig& config, const PluginEntryPoints& entry, const ApiOptions& options,
            std::ostream& out);
 

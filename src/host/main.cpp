@@ -13,9 +13,13 @@
 #include <string>
 #include <vector>
 
+#include <dlfcn.h>
+
+#include "framework/business/PlatformLogin.h"
 #include "host/ClientConfig.h"
 #include "host/HostCommands.h"
 #include "host/PluginModule.h"
+#include "host/web/WebCommand.h"
 
 namespace {
 
@@ -23,10 +27,15 @@ void PrintUsage(std::ostream& out) {
     out << "usage: bcast-host MODE [ARGS] --config FILE [--module PATH] [--wait SECONDS]\n"
            "modes:\n"
            "  lifecycle           run Init, Start, UpdateFrame, Notify, StopWorking, UnInit and print each result\n"
-           "  api METHOD [JSON]   call the module's method /API/Broadcast/V0/METHOD as a registered listener,\n"
-           "                      print the answer and the notifications until the work settles\n"
-           "                      (or for --wait SECONDS)\n"
+           "  api METHOD [JSON] [METHOD [JSON]...]\n"
+           "                      call the module's methods /API/Broadcast/V0/METHOD in turn as a registered\n"
+           "                      listener, printing each answer and the notifications until the work settles\n"
+           "                      (or for --wait SECONDS) before the next call\n"
+           "  web METHOD [JSON]   call a method of the module's web controller (StartIPSpeakerBroadcast,\n"
+           "                      StopIPSpeakerBroadcast, DownloadMediaFile, StartBroadcastListen,\n"
+           "                      StopBroadcastListen, CleanCache) and print each outgoing message\n"
            "  gui                 show the module's broadcast panel in a window (needs a display)\n"
+           "api, web and gui log in to the platform of the configuration first.\n"
            "The module defaults to ../lib/libBroadCastPlugin.so beside this program, or $BCAST_MODULE.\n";
 }
 
@@ -70,9 +79,10 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         error = "--config FILE is required";
         return false;
     }
-    const std::size_t allowed = options.mode == "api" ? 2 : 0;
-    if (options.mode == "api" && options.arguments.empty()) {
-        error = "api needs a METHOD";
+    const bool takesMethod = options.mode == "api" || options.mode == "web";
+    const std::size_t allowed = options.mode == "api" ? options.arguments.size() : takesMethod ? 2 : 0;
+    if (takesMethod && options.arguments.empty()) {
+        error = options.mode + " needs a METHOD";
         return false;
     }
     if (options.arguments.size() > allowed) {
@@ -80,6 +90,38 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         return false;
     }
     return true;
+}
+
+// The web adapter library lies beside the module and links it; loaded after the module, it uses the module
+// already in the process.
+int RunWeb(const BcastHost::ClientConfig& config, const BcastHost::CPluginModule& module, const std::string& modulePath,
+           const Options& options, std::ostream& out) {
+    const std::string adapterPath = modulePath.substr(0, modulePath.rfind('/') + 1) + "libbcast_hostweb.so";
+    void* adapter = dlopen(adapterPath.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    if (adapter == nullptr) {
+        const char* reason = dlerror();
+        out << "bcast-host: cannot load the web adapter " << adapterPath << ": " << (reason ? reason : "") << std::endl;
+        return 1;
+    }
+    auto run = reinterpret_cast<BcastHostRunWebMethodFn>(dlsym(adapter, "BcastHostRunWebMethod"));
+    if (run == nullptr) {
+        out << "bcast-host: the web adapter lacks BcastHostRunWebMethod" << std::endl;
+        dlclose(adapter);
+        return 1;
+    }
+    const auto& entry = module.Entry();
+    int code = 1;
+    if (!entry.Init(config.language, nullptr) || !entry.Start()) {
+        out << "the module failed to start" << std::endl;
+    } else {
+        code = run(options.arguments[0].c_str(), options.arguments.size() > 1 ? options.arguments[1].c_str() : "{}",
+                   options.waitSeconds);
+    }
+    entry.StopWorking();
+    entry.UnInit();
+    dlclose(adapter);
+    out << (code == 0 ? "web ok" : "web FAILED") << std::endl;
+    return code;
 }
 
 }  // namespace
@@ -94,7 +136,7 @@ int main(int argc, char** argv) {
         PrintUsage(std::cerr);
         return 2;
     }
-    if (options.mode != "lifecycle" && options.mode != "gui" && options.mode != "api") {
+    if (options.mode != "lifecycle" && options.mode != "gui" && options.mode != "api" && options.mode != "web") {
         std::cerr << "bcast-host: unknown mode " << options.mode << "\n";
         PrintUsage(std::cerr);
         return 2;
@@ -128,18 +170,46 @@ int main(int argc, char** argv) {
             std::cerr << "bcast-host: " << error << "\n";
             return 1;
         }
+        // Every mode but the lifecycle check works against the platform. A failed login is reported and the
+        // module runs anyway: its requests then fail at the transport, as they would for a user.
+        const bool online = options.mode != "lifecycle";
+        if (online) {
+            BusinessCommon::PlatformLoginRequest login;
+            login.address = config.platformAddress;
+            login.port = config.platformPort;
+            login.https = config.https;
+            login.caFile = config.caFile;
+            login.user = config.userName;
+            login.password = config.password;
+            login.language = config.language;
+            if (BusinessCommon::LoginToPlatform(login, error)) {
+                std::cout << "login: " << config.userName << "@" << config.platformAddress << ":" << config.platformPort
+                          << std::endl;
+            } else {
+                std::cout << "login failed: " << error << std::endl;
+            }
+        }
         if (options.mode == "lifecycle") {
             code = BcastHost::RunLifecycle(config, module.Entry(), std::cout);
+        } else if (options.mode == "web") {
+            code = RunWeb(config, module, path, options, std::cout);
         } else if (options.mode == "api") {
             BcastHost::ApiOptions api;
-            api.method = options.arguments[0];
-            if (options.arguments.size() > 1) {
-                api.request = options.arguments[1];
+            // METHOD [JSON] pairs: an argument that starts with '{' is the request of the method before it.
+            for (const std::string& argument : options.arguments) {
+                if (!argument.empty() && argument[0] == '{' && !api.calls.empty()) {
+                    api.calls.back().request = argument;
+                } else {
+                    api.calls.push_back(BcastHost::ApiCall{argument, "{}"});
+                }
             }
             api.waitSeconds = options.waitSeconds;
             code = BcastHost::RunApi(config, module.Entry(), api, std::cout);
         } else {
             code = BcastHost::RunGui(config, module.Entry(), std::cout);
+        }
+        if (online) {
+            BusinessCommon::LogoutFromPlatform();
         }
     }
     return code;

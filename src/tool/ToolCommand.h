@@ -20,5 +20,7 @@ using CommandList = std::vector<ToolCommand>;
 void AddVoiceCommands(CommandList& commands);
 /// "rtp-send" and "rtp-recv".
 void AddRtpCommands(CommandList& commands);
+/// "compare".
+void AddAudioCommands(CommandList& commands);
 
 }  // namespace BcastTool

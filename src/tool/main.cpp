@@ -11,6 +11,7 @@ namespace {
 constexpr void (*kFamilies[])(BcastTool::CommandList&) = {
     &BcastTool::AddVoiceCommands,
     &BcastTool::AddRtpCommands,
+    &BcastTool::AddAudioCommands,
 };
 
 void PrintUsage(const BcastTool::CommandList& commands) {

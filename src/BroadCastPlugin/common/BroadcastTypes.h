@@ -79,15 +79,14 @@ struct IPSpeakBroadcastParam {
     std::vector<int32_t> elementIDs;
 };
 
-/// A text-to-speech request; the same record with `start` false stops it.
+/// A text-to-speech request. "PlayType" is its start flag: the same record with it cleared stops the speech.
 struct TTSRequestParam {
     std::vector<int32_t> elementIDs;
     int32_t PlayMode = 0;
     std::string AssignPlaybackDuration;
     std::string CustomContent;
-    bool PlayType = false;
+    bool PlayType = true;
     std::string Language;
-    bool start = true;
 };
 
 /// A recording to upload (kind 0) or a played media file to register (kind 1).

@@ -56,6 +56,10 @@ constexpr int kModuleFramework = 10;
 constexpr int kCodeNotAvailable = 1;
 /// Framework code: the operation was called with invalid input.
 constexpr int kCodeInvalidInput = 2;
+/// Framework code: the platform's answer is empty, malformed or lacks what the call needs.
+constexpr int kCodeBadServerAnswer = 3;
+/// Framework code: the platform knows none of the requested resources.
+constexpr int kCodeResourceNotFound = 4;
 
 /// The calling thread's last error.
 void SetLastError(const ErrorCode& error);

@@ -13,6 +13,19 @@ CFrameworkManagerInterface* CFrameworkManagerInterface::Instance() {
     return Tal::Base::CSingleton<CFrameworkManagerInterface>::Instance();
 }
 
+CFrameworkManagerInterface::CFrameworkManagerInterface()
+    : pushLink_(std::make_unique<CPushLink>(
+          [this] { return Subscriptions(); },
+          [this](const std::string& rawMsg, int msgType, int eventType, int websocketMsgType) {
+              DeliverFrame(rawMsg, msgType, eventType, websocketMsgType);
+          })) {
+    pushLink_->SetListener([this](const PushLinkEvent& event) { DispatchPushLinkEvent(event); });
+}
+
+CFrameworkManagerInterface::~CFrameworkManagerInterface() {
+    pushLink_->Stop();
+}
+
 bool CFrameworkManagerInterface::SetClientConfig(const std::string& json) {
     NetworkCommunication::CRapidJsonProto doc;
     if (!doc.set_str(json) || doc.get_str(0).front() != '{') {
@@ -78,41 +91,54 @@ bool CFrameworkManagerInterface::RegisterWebsocketObserver(const std::string& na
 }
 
 bool CFrameworkManagerInterface::UnRegisterWebsocketObserver(const std::string& name) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return subscribers_.erase(name) > 0;
+    bool removed = false;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        removed = subscribers_.erase(name) > 0;
+    }
+    if (removed) {
+        NotifySubscriptionsChanged();
+    }
+    return removed;
 }
 
 bool CFrameworkManagerInterface::Messages(const std::vector<int>& messageTypes, const std::string& name,
                                           bool subscribe) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    auto it = subscribers_.find(name);
-    if (it == subscribers_.end()) {
-        return false;
-    }
-    for (int type : messageTypes) {
-        if (subscribe) {
-            it->second.messageTypes.insert(type);
-        } else {
-            it->second.messageTypes.erase(type);
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = subscribers_.find(name);
+        if (it == subscribers_.end()) {
+            return false;
+        }
+        for (int type : messageTypes) {
+            if (subscribe) {
+                it->second.messageTypes.insert(type);
+            } else {
+                it->second.messageTypes.erase(type);
+            }
         }
     }
+    NotifySubscriptionsChanged();
     return true;
 }
 
 bool CFrameworkManagerInterface::Events(const std::vector<CEventParam>& events, const std::string& name,
                                         bool subscribe) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    auto it = subscribers_.find(name);
-    if (it == subscribers_.end()) {
-        return false;
-    }
-    for (const auto& event : events) {
-        if (subscribe) {
-            it->second.eventTypes.insert(event.GetVal_event_type());
-        } else {
-            it->second.eventTypes.erase(event.GetVal_event_type());
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = subscribers_.find(name);
+        if (it == subscribers_.end()) {
+            return false;
+        }
+        for (const auto& event : events) {
+            if (subscribe) {
+                it->second.events[event.GetVal_event_type()] = event.GetVal_type();
+            } else {
+                it->second.events.erase(event.GetVal_event_type());
+            }
         }
     }
+    NotifySubscriptionsChanged();
     return true;
 }
 
@@ -129,9 +155,75 @@ std::set<int> CFrameworkManagerInterface::SubscribedEventTypes() const {
     std::lock_guard<std::mutex> lock(mutex_);
     std::set<int> all;
     for (const auto& entry : subscribers_) {
-        all.insert(entry.second.eventTypes.begin(), entry.second.eventTypes.end());
+        for (const auto& event : entry.second.events) {
+            all.insert(event.first);
+        }
     }
     return all;
+}
+
+PushSubscriptions CFrameworkManagerInterface::Subscriptions() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    PushSubscriptions all;
+    for (const auto& entry : subscribers_) {
+        all.messageTypes.insert(entry.second.messageTypes.begin(), entry.second.messageTypes.end());
+        for (const auto& event : entry.second.events) {
+            all.events[event.first] = event.second;
+        }
+    }
+    return all;
+}
+
+bool CFrameworkManagerInterface::StartPushLink(const std::string& url, const std::string& token,
+                                               const std::string& caFile, const PushLinkOptions& options) {
+    return pushLink_->Start(url, token, caFile, options);
+}
+
+void CFrameworkManagerInterface::StopPushLink() {
+    pushLink_->Stop();
+}
+
+bool CFrameworkManagerInterface::IsPushLinkConnected() const {
+    return pushLink_->IsConnected();
+}
+
+PushLinkState CFrameworkManagerInterface::GetPushLinkState() const {
+    return pushLink_->State();
+}
+
+bool CFrameworkManagerInterface::IsPushLinkThread() const {
+    return pushLink_->IsLinkThread();
+}
+
+int CFrameworkManagerInterface::AddPushLinkListener(PushLinkListener listener) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const int id = nextPushListenerId_++;
+    pushListeners_[id] = std::move(listener);
+    return id;
+}
+
+void CFrameworkManagerInterface::RemovePushLinkListener(int id) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    pushListeners_.erase(id);
+}
+
+void CFrameworkManagerInterface::DispatchPushLinkEvent(const PushLinkEvent& event) {
+    std::vector<PushLinkListener> listeners;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (const auto& entry : pushListeners_) {
+            listeners.push_back(entry.second);
+        }
+    }
+    for (const auto& listener : listeners) {
+        if (listener) {
+            listener(event);
+        }
+    }
+}
+
+void CFrameworkManagerInterface::NotifySubscriptionsChanged() {
+    pushLink_->SubscriptionsChanged();
 }
 
 int CFrameworkManagerInterface::DeliverFrame(const std::string& rawMsg, int msgType, int eventType,
@@ -141,7 +233,7 @@ int CFrameworkManagerInterface::DeliverFrame(const std::string& rawMsg, int msgT
         std::lock_guard<std::mutex> lock(mutex_);
         for (const auto& entry : subscribers_) {
             const Subscriber& s = entry.second;
-            if (s.messageTypes.count(msgType) > 0 || (eventType != 0 && s.eventTypes.count(eventType) > 0)) {
+            if (s.messageTypes.count(msgType) > 0 || (eventType != 0 && s.events.count(eventType) > 0)) {
                 targets.push_back(s.observer);
             }
         }

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "framework/clientframe/PushLink.h"
+
 namespace TalClientFrameWork {
 
 /// Receives push frames for the message and event types its name subscribed to.
@@ -45,6 +47,12 @@ class CFrameworkManagerInterface {
 public:
     static CFrameworkManagerInterface* Instance();
 
+    CFrameworkManagerInterface();
+    /// Stops the push link before the observers go.
+    ~CFrameworkManagerInterface();
+    CFrameworkManagerInterface(const CFrameworkManagerInterface&) = delete;
+    CFrameworkManagerInterface& operator=(const CFrameworkManagerInterface&) = delete;
+
     /// Sets the client configuration from a JSON text; false when it is not a JSON object.
     bool SetClientConfig(const std::string& json);
     /// Reads the configuration from a file; false when it cannot be read or parsed.
@@ -62,6 +70,22 @@ public:
     /// Message and event types some observer subscribed to (what the push link asks the platform for).
     std::set<int> SubscribedMessageTypes() const;
     std::set<int> SubscribedEventTypes() const;
+    /// The union of all subscriptions, events with their sub-type (the last one subscribed wins).
+    PushSubscriptions Subscriptions() const;
+
+    /// Opens the push link to the platform (see CPushLink::Start): frames reach the observers on the link's
+    /// thread through DeliverFrame, subscriptions follow Messages, Events and UnRegisterWebsocketObserver.
+    bool StartPushLink(const std::string& url, const std::string& token, const std::string& caFile,
+                       const PushLinkOptions& options = PushLinkOptions());
+    /// Closes the push link and joins its thread (bounded; see CPushLink::Stop).
+    void StopPushLink();
+    bool IsPushLinkConnected() const;
+    PushLinkState GetPushLinkState() const;
+    /// True on the push link's own thread (observers and listeners run there).
+    bool IsPushLinkThread() const;
+    /// Adds a receiver of the push link's changes of state (called on the link's thread); returns its id.
+    int AddPushLinkListener(PushLinkListener listener);
+    void RemovePushLinkListener(int id);
 
     /// Hands a received push frame to every registered observer subscribed to its message type or, when
     /// the frame carries one (eventType != 0), to its event type. Observers run on the caller's thread,
@@ -77,13 +101,21 @@ private:
     struct Subscriber {
         std::shared_ptr<IWebsocketObserver> observer;
         std::set<int> messageTypes;
-        std::set<int> eventTypes;
+        std::map<int, int> events;  ///< event type -> sub-type
     };
+
+    void NotifySubscriptionsChanged();
+    void DispatchPushLinkEvent(const PushLinkEvent& event);
 
     mutable std::mutex mutex_;
     std::string configText_;
     std::map<std::string, Subscriber> subscribers_;
     UpdateFinishListener updateFinishListener_;
+    std::map<int, PushLinkListener> pushListeners_;
+    int nextPushListenerId_ = 1;
+    // Created with the manager and never replaced, so that it can be reached without the lock; last, so that
+    // it goes first.
+    const std::unique_ptr<CPushLink> pushLink_;
 };
 
 }  // namespace TalClientFrameWork

@@ -19,6 +19,8 @@ struct ErrorText {
 const ErrorText kTexts[] = {
     {10, 1, "The operation is not available in this version of the client.", "当前客户端版本不支持该操作。"},
     {10, 2, "The request is invalid.", "请求参数无效。"},
+    {10, 3, "The platform returned an empty or malformed response.", "平台返回的数据为空或格式错误。"},
+    {10, 4, "The platform does not know the requested resources.", "平台上不存在所请求的资源。"},
     {20, 2001, "The platform returned an empty or malformed response.", "平台返回的数据为空或格式错误。"},
     {20, 2002, "The client is on the WAN, but the platform has not opened its WAN port.",
      "客户端位于外网，但平台未开放外网端口。"},

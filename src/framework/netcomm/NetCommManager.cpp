@@ -66,16 +66,27 @@ bool CNetCommManager::ClientSynSend(CClientRecvInfo& recv, const CClientSendInfo
                 send.GetVal_URL().c_str());
         return false;
     }
+    return SendToServer(session, send, timeoutMs, recv);
+}
+
+bool CNetCommManager::SendToServer(const ServerSession& server, const CClientSendInfo& send, int timeoutMs,
+                                   CClientRecvInfo& recv) const {
     std::map<std::string, std::string> headers;
-    if (!session.token.empty()) {
-        headers["Authorization"] = "Bearer " + session.token;
+    if (!server.token.empty()) {
+        headers["Authorization"] = "Bearer " + server.token;
     }
-    return SendTo(session.BaseUrl() + send.GetVal_URL(), send, headers, timeoutMs, recv);
+    return Perform(server.BaseUrl() + send.GetVal_URL(), send, headers, timeoutMs, server.caFile, recv);
 }
 
 bool CNetCommManager::SendTo(const std::string& url, const CClientSendInfo& send,
                              const std::map<std::string, std::string>& headers, int timeoutMs,
                              CClientRecvInfo& recv) const {
+    return Perform(url, send, headers, timeoutMs, GetSession().caFile, recv);
+}
+
+bool CNetCommManager::Perform(const std::string& url, const CClientSendInfo& send,
+                              const std::map<std::string, std::string>& headers, int timeoutMs,
+                              const std::string& caFile, CClientRecvInfo& recv) const {
     EnsureCurlGlobal();
     recv.SetVal_Receive_Data("");
     recv.SetVal_HttpStatus(0);
@@ -119,9 +130,8 @@ bool CNetCommManager::SendTo(const std::string& url, const CClientSendInfo& send
     curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(h, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(h, CURLOPT_SSL_VERIFYHOST, 2L);
-    const ServerSession session = GetSession();
-    if (!session.caFile.empty()) {
-        curl_easy_setopt(h, CURLOPT_CAINFO, session.caFile.c_str());
+    if (!caFile.empty()) {
+        curl_easy_setopt(h, CURLOPT_CAINFO, caFile.c_str());
     }
 
     CURLcode result = curl_easy_perform(h);

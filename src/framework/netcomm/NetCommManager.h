@@ -82,7 +82,16 @@ public:
     bool SendTo(const std::string& url, const CClientSendInfo& send, const std::map<std::string, std::string>& headers,
                 int timeoutMs, CClientRecvInfo& recv) const;
 
+    /// Sends a request to another server than the session's (a login before the session exists, or one
+    /// that renews it): address, token and CA file come from `server`. Results as ClientSynSend.
+    bool SendToServer(const ServerSession& server, const CClientSendInfo& send, int timeoutMs,
+                      CClientRecvInfo& recv) const;
+
 private:
+    bool Perform(const std::string& url, const CClientSendInfo& send,
+                 const std::map<std::string, std::string>& headers, int timeoutMs, const std::string& caFile,
+                 CClientRecvInfo& recv) const;
+
     mutable std::mutex mutex_;
     ServerSession session_;
 };

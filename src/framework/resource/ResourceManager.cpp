@@ -215,21 +215,4 @@ void CElementManager::Clear() {
     elements_.clear();
 }
 
-CDownloadResourceManager* CDownloadResourceManager::Instance() {
-    return Tal::Base::CSingleton<CDownloadResourceManager>::Instance();
-}
-
-bool CDownloadResourceManager::SynIncrementalDownloadLogicalResource(
-    const CDownloadLogicalResource& request) {
-    // Fetching from the platform needs the REST client, which is not part of this build yet.
-    Tal::Base::Error::SetLastError(ErrorCode(Tal::Base::Error::kSubSystemClient,
-                                             Tal::Base::Error::kModuleFramework,
-                                             Tal::Base::Error::kCodeNotAvailable));
-    TAL_LOG(
-        5, "ResourceManager",
-        "[%s]Resource download from the platform is not available in this build, source type: %d.[%s(%d)]",
-        request.GetVal_source_type());
-    return false;
-}
-
 }  // namespace ResourceManager

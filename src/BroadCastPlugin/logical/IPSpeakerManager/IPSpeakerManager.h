@@ -1,6 +1,6 @@
 #pragma once
-// Broadcast business logic: live talk, file and text-to-speech broadcasts, listening, and the state of each
-// speaker as the platform reports it.
+// Broadcast business logic: live talk, file and text-to-speech broadcasts, prompt tones, recording,
+// listening, and the state of each speaker as the platform reports it.
 
 #include <atomic>
 #include <cstdint>
@@ -12,8 +12,14 @@
 #include <vector>
 
 #include "BroadCastPlugin/common/BroadcastTypes.h"
+#include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSessionTypes.h"
 
 namespace BroadCastPlugin {
+
+class CVoiceCapture;
+class CVoiceFileEncode;
+class CVoiceRecord;
+class CVoiceTransferManager;
 
 /// What the manager remembers of one speaker of the running broadcast.
 struct SpeakerEntry {
@@ -27,6 +33,22 @@ struct SpeakerEntry {
 /// Kinds of broadcast.
 enum BroadcastKind { kBroadcastNone = -1, kBroadcastSpeak = 0, kBroadcastFile = 1, kBroadcastTTS = 2 };
 
+/// Stream access types of speakers.
+enum StreamAccessType {
+    kAccessAuto = 0,
+    kAccessDelegate = 2,
+    kAccessDirect = 3,
+    kAccessSystemDefault = 4,
+    kAccessCenterDelegate = 20,
+};
+
+/// The transport targets of one broadcast, built from the platform's addresses.
+struct BroadcastTargets {
+    std::vector<ZPSTransferTarget> zps;
+    std::vector<SDKTransferTarget> sdk;
+    std::vector<OEMTransferTarget> oem;
+};
+
 class CIPSpeakerManager {
 public:
     using NotifyCallback = std::function<void(const std::vector<IPSpeakerNotifyParam>&)>;
@@ -34,24 +56,40 @@ public:
     static CIPSpeakerManager* Instance();
     CIPSpeakerManager();
     ~CIPSpeakerManager();
+    CIPSpeakerManager(const CIPSpeakerManager&) = delete;
+    CIPSpeakerManager& operator=(const CIPSpeakerManager&) = delete;
 
     /// Stores the broadcast-state callback; the manager starts idle.
     bool Init(NotifyCallback callback);
     /// Ends any broadcast and listen and drops the callback.
     void Uninit();
 
+    // Live talk.
     bool StartSpeakVoice(const std::vector<int32_t>& elementIDs, int64_t requestID);
-    bool StartPlayAudioFile(const std::vector<int32_t>& elementIDs, const std::string& filePath,
-                            int64_t requestID);
-    bool StartTTSBroadcast(std::vector<TTSResponseError>& errors, const TTSRequestParam& request);
-    void StopTTSBroadcast();
-    /// Starts listening to a device; on failure it undoes itself. Returns whether listening runs.
-    bool StartBroadcastListen(int32_t deviceID);
-    bool StopBroadcastListen();
     /// Ends the running broadcast of any kind.
     void Stop();
     /// Resets the shared record to idle.
     void ClearBroadcastParam();
+    /// Reports the broadcast status of the device targets (status 1 started, 2 failed, 3 stopped).
+    void UpdateSeverBroadcastStatus(int32_t status);
+    /// Asks the platform for the addresses of the elements, grouped by their stream access types.
+    bool RequestIPSPeakerUrl(std::vector<BroadcastUrlInfo>& urls, const std::vector<int32_t>& elementIDs,
+                             bool filePlayback, int32_t defaultAccessType, bool promptVoice);
+
+    // File, text-to-speech, prompt tone and recording.
+    bool StartPlayAudioFile(const std::vector<int32_t>& elementIDs, const std::string& filePath, int64_t requestID);
+    bool StartTTSBroadcast(std::vector<TTSResponseError>& errors, const TTSRequestParam& request);
+    void StopTTSBroadcast();
+    bool StartPromptVoice();
+    void StopPromptVoice();
+    void WaitPromptVoicePlayFinish();
+    bool StartVoiceRecord(int32_t encodeType);
+    void UploadRecordFile();
+
+    // Listening and server pushes.
+    /// Starts listening to a device; on failure it undoes itself. Returns whether listening runs.
+    bool StartBroadcastListen(int32_t deviceID);
+    bool StopBroadcastListen();
     /// Turns a broadcast status push into events and per-speaker state.
     void HandleWebsocketMessage(const std::string& text);
 
@@ -69,12 +107,32 @@ public:
     std::map<int32_t, SpeakerEntry> GetSpeakerStates() const;
     bool IsPromptVoiceActive() const;
 
+    /// The transport targets of addresses: streaming-server addresses of method 7; device SDK and RTP
+    /// speakers behind addresses of method 2, by their devices' type and access protocol.
+    static BroadcastTargets BuildTargets(const std::vector<BroadcastUrlInfo>& urls, int32_t encodeType);
+
 private:
+    void Notify(const std::vector<IPSpeakerNotifyParam>& params);
     // Caller holds mutex_.
     void NotifyLocked(const std::vector<IPSpeakerNotifyParam>& params);
     void ClearBroadcastParamLocked();
+    IPSpeakerNotifyParam StageEvent(int32_t broadcastStatus, int64_t requestID) const;
+    /// Shared by the live talk and the file broadcast: records the speakers of the addresses.
+    void RecordSpeakers(const std::vector<BroadcastUrlInfo>& urls);
+    /// The end of a live talk; returns what the start returns.
+    bool FinishSpeak(bool result, const std::vector<int32_t>& elementIDs, int64_t requestID, bool deviceTargets);
+    bool FinishPlayFile(bool result, const std::vector<int32_t>& elementIDs, int64_t requestID,
+                        bool deviceTargets);
+    /// Starts the SDK and RTP senders; false when the SDK start fails.
+    bool StartDeviceTransports(const BroadcastTargets& targets);
+    void AddOperationLog(int logType, const std::vector<int32_t>& elementIDs) const;
+    std::vector<std::string> PromptGroups() const;
+    bool AnyPromptToneFinished() const;
+    bool AnySpeakerConnecting() const;
+    bool AllSpeakersFailed() const;
+    void OnEncodeState(EncodeState state, int64_t requestID);
 
-    mutable std::mutex mutex_;
+    mutable std::mutex mutex_;  // guards the record below; the notify callback runs under it
     NotifyCallback notifyCallback_;
     int32_t broadcastKind_ = kBroadcastNone;
     bool promptVoiceActive_ = false;
@@ -83,12 +141,24 @@ private:
     TTSRequestParam ttsRequest_;
     std::string playFilePath_;
     std::string startTime_;
-    std::string recordedFilePath_;
     bool listenStopped_ = true;
     int32_t listenDeviceID_ = -1;
+
+    std::unique_ptr<CVoiceCapture> capture_;
+    std::unique_ptr<CVoiceFileEncode> fileEncoder_;
+    std::unique_ptr<CVoiceRecord> voiceRecorder_;
 };
 
 /// Whether the prompt-tone-finished event was already sent in the running broadcast.
 extern std::atomic<bool> g_promptToneReported;
+
+namespace details {
+/// Element id to the id of its encoding device, downloading the element first; -1 when unknown.
+int32_t BroadcastElementID2DeviceID(int32_t elementID);
+/// Makes every element known locally; false when one cannot be downloaded.
+bool DownloadElements(const std::vector<int32_t>& elementIDs);
+/// The device behind an element, null when unknown.
+std::shared_ptr<ResourceManager::CDevice> DeviceOfElement(int32_t elementID);
+}  // namespace details
 
 }  // namespace BroadCastPlugin

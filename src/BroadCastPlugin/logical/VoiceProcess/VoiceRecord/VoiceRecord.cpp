@@ -39,4 +39,9 @@ std::string CVoiceRecord::RecordFilePath() const {
     return recordFilePath_;
 }
 
+void CVoiceRecord::ClearRecordFilePath() {
+    std::lock_guard<std::mutex> lock(pathMutex_);
+    recordFilePath_.clear();
+}
+
 }  // namespace BroadCastPlugin

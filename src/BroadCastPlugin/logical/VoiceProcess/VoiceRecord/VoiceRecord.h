@@ -24,6 +24,8 @@ public:
     void InputData(const uint8_t* data, int size);
     /// Path of the recording started last, empty when it failed to start.
     std::string RecordFilePath() const;
+    /// Forgets the path of the last recording (the file stays).
+    void ClearRecordFilePath();
 
 private:
     std::unique_ptr<Tal::MultimediaComm::CPCMStorage> storage_;

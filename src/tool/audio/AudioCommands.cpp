@@ -1,0 +1,63 @@
+// "compare": how well a recording (a speaker's WAV) matches what was sent.
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "tool/ToolCommand.h"
+#include "tool/audio/AudioCompare.h"
+
+namespace BcastTool {
+
+namespace {
+
+int RunCompare(int argc, char** argv) {
+    std::string reference;
+    std::string recording;
+    double maxDelay = 3.0;
+    double minCorrelation = -1;
+    for (int i = 0; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--max-delay" && i + 1 < argc) {
+            maxDelay = std::atof(argv[++i]);
+        } else if (arg == "--min-correlation" && i + 1 < argc) {
+            minCorrelation = std::atof(argv[++i]);
+        } else if (reference.empty()) {
+            reference = arg;
+        } else if (recording.empty()) {
+            recording = arg;
+        } else {
+            std::fprintf(stderr, "compare: unexpected argument %s\n", arg.c_str());
+            return 2;
+        }
+    }
+    if (reference.empty() || recording.empty() || maxDelay <= 0) {
+        std::fprintf(stderr, "compare: REFERENCE.wav RECORDING.wav [--max-delay SECONDS] [--min-correlation C]\n");
+        return 2;
+    }
+    PcmAudio ref, rec, ref8, rec8;
+    std::string error;
+    if (!ReadWavMono(reference, ref, error) || !ReadWavMono(recording, rec, error)) {
+        std::fprintf(stderr, "compare: %s\n", error.c_str());
+        return 1;
+    }
+    // Speakers play 8 kHz audio: compare at that rate.
+    if (!ToRate(ref, 8000, ref8) || !ToRate(rec, 8000, rec8)) {
+        std::fprintf(stderr, "compare: resampling failed\n");
+        return 1;
+    }
+    const AudioMatch match = CompareAudio(ref8, rec8, maxDelay);
+    std::printf("reference %.2f s, recording %.2f s, correlation %.3f, delay %.0f ms\n", match.referenceSeconds,
+                match.recordingSeconds, match.correlation, match.delayMs);
+    return match.correlation >= minCorrelation ? 0 : 1;
+}
+
+}  // namespace
+
+void AddAudioCommands(CommandList& commands) {
+    commands.push_back({"compare", "REFERENCE.wav RECORDING.wav [--max-delay S] [--min-correlation C]",
+                        "how well a recording matches a reference: correlation and delay", &RunCompare});
+}
+
+}  // namespace BcastTool
