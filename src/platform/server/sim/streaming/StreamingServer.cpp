@@ -35,10 +35,12 @@ constexpr std::size_t kMaxListenTokens = 256;
 /// How long a stop waits for the sessions' media to go away.
 constexpr auto kMediaDrain = std::chrono::seconds(5);
 
-// A media that never sends anything: the talk addresses only receive.
+// A media that never sends anything: the talk addresses only receive. The listen source keeps at most two
+// seconds queued and drops the oldest beyond that, so a listener that stops reading cannot grow it.
 constexpr const char* kNoDownstream = "( fakesrc num-buffers=0 ! fakesink async=false )";
 constexpr const char* kListenLaunch =
-    "( appsrc name=listen_src is-live=true do-timestamp=true format=time "
+    "( appsrc name=listen_src is-live=true do-timestamp=true format=time max-bytes=32000 "
+    "leaky-type=downstream "
     "caps=\"audio/x-raw,format=S16LE,layout=interleaved,rate=8000,channels=1\" ! "
     "mulawenc ! rtppcmupay name=pay0 pt=0 )";
 

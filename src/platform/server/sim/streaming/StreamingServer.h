@@ -7,8 +7,9 @@
 //   rtsp://HOST:PORT/<prefix>/listen/<device id>  listen: downstream G.711 µ-law 8000 Hz, what the
 //                                                 device's speakers play (their idle tone when silent)
 //
-// Every request but TEARDOWN must carry the token the platform issued for that address in the header
-// "X-Token" (401 otherwise), and the RTSP account (basic or digest) must answer the challenge.
+// Every request that reaches a stream (all but OPTIONS and TEARDOWN) must carry the token the platform
+// issued for that address in the header "X-Token" (401 otherwise), and the RTSP account (basic or digest)
+// must answer the challenge.
 
 #include <cstdint>
 #include <memory>
