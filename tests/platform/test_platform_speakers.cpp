@@ -83,6 +83,22 @@ TEST_F(SpeakerTransportTest, StreamingServerTalkPlaysOnEveryGroupSpeakerUntilThe
     EXPECT_EQ(Control("GET", "/streaming").Int("/ResponseStatus/Data/TalkStreams"), 0);
 }
 
+TEST_F(SpeakerTransportTest, StreamingServerTakesTheBackchannelOverUdpToo) {
+    std::vector<GroupAddress> groups = RequestGroups("1002");
+    ASSERT_EQ(groups.size(), 1u);
+    CZpsSession talk;
+    int error = 0;
+    ASSERT_TRUE(talk.Start(groups[0].url, groups[0].token, "username", "password", error, true)) << error;
+    const std::vector<uint8_t> tone = G711Tone(700.0, 1.0);
+    EXPECT_EQ(
+        SendPaced(tone, kFrameBytes, [&talk](const uint8_t* d, std::size_t n) { return talk.Send(d, n); }),
+        25);
+    Pump(700);
+    talk.Stop();
+    EXPECT_EQ(WaitStatus(1002, 3, 5000, groups[0].guid).status, 3);
+    ExpectTone(Recording(1002), 700.0, 1.0, 0.1, "1002.wav over UDP");
+}
+
 TEST_F(SpeakerTransportTest, StreamingServerRefusesWrongTokensCredentialsAndAddresses) {
     std::vector<GroupAddress> groups = RequestGroups("1001");
     ASSERT_EQ(groups.size(), 1u);

@@ -60,17 +60,19 @@ CZpsSession::~CZpsSession() {
 }
 
 bool CZpsSession::Start(const std::string& url, const std::string& token, const std::string& user,
-                        const std::string& password, int& error) {
+                        const std::string& password, int& error, bool udp) {
     error = 0;
     if (handle_ < 0) {
         error = static_cast<int>(ZPSClient_GetLastError());
         return false;
     }
     ZPSClient_SetRtspTimeout(handle_, 6);
+    std::string params = std::string("{\"transport\":\"") + (udp ? "udp" : "tcp") + "\"";
     if (!token.empty()) {
-        const std::string params = "{\"token\":\"" + token + "\"}";
-        ZPSClient_SetSessionParams(handle_, params.c_str(), static_cast<int>(params.size()));
+        params += ",\"token\":\"" + token + "\"";
     }
+    params += "}";
+    ZPSClient_SetSessionParams(handle_, params.c_str(), static_cast<int>(params.size()));
     ZPSClient_SetDataCallBack(handle_, &CZpsSession::OnData, this);
     if (ZPSClient_StartVoiceTalk(handle_, url.c_str(), "bcast-platform-test", 36864, user.c_str(),
                                  password.c_str()) != 0) {

@@ -30,10 +30,11 @@ public:
     CZpsSession(const CZpsSession&) = delete;
     CZpsSession& operator=(const CZpsSession&) = delete;
 
-    /// Opens `url` with the token in the X-Token header (none when empty) and the RTSP account. False with
-    /// the library's error (ZPSClientError) in `error`.
+    /// Opens `url` with the token in the X-Token header (none when empty) and the RTSP account, RTP
+    /// interleaved on the RTSP connection or, with `udp`, over UDP. False with the library's error
+    /// (ZPSClientError) in `error`.
     bool Start(const std::string& url, const std::string& token, const std::string& user,
-               const std::string& password, int& error);
+               const std::string& password, int& error, bool udp = false);
     bool Send(const uint8_t* data, std::size_t size);
     /// Sends what is queued and tears the stream down.
     void Stop();
