@@ -47,6 +47,7 @@ struct COemSpeakers::Socket {
     bool haveSequence = false;
     uint16_t lastSequence = 0;
     uint32_t ssrc = 0;
+    bool warned = false;  ///< a decoding problem was logged (once per speaker)
     std::map<int, std::unique_ptr<CSpeakerDecoder>> decoders;  ///< by payload type
 };
 
@@ -205,7 +206,8 @@ void COemSpeakers::Receive(Socket& socket) {
         }
         std::vector<int16_t> pcm;
         std::string error;
-        if (!decoder->Decode(packet.payload, packet.payloadSize, pcm, error)) {
+        if (!decoder->Decode(packet.payload, packet.payloadSize, pcm, error) && !socket.warned) {
+            socket.warned = true;
             TAL_LOG(Tal::Base::kLogWarn, "Platform", "[%s]UDP speaker of device %d: %s[%s(%d)]",
                     socket.stats.deviceId, error.c_str());
         }

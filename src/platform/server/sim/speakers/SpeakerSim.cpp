@@ -219,6 +219,7 @@ void CSpeakerSim::BeginSessionLocked(Speaker& s, Session session, const std::str
     s.bytesReceived = 0;
     s.droppedBytes = 0;
     ++s.sessions;
+    s.wavPath.clear();
     if (!s.online) {
         return;  // an offline speaker records nothing
     }
