@@ -47,6 +47,11 @@ int main(int argc, char** argv) {
     std::fprintf(stdout, "bcast-platform: fixture %s\n", server.FixturePath().c_str());
     std::fprintf(stdout, "bcast-platform: REST listening on %s\n", server.RestUrl().c_str());
     std::fprintf(stdout, "bcast-platform: push listening on %s\n", server.PushUrl().c_str());
+    const std::string streaming = server.StreamingUrl();
+    if (!streaming.empty()) {
+        std::fprintf(stdout, "bcast-platform: streaming server on %s\n", streaming.c_str());
+    }
+    std::fprintf(stdout, "bcast-platform: speakers record to %s\n", server.SpeakerDir().c_str());
     std::fflush(stdout);
     const int rc = app.exec();
     server.Stop();

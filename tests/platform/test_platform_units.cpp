@@ -105,6 +105,15 @@ TEST(FixtureLoader, RefusesInconsistentFixturesNamingTheEntry) {
          "SecureEncryptType"},
         {R"({"Users":[{"ID":1,"Name":"u","Password":"p"}],"BaseConfig":{"IsPromptToneActivated":"yes"}})",
          "\"IsPromptToneActivated\" must be true or false"},
+        {R"({"Users":[{"ID":1,"Name":"u","Password":"p"}],"Devices":[{"ID":1,"Name":"d","DeviceType":2020,)"
+         R"("AccessProtocol":23,"IdleToneHz":5000}]})",
+         "\"IdleToneHz\" must be 50..3900"},
+        {R"({"Users":[{"ID":1,"Name":"u","Password":"p"}],"StreamingServer":{"BackchannelCodec":"OPUS"}})",
+         "\"BackchannelCodec\" must be"},
+        {R"({"Users":[{"ID":1,"Name":"u","Password":"p"}],"StreamingServer":{"PathPrefix":"a/b"}})",
+         "\"PathPrefix\" must be one path segment"},
+        {R"({"Users":[{"ID":1,"Name":"u","Password":"p"}],"StreamingServer":{"RtspPort":70000}})",
+         "\"RtspPort\" is out of range"},
     };
     for (const Case& c : cases) {
         Fixture out;
@@ -141,9 +150,17 @@ TEST(PlatformOptions, CommandLineReadsEveryFlagAndRefusesBadValues) {
     EXPECT_EQ(all.requestLogPath, "r.jsonl");
     EXPECT_EQ(all.workerThreads, 4u);
     EXPECT_TRUE(all.control);
+    EXPECT_EQ(all.speakerDir, DefaultSpeakerDir()) << "speakers record somewhere even without the flag";
+    EXPECT_FALSE(all.anySimPorts);
+    EXPECT_TRUE(all.simPeers);
     PlatformOptions quiet;
-    ASSERT_TRUE(ParseCommandLine({"--no-control"}, quiet, error)) << error;
+    ASSERT_TRUE(ParseCommandLine(
+        {"--no-control", "--speaker-dir", "/tmp/s", "--sim-ports", "any", "--no-peers"}, quiet, error))
+        << error;
     EXPECT_FALSE(quiet.control);
+    EXPECT_EQ(quiet.speakerDir, "/tmp/s");
+    EXPECT_TRUE(quiet.anySimPorts);
+    EXPECT_FALSE(quiet.simPeers);
 
     PlatformOptions any;
     ASSERT_TRUE(ParseCommandLine({"--listen", "[::1]:0"}, any, error)) << error;
@@ -158,6 +175,8 @@ TEST(PlatformOptions, CommandLineReadsEveryFlagAndRefusesBadValues) {
                                                {"--tls-cert", "c.pem"},
                                                {"--listen", "127.0.0.1:5000", "--push-port", "5000"},
                                                {"--fixture"},
+                                               {"--sim-ports", "some"},
+                                               {"--speaker-dir", ""},
                                                {"--bogus", "1"}}) {
         PlatformOptions out;
         error.clear();

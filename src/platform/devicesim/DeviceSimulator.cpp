@@ -58,6 +58,7 @@ struct CDeviceSimulator::Impl {
 
     struct Talk {
         int channel = 0;
+        std::string audioType;
         CChannelRecorder* recorder = nullptr;
     };
 
@@ -200,7 +201,7 @@ struct CDeviceSimulator::Impl {
             return;
         }
         const int channel = document["channel"].GetInt();
-        std::lock_guard<std::mutex> lock(mutex);
+        std::unique_lock<std::mutex> lock(mutex);
         if (config.refusedChannels.count(channel) != 0) {
             ++stats.talksRefused;
             Answer(response, 403, 4, "Channel refused", "channelRefused");
@@ -220,6 +221,7 @@ struct CDeviceSimulator::Impl {
         const std::string talkId = "talk" + std::to_string(nextTalk++);
         Talk talk;
         talk.channel = channel;
+        talk.audioType = stats.audioType;
         talk.recorder = RecorderFor(channel);
         talks[talkId] = talk;
         ++stats.talksOpened;
@@ -230,6 +232,11 @@ struct CDeviceSimulator::Impl {
         response.set_content(
             "{\"VoiceTalk\":{\"talkID\":\"" + talkId + "\",\"channel\":" + std::to_string(channel) + "}}",
             "application/json");
+        lock.unlock();
+        if (config.talkSink) {
+            config.talkSink->OnTalkOpened(talkId, channel,
+                                          request.remote_addr + ":" + std::to_string(request.remote_port));
+        }
     }
 
     void HandleTalkAudio(const httplib::Request& request, httplib::Response& response,
@@ -253,13 +260,18 @@ struct CDeviceSimulator::Impl {
             if (stopping) {
                 return false;  // drop the connection: the device is going down
             }
-            std::lock_guard<std::mutex> lock(mutex);
-            if (talk.recorder != nullptr) {
-                talk.recorder->Write(data, length);
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                if (talk.recorder != nullptr) {
+                    talk.recorder->Write(data, length);
+                }
+                stats.channels[talk.channel].bytes += length;
+                received += length;
+                changed.notify_all();
             }
-            stats.channels[talk.channel].bytes += length;
-            received += length;
-            changed.notify_all();
+            if (config.talkSink) {
+                config.talkSink->OnTalkAudio(talkId, talk.channel, talk.audioType, data, length);
+            }
             return true;
         });
         {
@@ -277,7 +289,7 @@ struct CDeviceSimulator::Impl {
         if (!Authorize(request, response)) {
             return;
         }
-        std::lock_guard<std::mutex> lock(mutex);
+        std::unique_lock<std::mutex> lock(mutex);
         auto it = talks.find(request.matches[1].str());
         if (it == talks.end()) {
             Answer(response, 404, 4, "Invalid talk", "invalidTalkID");
@@ -286,10 +298,16 @@ struct CDeviceSimulator::Impl {
         if (it->second.recorder != nullptr) {
             it->second.recorder->Flush();
         }
+        const std::string talkId = it->first;
+        const int channel = it->second.channel;
         talks.erase(it);
         --stats.talksActive;
         changed.notify_all();
         Answer(response, 200, 1, "OK", "ok");
+        lock.unlock();
+        if (config.talkSink) {
+            config.talkSink->OnTalkClosed(talkId, channel);
+        }
     }
 };
 

@@ -12,6 +12,18 @@
 
 namespace DeviceSim {
 
+/// Receives the voice talks of a device as they happen, on the connection's thread (besides any
+/// recording). Calls for one talk come in order: opened, audio..., closed.
+class ITalkSink {
+public:
+    virtual ~ITalkSink() = default;
+    virtual void OnTalkOpened(const std::string& talkId, int channel, const std::string& peer) = 0;
+    /// `audioType` is the configured format ("G.711ulaw" or "MP3"); `data` is as received.
+    virtual void OnTalkAudio(const std::string& talkId, int channel, const std::string& audioType,
+                             const char* data, std::size_t size) = 0;
+    virtual void OnTalkClosed(const std::string& talkId, int channel) = 0;
+};
+
 struct DeviceSimConfig {
     std::string host = "127.0.0.1";
     int port = 0;  ///< 0 picks a free port
@@ -29,6 +41,8 @@ struct DeviceSimConfig {
     bool stdConfigSupported = true;
     /// Where channel_<n>.wav / channel_<n>.mp3 recordings go; empty: nothing is recorded.
     std::string recordDirectory;
+    /// Told about every talk; may be null.
+    std::shared_ptr<ITalkSink> talkSink;
 };
 
 struct ChannelStats {

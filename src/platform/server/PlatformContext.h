@@ -8,9 +8,9 @@
 #include "platform/server/fixture/Fixture.h"
 #include "platform/server/log/OperationLog.h"
 #include "platform/server/log/RequestLog.h"
-#include "platform/server/push/BroadcastReactor.h"
 #include "platform/server/push/PushControl.h"
 #include "platform/server/session/SessionStore.h"
+#include "platform/server/sim/SimulatedSite.h"
 #include "platform/server/state/BroadcastRegistry.h"
 
 namespace Platform {
@@ -22,7 +22,7 @@ struct PlatformContext {
     CRequestLog& requests;
     COperationLog& oplog;
     CFaultInjector& faults;
-    CBroadcastReactor& reactor;
+    CSimulatedSite& site;
     IPushControl& push;
     CStopSignal& stop;
     std::string listenAddress;  ///< the REST listen address; names the platform when a request has no Host

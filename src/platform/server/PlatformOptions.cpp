@@ -4,6 +4,8 @@
 #include <climits>
 #include <cstdlib>
 
+#include <unistd.h>
+
 namespace Platform {
 
 namespace {
@@ -56,6 +58,10 @@ bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& opt
             options.control = false;
             continue;
         }
+        if (flag == "--no-peers") {
+            options.simPeers = false;
+            continue;
+        }
         if (i + 1 >= args.size()) {
             error = flag.rfind("--", 0) == 0 ? "missing value after " + flag : "unexpected argument " + flag;
             return false;
@@ -84,6 +90,18 @@ bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& opt
             }
         } else if (flag == "--request-log") {
             options.requestLogPath = value;
+        } else if (flag == "--speaker-dir") {
+            if (value.empty()) {
+                error = "--speaker-dir wants a directory";
+                return false;
+            }
+            options.speakerDir = value;
+        } else if (flag == "--sim-ports") {
+            if (value != "fixture" && value != "any") {
+                error = "--sim-ports wants fixture or any, got " + value;
+                return false;
+            }
+            options.anySimPorts = value == "any";
         } else if (flag == "--threads") {
             int threads = 0;
             if (!ParseInt(value, 2, 256, threads)) {
@@ -104,13 +122,17 @@ bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& opt
         error = "the push port must differ from the REST port";
         return false;
     }
+    if (options.speakerDir.empty()) {
+        options.speakerDir = DefaultSpeakerDir();
+    }
     return true;
 }
 
 std::string UsageText() {
     return "usage: bcast-platform [--fixture FILE] [--listen ADDR:PORT] [--push-port N]\n"
            "                      [--tls-cert FILE --tls-key FILE] [--log-level N] [--request-log FILE]\n"
-           "                      [--threads N] [--no-control]\n"
+           "                      [--threads N] [--no-control] [--speaker-dir DIR]\n"
+           "                      [--sim-ports fixture|any] [--no-peers]\n"
            "  --fixture FILE      the site to serve (default: fixtures/demo-site.json in the current "
            "directory,\n"
            "                      else in the source tree)\n"
@@ -120,7 +142,19 @@ std::string UsageText() {
            "  --log-level N       stderr log threshold, 1 trace .. 6 fatal (default 3)\n"
            "  --request-log FILE  also append every request as a JSON line to FILE\n"
            "  --threads N         REST worker threads (default 16)\n"
-           "  --no-control        do not serve the /_control/ interface (faults, logs, reset)\n";
+           "  --no-control        do not serve the /_control/ interface (faults, logs, reset)\n"
+           "  --speaker-dir DIR   where each simulated speaker writes <element id>.wav (default:\n"
+           "                      $TMPDIR or /tmp, bcast-platform-speakers-<uid>)\n"
+           "  --sim-ports P       fixture: the streaming server, devices and UDP speakers listen on the\n"
+           "                      fixture's ports (default); any: on free ports, which the platform hands "
+           "out\n"
+           "  --no-peers          simulate the speakers only: no streaming server, devices or UDP sockets\n";
+}
+
+std::string DefaultSpeakerDir() {
+    const char* tmp = std::getenv("TMPDIR");
+    const std::string base = tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp";
+    return base + "/bcast-platform-speakers-" + std::to_string(::getuid());
 }
 
 std::vector<std::string> DefaultFixtureCandidates() {

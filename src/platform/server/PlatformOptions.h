@@ -20,7 +20,10 @@ struct PlatformOptions {
     int logLevel = 3;  ///< log lines at or above this level go to stderr
     std::string requestLogPath;
     size_t workerThreads = 16;
-    bool control = true;  ///< serve the /_control/ interface
+    bool control = true;       ///< serve the /_control/ interface
+    std::string speakerDir;    ///< where the simulated speakers write what they play; see DefaultSpeakerDir
+    bool anySimPorts = false;  ///< --sim-ports any: simulated peers on free ports, not the fixture's
+    bool simPeers = true;      ///< --no-peers: no streaming server, devices or UDP speakers
     bool help = false;
 
     /// The push port to bind.
@@ -30,6 +33,9 @@ struct PlatformOptions {
 /// Reads the arguments after the program name. False with a message on an unknown flag or a bad value.
 bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& options, std::string& error);
 std::string UsageText();
+
+/// $TMPDIR (or /tmp) /bcast-platform-speakers-<uid>.
+std::string DefaultSpeakerDir();
 
 /// Where the default fixture is looked for, in order: fixtures/demo-site.json below the current directory,
 /// then below the source tree the program was built from.

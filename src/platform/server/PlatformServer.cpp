@@ -9,6 +9,8 @@
 #include "platform/server/http/RestGateway.h"
 #include "platform/server/push/PushHub.h"
 #include "platform/server/push/QtScheduler.h"
+#include "platform/server/sim/speakers/SpeakerSim.h"
+#include "platform/server/sim/streaming/StreamingServer.h"
 
 namespace Platform {
 
@@ -48,6 +50,9 @@ CPlatformServer::~CPlatformServer() {
 }
 
 bool CPlatformServer::Start(std::string& error) {
+    if (options_.speakerDir.empty()) {
+        options_.speakerDir = DefaultSpeakerDir();
+    }
     fixturePath_ = options_.fixturePath;
     if (fixturePath_.empty()) {
         std::string tried;
@@ -81,15 +86,28 @@ bool CPlatformServer::Start(std::string& error) {
         return false;
     }
     scheduler_ = std::make_unique<CQtScheduler>();
-    reactor_ = std::make_unique<CBroadcastReactor>(fixture_, *registry_, *hub_, *scheduler_);
+    SiteOptions site;
+    site.speakerDir = options_.speakerDir;
+    site.bindAddress = options_.listenAddress;
+    site.anyPorts = options_.anySimPorts;
+    site.peers = options_.simPeers;
+    site_ = std::make_unique<CSimulatedSite>(fixture_, *registry_, *hub_, *scheduler_, site);
+    // The peers' ports go into the fixture before anything is served from it.
+    if (!site_->Start(error)) {
+        scheduler_->Shutdown();
+        hub_->Stop();
+        return false;
+    }
     context_ = std::make_unique<PlatformContext>(PlatformContext{fixture_, sessions_, *registry_, requests_,
-                                                                 oplog_, faults_, *reactor_, *hub_, stop_,
+                                                                 oplog_, faults_, *site_, *hub_, stop_,
                                                                  options_.listenAddress});
     RegisterRoutes();
     gateway_ = std::make_unique<CRestGateway>(api_, control_, *context_);
 
     http_ = std::make_unique<CHttpServer>(options_.workerThreads);
     if (tls && !http_->EnableTls(options_.tlsCert, options_.tlsKey, error)) {
+        scheduler_->Shutdown();
+        site_->Stop();
         hub_->Stop();
         return false;
     }
@@ -125,6 +143,8 @@ bool CPlatformServer::Start(std::string& error) {
     }
     if (restPort_ <= 0) {
         error = "cannot listen on " + options_.listenAddress + ":" + std::to_string(options_.listenPort);
+        scheduler_->Shutdown();
+        site_->Stop();
         hub_->Stop();
         return false;
     }
@@ -145,6 +165,7 @@ void CPlatformServer::RegisterRoutes() {
     AddRealtimeRoutes(api_, *context_);
     AddResourceRoutes(api_, *context_);
     AddOplogRoutes(api_, *context_);
+    AddVoiceTalkRoutes(api_, *context_);
     if (options_.control) {
         AddControlRoutes(control_, *context_);
     }
@@ -160,8 +181,9 @@ void CPlatformServer::Stop() {
     if (httpThread_.joinable()) {
         httpThread_.join();
     }
-    // Pending prompt-tone timers use the reactor: they go before it does.
+    // Pending timers use the speakers, and the speakers publish to the hub: timers go first, the hub last.
     scheduler_->Shutdown();
+    site_->Stop();
     hub_->Stop();
     TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]stopped[%s(%d)]");
 }
@@ -169,6 +191,13 @@ void CPlatformServer::Stop() {
 std::string CPlatformServer::RestUrl() const {
     return std::string(options_.tlsCert.empty() ? "http://" : "https://") + UrlHost(options_.listenAddress) +
            ":" + std::to_string(restPort_);
+}
+
+std::string CPlatformServer::StreamingUrl() const {
+    if (!site_ || site_->Streaming() == nullptr) {
+        return std::string();
+    }
+    return "rtsp://" + UrlHost(options_.listenAddress) + ":" + std::to_string(site_->Streaming()->Port());
 }
 
 std::string CPlatformServer::PushUrl() const {

@@ -31,6 +31,9 @@ public:
 
     std::string RestUrl() const;
     std::string PushUrl() const;
+    /// rtsp://HOST:PORT of the streaming server, empty when the site runs without peers.
+    std::string StreamingUrl() const;
+    const std::string& SpeakerDir() const { return options_.speakerDir; }
     const std::string& FixturePath() const { return fixturePath_; }
 
 private:
@@ -47,7 +50,7 @@ private:
     CStopSignal stop_;
     std::unique_ptr<CPushHub> hub_;
     std::unique_ptr<CQtScheduler> scheduler_;
-    std::unique_ptr<CBroadcastReactor> reactor_;
+    std::unique_ptr<CSimulatedSite> site_;
     std::unique_ptr<PlatformContext> context_;
     CRouter api_;
     CRouter control_;

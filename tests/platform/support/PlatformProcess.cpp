@@ -69,11 +69,27 @@ CPlatformProcess::~CPlatformProcess() {
     }
 }
 
-bool CPlatformProcess::Spawn(const std::vector<std::string>& args) {
+bool CPlatformProcess::Spawn(std::vector<std::string> args) {
     dir_ = MakeTempDir("platform");
     if (dir_.empty()) {
         error_ = "cannot make a scratch directory";
         return false;
+    }
+    bool hasSimPorts = false;
+    bool hasSpeakerDir = false;
+    for (const std::string& a : args) {
+        hasSimPorts = hasSimPorts || a == "--sim-ports";
+        hasSpeakerDir = hasSpeakerDir || a == "--speaker-dir";
+    }
+    // Suites run side by side: the simulated peers take free ports, not the fixture's fixed ones, and
+    // each platform records its speakers in its own scratch directory.
+    if (!hasSimPorts) {
+        args.push_back("--sim-ports");
+        args.push_back("any");
+    }
+    if (!hasSpeakerDir) {
+        args.push_back("--speaker-dir");
+        args.push_back(dir_ + "/speakers");
     }
     const std::string binary = PlatformBinary();
     if (::access(binary.c_str(), X_OK) != 0) {
@@ -120,7 +136,9 @@ bool CPlatformProcess::Start(std::vector<std::string> args) {
         const std::string out = Stdout();
         restUrl_ = LineValue(out, "REST listening on ");
         pushUrl_ = LineValue(out, "push listening on ");
-        if (!restUrl_.empty() && !pushUrl_.empty()) {
+        if (!restUrl_.empty() && !pushUrl_.empty() && !LineValue(out, "speakers record to ").empty()) {
+            streamingUrl_ = LineValue(out, "streaming server on ");
+            speakerDir_ = LineValue(out, "speakers record to ");
             return true;
         }
         int status = 0;

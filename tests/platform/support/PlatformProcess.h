@@ -24,8 +24,9 @@ public:
     CPlatformProcess(const CPlatformProcess&) = delete;
     CPlatformProcess& operator=(const CPlatformProcess&) = delete;
 
-    /// Starts the program with these arguments (plus "--listen 127.0.0.1:0" when none is given) and waits
-    /// up to 20 s for both addresses. False with `Error()` naming what went wrong.
+    /// Starts the program with these arguments (plus "--listen 127.0.0.1:0", "--sim-ports any" and a
+    /// private "--speaker-dir" when they are not given) and waits up to 20 s for its addresses. False with
+    /// `Error()` naming what went wrong.
     bool Start(std::vector<std::string> args = {});
     /// Starts the program and waits for it to end by itself (for start-up failures); returns its exit code,
     /// -1 when it had to be killed.
@@ -36,19 +37,25 @@ public:
 
     const std::string& RestUrl() const { return restUrl_; }
     const std::string& PushUrl() const { return pushUrl_; }
+    /// rtsp://HOST:PORT of the streaming server; empty when it runs without one.
+    const std::string& StreamingUrl() const { return streamingUrl_; }
+    /// Where the speakers write their WAV files.
+    const std::string& SpeakerDir() const { return speakerDir_; }
     const std::string& Error() const { return error_; }
     std::string Stdout() const;
     std::string Stderr() const;
     pid_t Pid() const { return pid_; }
 
 private:
-    bool Spawn(const std::vector<std::string>& args);
+    bool Spawn(std::vector<std::string> args);
     int WaitExit(int timeoutMs);
 
     pid_t pid_ = -1;
     std::string dir_;
     std::string restUrl_;
     std::string pushUrl_;
+    std::string streamingUrl_;
+    std::string speakerDir_;
     std::string error_;
 };
 

@@ -43,7 +43,8 @@ RestResponse Oplog(const RestRequest&, PlatformContext& context) {
     return Ok(w.Text());
 }
 
-// Request (optional): {"Sessions":true} also closes every session.
+// Request (optional): {"Sessions":true} also closes every session. The simulated site goes back to the
+// fixture's state (plays ended without pushes, talk addresses closed, refusals lifted).
 RestResponse Reset(const RestRequest& request, PlatformContext& context) {
     rapidjson::Document body;
     RestResponse error;
@@ -54,6 +55,7 @@ RestResponse Reset(const RestRequest& request, PlatformContext& context) {
     context.requests.Clear();
     context.oplog.Clear();
     context.registry.Reset();
+    context.site.Reset();
     if (Json::GetBool(body, "Sessions", false)) {
         for (const SessionInfo& s : context.sessions.All()) {
             context.push.CloseSession(s.token);
@@ -245,6 +247,7 @@ void AddControlRoutes(CRouter& router, PlatformContext& context) {
     add("POST", "/push/send", PushSend);
     add("GET", "/broadcasts", Broadcasts);
     add("POST", "/security", Security);
+    AddSimulationControlRoutes(router, context);
 }
 
 }  // namespace Platform

@@ -9,6 +9,7 @@
 #include "platform/server/handlers/HandlerUtil.h"
 #include "platform/server/handlers/Routes.h"
 #include "platform/server/json/Json.h"
+#include "platform/server/sim/speakers/SpeakerSim.h"
 
 namespace Platform {
 
@@ -191,7 +192,7 @@ RestResponse CommonUrlList(const RestRequest& request, PlatformContext& context)
         context.registry.AddGroup(g);
         TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]broadcast group %s for %d elements: %s[%s(%d)]",
                 g.guid.c_str(), static_cast<int>(g.elementIds.size()), g.url.c_str());
-        context.reactor.OnGroupCreated(g);
+        context.site.OnGroupCreated(g);
     }
     return Ok(w.Text());
 }
@@ -231,9 +232,9 @@ RestResponse UpdateBroadcastStatus(const RestRequest& request, PlatformContext& 
                                  "element " + std::to_string(id) + " is not in group " + guid);
         }
     }
-    context.reactor.OnBroadcastStatus(guid, ids, status,
-                                      static_cast<int>(Json::GetInt(body, "ErrorModule", 0)),
-                                      static_cast<int>(Json::GetInt(body, "ErrorCode", 0)));
+    context.site.Speakers().OnBroadcastStatus(guid, ids, status,
+                                              static_cast<int>(Json::GetInt(body, "ErrorModule", 0)),
+                                              static_cast<int>(Json::GetInt(body, "ErrorCode", 0)));
     return Ok();
 }
 
@@ -268,9 +269,9 @@ RestResponse PromptTone(const RestRequest& request, PlatformContext& context, bo
         return error;
     }
     if (start) {
-        context.reactor.OnPromptToneStart(guids);
+        context.site.Speakers().OnPromptToneStart(guids);
     } else {
-        context.reactor.OnPromptToneStop(guids);
+        context.site.Speakers().OnPromptToneStop(guids);
     }
     return Ok();
 }
@@ -336,7 +337,7 @@ RestResponse Tts(const RestRequest& request, PlatformContext& context) {
         int code = 0;
         if (e == nullptr) {
             code = kErrNotFound;
-        } else if (start && e->terminalStatus == 0) {
+        } else if (start && !context.site.Speakers().IsOnline(id)) {
             code = kErrTerminalOffline;
         }
         if (code != 0) {
@@ -358,9 +359,10 @@ RestResponse Tts(const RestRequest& request, PlatformContext& context) {
     w.EndArray().EndObject();
     if (start) {
         context.registry.StartTts(plays);
-        context.reactor.OnTtsStarted(valid);
+        context.site.Speakers().StartTts(valid, content, language);
     } else {
-        context.reactor.OnTtsStopped(context.registry.StopTts(valid));
+        context.site.Speakers().StopTts(valid);
+        context.registry.StopTts(valid);
     }
     return Ok(w.Text());
 }

@@ -20,7 +20,10 @@ void AddRealtimeRoutes(CRouter& router, PlatformContext& context);
 void AddResourceRoutes(CRouter& router, PlatformContext& context);
 /// The operation log.
 void AddOplogRoutes(CRouter& router, PlatformContext& context);
-/// The control interface for tests (no session needed).
+/// Voice-talk (listen) addresses of the client framework.
+void AddVoiceTalkRoutes(CRouter& router, PlatformContext& context);
+/// The control interface for tests (no session needed), with the simulated site's part.
 void AddControlRoutes(CRouter& router, PlatformContext& context);
+void AddSimulationControlRoutes(CRouter& router, PlatformContext& context);
 
 }  // namespace Platform

@@ -5,6 +5,7 @@
 #include "platform/server/handlers/HandlerUtil.h"
 #include "platform/server/handlers/Routes.h"
 #include "platform/server/json/Json.h"
+#include "platform/server/sim/speakers/SpeakerSim.h"
 
 namespace Platform {
 
@@ -37,7 +38,7 @@ RestResponse Partitions(const RestRequest& request, PlatformContext& context) {
     return Ok(w.Text());
 }
 
-void WriteTerminal(Json::CWriter& w, const Element& e) {
+void WriteTerminal(Json::CWriter& w, const Element& e, bool online) {
     w.BeginObject().Int("ID", e.id);
     w.BeginObject("BaseInfo").String("Name", e.name);
     // A terminal outside every partition has no list at all.
@@ -47,7 +48,8 @@ void WriteTerminal(Json::CWriter& w, const Element& e) {
     w.EndObject();
     w.BeginObject("Config").Int("PeerTaskHandling", e.peerTaskHandling).Int("AudioCount", e.audioCount);
     w.Int("Volume", e.volume).EndObject();
-    w.Int("TerminalStatus", e.terminalStatus);
+    // The speaker's state now: the fixture's, unless the control interface changed it.
+    w.Int("TerminalStatus", online ? 1 : 0);
     w.BeginObject("Area").Int("AreaID", e.areaId).String("AreaName", e.areaName).EndObject();
     w.EndObject();
 }
@@ -85,7 +87,7 @@ RestResponse Terminals(const RestRequest& request, PlatformContext& context) {
             }
         }
         if (ContainsNoCase(e.name, name)) {
-            WriteTerminal(w, e);
+            WriteTerminal(w, e, context.site.Speakers().IsOnline(e.id));
         }
     }
     w.EndArray().EndObject().EndObject();

@@ -1,0 +1,53 @@
+#pragma once
+// Decodes what a transport carries to a speaker into the speaker's own format: 16-bit mono PCM at
+// 8000 Hz. One object per incoming stream (G.722 and MP3 keep state between blocks).
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Tal {
+namespace MediaCodec {
+class IAudioDecoder;
+class CResampler;
+}  // namespace MediaCodec
+}  // namespace Tal
+
+namespace Platform {
+
+enum class SpeakerCodec { kPcmu, kPcma, kG722, kMp3 };
+
+/// RTP payload type of a codec in the speakers' streams: 0, 8, 9 and 14.
+int PayloadTypeOf(SpeakerCodec codec);
+/// The codec of a static RTP payload type; false for any other.
+bool CodecOfPayloadType(int payloadType, SpeakerCodec& codec);
+const char* CodecName(SpeakerCodec codec);
+
+class CSpeakerDecoder {
+public:
+    static constexpr int kSampleRate = 8000;
+
+    explicit CSpeakerDecoder(SpeakerCodec codec);
+    ~CSpeakerDecoder();
+    CSpeakerDecoder(const CSpeakerDecoder&) = delete;
+    CSpeakerDecoder& operator=(const CSpeakerDecoder&) = delete;
+
+    SpeakerCodec Codec() const { return codec_; }
+    /// Appends the decoded samples to `out`. False with a reason on data the codec cannot decode; what
+    /// decoded before the fault is kept.
+    bool Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>& out, std::string& error);
+
+private:
+    bool Resample(const std::vector<int16_t>& pcm, int rate, int channels, std::vector<int16_t>& out,
+                  std::string& error);
+
+    SpeakerCodec codec_;
+    std::unique_ptr<Tal::MediaCodec::IAudioDecoder> decoder_;
+    std::unique_ptr<Tal::MediaCodec::CResampler> resampler_;
+    int resamplerRate_ = 0;
+    std::vector<int16_t> scratch_;
+};
+
+}  // namespace Platform

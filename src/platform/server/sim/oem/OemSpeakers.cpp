@@ -1,0 +1,219 @@
+#include "platform/server/sim/oem/OemSpeakers.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+#include "framework/base/FormatLog.h"
+#include "platform/server/sim/audio/SpeakerDecoder.h"
+#include "platform/server/sim/oem/RtpPacket.h"
+#include "platform/server/sim/speakers/SpeakerSim.h"
+
+namespace Platform {
+
+namespace {
+
+/// A file descriptor closed with its owner.
+class CFd {
+public:
+    explicit CFd(int fd = -1) : fd_(fd) {}
+    ~CFd() {
+        if (fd_ >= 0) {
+            ::close(fd_);
+        }
+    }
+    CFd(const CFd&) = delete;
+    CFd& operator=(const CFd&) = delete;
+    int Get() const { return fd_; }
+
+private:
+    int fd_;
+};
+
+constexpr std::size_t kMaxDatagram = 65536;
+
+}  // namespace
+
+struct COemSpeakers::Socket {
+    OemSpeakerStats stats;
+    std::unique_ptr<CFd> fd;
+    bool haveSequence = false;
+    uint16_t lastSequence = 0;
+    uint32_t ssrc = 0;
+    bool warned = false;  ///< a decoding problem was logged (once per speaker)
+    std::map<int, std::unique_ptr<CSpeakerDecoder>> decoders;  ///< by payload type
+};
+
+COemSpeakers::COemSpeakers(CSpeakerSim& speakers) : speakers_(speakers) {}
+
+COemSpeakers::~COemSpeakers() {
+    Stop();
+}
+
+bool COemSpeakers::Start(const std::vector<OemSpeakerConfig>& speakers, std::string& error) {
+    std::vector<std::unique_ptr<Socket>> sockets;
+    for (const OemSpeakerConfig& config : speakers) {
+        auto socket = std::make_unique<Socket>();
+        socket->stats.deviceId = config.deviceId;
+        socket->stats.address = config.address;
+        socket->fd = std::make_unique<CFd>(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<uint16_t>(config.port));
+        const std::string where = "speaker device " + std::to_string(config.deviceId) + " (UDP " +
+                                  config.address + ":" + std::to_string(config.port) + ")";
+        if (socket->fd->Get() < 0 || ::inet_pton(AF_INET, config.address.c_str(), &address.sin_addr) != 1) {
+            error = where + ": not an IPv4 address this host can use";
+            return false;
+        }
+        if (::bind(socket->fd->Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+            error = where + ": cannot bind: " + std::strerror(errno);
+            return false;
+        }
+        socklen_t length = sizeof(address);
+        ::getsockname(socket->fd->Get(), reinterpret_cast<sockaddr*>(&address), &length);
+        socket->stats.port = ntohs(address.sin_port);
+        sockets.push_back(std::move(socket));
+    }
+    wakeFd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (wakeFd_ < 0) {
+        error = std::string("eventfd: ") + std::strerror(errno);
+        return false;
+    }
+    sockets_ = std::move(sockets);
+    thread_ = std::thread([this] { Run(); });
+    for (const auto& s : sockets_) {
+        TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]UDP speaker of device %d on %s:%d[%s(%d)]",
+                s->stats.deviceId, s->stats.address.c_str(), s->stats.port);
+    }
+    return true;
+}
+
+void COemSpeakers::Stop() {
+    if (thread_.joinable()) {
+        const uint64_t one = 1;
+        if (::write(wakeFd_, &one, sizeof(one)) < 0) {
+            TAL_LOG(Tal::Base::kLogWarn, "Platform", "[%s]cannot wake the UDP speakers: %s[%s(%d)]",
+                    std::strerror(errno));
+        }
+        thread_.join();
+    }
+    if (wakeFd_ >= 0) {
+        ::close(wakeFd_);
+        wakeFd_ = -1;
+    }
+    sockets_.clear();
+}
+
+int COemSpeakers::PortOf(int deviceId) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto& s : sockets_) {
+        if (s->stats.deviceId == deviceId) {
+            return s->stats.port;
+        }
+    }
+    return 0;
+}
+
+std::vector<OemSpeakerStats> COemSpeakers::Stats() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<OemSpeakerStats> out;
+    for (const auto& s : sockets_) {
+        out.push_back(s->stats);
+    }
+    return out;
+}
+
+void COemSpeakers::Run() {
+    std::vector<pollfd> fds;
+    fds.push_back(pollfd{wakeFd_, POLLIN, 0});
+    for (const auto& s : sockets_) {
+        fds.push_back(pollfd{s->fd->Get(), POLLIN, 0});
+    }
+    while (true) {
+        const int ready = ::poll(fds.data(), fds.size(), -1);
+        if (ready < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            TAL_LOG(Tal::Base::kLogError, "Platform", "[%s]UDP speakers stop: poll: %s[%s(%d)]",
+                    std::strerror(errno));
+            return;
+        }
+        if (fds[0].revents != 0) {
+            return;
+        }
+        for (std::size_t i = 1; i < fds.size(); ++i) {
+            if (fds[i].revents & POLLIN) {
+                Receive(*sockets_[i - 1]);
+            }
+        }
+    }
+}
+
+void COemSpeakers::Receive(Socket& socket) {
+    std::vector<uint8_t> buffer(kMaxDatagram);
+    while (true) {
+        sockaddr_in from{};
+        socklen_t length = sizeof(from);
+        const ssize_t got = ::recvfrom(socket.fd->Get(), buffer.data(), buffer.size(), 0,
+                                       reinterpret_cast<sockaddr*>(&from), &length);
+        if (got < 0) {
+            return;  // EAGAIN: everything read
+        }
+        char ip[INET_ADDRSTRLEN] = {0};
+        ::inet_ntop(AF_INET, &from.sin_addr, ip, sizeof(ip));
+        const std::string source = std::string(ip) + ":" + std::to_string(ntohs(from.sin_port));
+        RtpPacket packet;
+        SpeakerCodec codec = SpeakerCodec::kPcmu;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            socket.stats.lastSource = source;
+            if (!ParseRtp(buffer.data(), static_cast<std::size_t>(got), packet)) {
+                ++socket.stats.malformed;
+                continue;
+            }
+            if (!CodecOfPayloadType(packet.payloadType, codec)) {
+                ++socket.stats.unsupported;
+                continue;
+            }
+            // A new sender (another SSRC) starts a new sequence.
+            if (socket.haveSequence && packet.ssrc == socket.ssrc) {
+                const int16_t delta = static_cast<int16_t>(packet.sequence - socket.lastSequence);
+                if (delta <= 0) {
+                    ++socket.stats.late;
+                    continue;
+                }
+                socket.stats.lost += static_cast<uint64_t>(delta - 1);
+            }
+            socket.haveSequence = true;
+            socket.ssrc = packet.ssrc;
+            socket.lastSequence = packet.sequence;
+            ++socket.stats.packets;
+            socket.stats.payloadBytes += packet.payloadSize;
+            socket.stats.codec = CodecName(codec);
+        }
+        auto& decoder = socket.decoders[packet.payloadType];
+        if (!decoder) {
+            decoder = std::make_unique<CSpeakerDecoder>(codec);
+        }
+        std::vector<int16_t> pcm;
+        std::string error;
+        if (!decoder->Decode(packet.payload, packet.payloadSize, pcm, error) && !socket.warned) {
+            socket.warned = true;
+            TAL_LOG(Tal::Base::kLogWarn, "Platform", "[%s]UDP speaker of device %d: %s[%s(%d)]",
+                    socket.stats.deviceId, error.c_str());
+        }
+        speakers_.OnDeviceAudio(socket.stats.deviceId, 0, SpeakerTransport::kUdp, source, pcm.data(),
+                                pcm.size(), packet.payloadSize);
+    }
+}
+
+}  // namespace Platform

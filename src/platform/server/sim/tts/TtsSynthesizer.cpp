@@ -1,0 +1,238 @@
+#include "platform/server/sim/tts/TtsSynthesizer.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include "framework/base/FileSystem.h"
+#include "framework/media/codec/AudioCodec.h"
+#include "framework/media/codec/Resampler.h"
+
+extern char** environ;
+
+namespace Platform {
+
+namespace {
+
+constexpr int kSpeakerRate = 8000;
+
+uint32_t Le32(const std::string& b, std::size_t at) {
+    return static_cast<uint32_t>(static_cast<uint8_t>(b[at])) |
+           (static_cast<uint32_t>(static_cast<uint8_t>(b[at + 1])) << 8) |
+           (static_cast<uint32_t>(static_cast<uint8_t>(b[at + 2])) << 16) |
+           (static_cast<uint32_t>(static_cast<uint8_t>(b[at + 3])) << 24);
+}
+
+uint16_t Le16(const std::string& b, std::size_t at) {
+    return static_cast<uint16_t>(static_cast<uint8_t>(b[at]) |
+                                 (static_cast<uint16_t>(static_cast<uint8_t>(b[at + 1])) << 8));
+}
+
+// A child process that is killed and reaped when the object goes away.
+class CChild {
+public:
+    CChild() = default;
+    ~CChild() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            int status = 0;
+            ::waitpid(pid_, &status, 0);
+        }
+    }
+    CChild(const CChild&) = delete;
+    CChild& operator=(const CChild&) = delete;
+
+    bool Spawn(const std::vector<std::string>& argv, const std::string& stderrPath) {
+        std::vector<std::string> args = argv;
+        std::vector<char*> cargs;
+        for (std::string& a : args) {
+            cargs.push_back(&a[0]);
+        }
+        cargs.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, 2, stderrPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        const int rc = posix_spawnp(&pid_, cargs[0], &actions, nullptr, cargs.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        if (rc != 0) {
+            pid_ = -1;
+            return false;
+        }
+        return true;
+    }
+
+    /// Waits for the end; -1 when cancelled or past the deadline (the child is killed then), else the exit
+    /// status (128 + signal for a signal).
+    int Wait(const std::atomic<bool>& cancelled, int timeoutMs) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+        while (pid_ > 0) {
+            int status = 0;
+            const pid_t done = ::waitpid(pid_, &status, WNOHANG);
+            if (done == pid_) {
+                pid_ = -1;
+                return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            }
+            if (cancelled || std::chrono::steady_clock::now() > deadline) {
+                return -1;  // the destructor kills it
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return -1;
+    }
+
+private:
+    pid_t pid_ = -1;
+};
+
+std::string ReadText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
+        text.pop_back();
+    }
+    return text.substr(0, 400);
+}
+
+}  // namespace
+
+bool ReadPcmWav(const std::string& path, std::vector<int16_t>& samples, int& sampleRate, std::string& error) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        error = "cannot open " + path;
+        return false;
+    }
+    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (bytes.size() < 12 || bytes.compare(0, 4, "RIFF") != 0 || bytes.compare(8, 4, "WAVE") != 0) {
+        error = path + " is not a WAV file";
+        return false;
+    }
+    int channels = 0;
+    int bits = 0;
+    sampleRate = 0;
+    std::size_t at = 12;
+    while (at + 8 <= bytes.size()) {
+        const std::string id = bytes.substr(at, 4);
+        std::size_t size = Le32(bytes, at + 4);
+        const std::size_t body = at + 8;
+        if (id == "fmt " && size >= 16 && body + 16 <= bytes.size()) {
+            if (Le16(bytes, body) != 1) {
+                error = path + " is not PCM";
+                return false;
+            }
+            channels = Le16(bytes, body + 2);
+            sampleRate = static_cast<int>(Le32(bytes, body + 4));
+            bits = Le16(bytes, body + 14);
+        } else if (id == "data") {
+            if (channels < 1 || channels > 2 || bits != 16 || sampleRate <= 0) {
+                error = path + ": only 16-bit mono or stereo PCM is read";
+                return false;
+            }
+            // A writer that could not seek back leaves a placeholder size: take what the file holds.
+            size = std::min(size, bytes.size() - body);
+            const std::size_t frames = size / (2 * static_cast<std::size_t>(channels));
+            samples.clear();
+            samples.reserve(frames);
+            for (std::size_t f = 0; f < frames; ++f) {
+                int sum = 0;
+                for (int c = 0; c < channels; ++c) {
+                    sum += static_cast<int16_t>(Le16(bytes, body + (f * channels + c) * 2));
+                }
+                samples.push_back(static_cast<int16_t>(sum / channels));
+            }
+            return true;
+        }
+        at = body + size + (size & 1);
+    }
+    error = path + " has no audio data";
+    return false;
+}
+
+CTtsSynthesizer::CTtsSynthesizer(std::string workDirectory, std::string program)
+    : workDirectory_(std::move(workDirectory)), program_(std::move(program)) {}
+
+std::string CTtsSynthesizer::VoiceFor(const std::string& languageKey) {
+    std::string key;
+    for (char c : languageKey) {
+        key += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    std::replace(key.begin(), key.end(), '_', '-');
+    if (key.rfind("zh", 0) == 0) {
+        return "cmn";
+    }
+    if (key == "en-us" || key == "en-gb") {
+        return key;
+    }
+    const std::size_t dash = key.find('-');
+    return dash == std::string::npos ? key : key.substr(0, dash);
+}
+
+bool CTtsSynthesizer::Synthesize(const std::string& text, const std::string& voice,
+                                 const std::atomic<bool>& cancelled, std::vector<int16_t>& samples,
+                                 std::string& error, int timeoutMs) const {
+    static std::atomic<int> counter{0};
+    const std::string stem = Tal::Base::FileSystem::JoinPath(
+        workDirectory_, ".tts-" + std::to_string(::getpid()) + "-" + std::to_string(++counter));
+    const std::string wav = stem + ".wav";
+    const std::string log = stem + ".log";
+    struct Cleanup {
+        std::string a, b;
+        ~Cleanup() {
+            std::remove(a.c_str());
+            std::remove(b.c_str());
+        }
+    } cleanup{wav, log};
+
+    int status = -1;
+    {
+        CChild child;
+        // The text is one argument after "--": never read as an option, never seen by a shell.
+        if (!child.Spawn({program_, "-v", voice, "-w", wav, "--", text}, log)) {
+            error = "cannot run " + program_ + " (is it installed?)";
+            return false;
+        }
+        status = child.Wait(cancelled, timeoutMs);
+    }
+    if (cancelled) {
+        error = "cancelled";
+        return false;
+    }
+    if (status != 0) {
+        error = status < 0 ? program_ + " took longer than " + std::to_string(timeoutMs) + " ms"
+                           : program_ + " failed (" + std::to_string(status) + "): " + ReadText(log);
+        return false;
+    }
+    std::vector<int16_t> speech;
+    int rate = 0;
+    if (!ReadPcmWav(wav, speech, rate, error)) {
+        return false;
+    }
+    samples.clear();
+    if (rate == kSpeakerRate) {
+        samples = std::move(speech);
+        return true;
+    }
+    Tal::MediaCodec::CResampler resampler;
+    if (resampler.Open(rate, kSpeakerRate, 1) != Tal::MediaCodec::kCodecOk ||
+        resampler.Process(speech.data(), speech.size(), &samples) != Tal::MediaCodec::kCodecOk ||
+        resampler.Flush(&samples) != Tal::MediaCodec::kCodecOk) {
+        error = std::string("resampling the speech failed: ") + resampler.LastErrorText();
+        return false;
+    }
+    return true;
+}
+
+}  // namespace Platform
