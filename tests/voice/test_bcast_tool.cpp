@@ -147,3 +147,52 @@ TEST_F(BcastToolTest, EncodeRefusalsLeaveNoOutput) {
     EXPECT_EQ(Tool({"encode", mp3, "--type", "1", "-o", files_.File("no/such/dir/out.ul")}).exitCode, 1);
     EXPECT_TRUE(WorkDirEmpty());
 }
+
+TEST_F(BcastToolTest, CompareFindsTheDelayAndIgnoresWhatLiesOutsideTheReference) {
+    // Speech at 16 kHz, and a "speaker recording" of it at 8 kHz: a loud two-second tone first (a prompt
+    // tone), then 300 ms of silence, then the speech, then silence.
+    const std::string speech = files_.File("speech.wav");
+    ASSERT_EQ(
+        RunProcess({"espeak-ng", "-v", "en", "-w", speech, "The building will close in ten minutes."}, 60000)
+            .exitCode,
+        0)
+        << "espeak-ng is installed by scripts/setup.sh";
+    const std::string tone = files_.File("tone8k.wav");
+    ASSERT_EQ(RunProcess({"sox", "-n", "-r", "8000", "-b", "16", "-c", "1", tone, "synth", "2", "sine",
+                          "1000", "vol", "0.9"},
+                         30000)
+                  .exitCode,
+              0);
+    const std::string delayed = files_.File("speech8k.wav");
+    ASSERT_EQ(
+        RunProcess({"sox", speech, "-r", "8000", "-b", "16", delayed, "pad", "0.3", "1"}, 30000).exitCode, 0);
+    const std::string recording = files_.File("recording.wav");
+    ASSERT_EQ(RunProcess({"sox", tone, delayed, recording}, 30000).exitCode, 0);
+
+    ProcessResult match =
+        Tool({"compare", speech, recording, "--max-delay", "5", "--min-correlation", "0.9"});
+    EXPECT_EQ(match.exitCode, 0) << match.output;
+    const std::size_t at = match.output.find("delay ");
+    ASSERT_NE(at, std::string::npos) << match.output;
+    EXPECT_NEAR(std::atof(match.output.c_str() + at + 6), 2300, 5) << match.output;
+
+    // Something else entirely does not match; silence gives no correlation at all.
+    const std::string noise = files_.File("noise.wav");
+    ASSERT_EQ(RunProcess({"sox", "-n", "-r", "8000", "-b", "16", "-c", "1", noise, "synth", "4", "whitenoise",
+                          "vol", "0.3"},
+                         30000)
+                  .exitCode,
+              0);
+    ProcessResult other = Tool({"compare", speech, noise, "--min-correlation", "0.5"});
+    EXPECT_EQ(other.exitCode, 1) << other.output;
+    const std::string silence = files_.File("silence.wav");
+    ASSERT_EQ(
+        RunProcess({"sox", "-D", "-n", "-r", "8000", "-b", "16", "-c", "1", silence, "trim", "0", "3"}, 30000)
+            .exitCode,
+        0);
+    ProcessResult quiet = Tool({"compare", speech, silence, "--min-correlation", "0.1"});
+    EXPECT_EQ(quiet.exitCode, 1) << quiet.output;
+    EXPECT_NE(quiet.output.find("correlation 0.000"), std::string::npos) << quiet.output;
+    EXPECT_EQ(Tool({"compare", speech}).exitCode, 2) << "two files are needed";
+    EXPECT_EQ(Tool({"compare", speech, files_.File("missing.wav")}).exitCode, 1);
+}

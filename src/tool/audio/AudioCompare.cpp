@@ -12,8 +12,12 @@ namespace BcastTool {
 
 namespace {
 
-uint32_t Le32(const unsigned char* p) { return p[0] | (p[1] << 8) | (p[2] << 16) | (static_cast<uint32_t>(p[3]) << 24); }
-uint16_t Le16(const unsigned char* p) { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
+uint32_t Le32(const unsigned char* p) {
+    return p[0] | (p[1] << 8) | (p[2] << 16) | (static_cast<uint32_t>(p[3]) << 24);
+}
+uint16_t Le16(const unsigned char* p) {
+    return static_cast<uint16_t>(p[0] | (p[1] << 8));
+}
 
 // In-place iterative radix-2 FFT; `inverse` computes the unscaled inverse.
 void Fft(std::vector<std::complex<double>>& a, bool inverse) {
@@ -61,7 +65,8 @@ bool ReadWavMono(const std::string& path, PcmAudio& audio, std::string& error) {
         return false;
     }
     std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (bytes.size() < 12 || std::memcmp(bytes.data(), "RIFF", 4) != 0 || std::memcmp(bytes.data() + 8, "WAVE", 4) != 0) {
+    if (bytes.size() < 12 || std::memcmp(bytes.data(), "RIFF", 4) != 0 ||
+        std::memcmp(bytes.data() + 8, "WAVE", 4) != 0) {
         error = path + " is not a WAV file";
         return false;
     }
@@ -115,8 +120,10 @@ bool ToRate(const PcmAudio& in, int rate, PcmAudio& out) {
 
 AudioMatch CompareAudio(const PcmAudio& reference, const PcmAudio& recording, double maxDelaySeconds) {
     AudioMatch match;
-    match.referenceSeconds = reference.rate > 0 ? static_cast<double>(reference.samples.size()) / reference.rate : 0;
-    match.recordingSeconds = recording.rate > 0 ? static_cast<double>(recording.samples.size()) / recording.rate : 0;
+    match.referenceSeconds =
+        reference.rate > 0 ? static_cast<double>(reference.samples.size()) / reference.rate : 0;
+    match.recordingSeconds =
+        recording.rate > 0 ? static_cast<double>(recording.samples.size()) / recording.rate : 0;
     const double norm = std::sqrt(Energy(reference.samples) * Energy(recording.samples));
     if (norm <= 0 || reference.rate != recording.rate) {
         return match;
@@ -136,16 +143,36 @@ AudioMatch CompareAudio(const PcmAudio& reference, const PcmAudio& recording, do
     }
     Fft(a, true);
     const long maxLag = static_cast<long>(maxDelaySeconds * reference.rate);
-    double best = -2;
+    double bestRaw = 0;
     long bestLag = 0;
+    bool found = false;
     for (long lag = -maxLag; lag <= maxLag; ++lag) {
-        const std::size_t index = static_cast<std::size_t>((lag % static_cast<long>(n) + static_cast<long>(n)) % static_cast<long>(n));
-        const double value = a[index].real() / static_cast<double>(n) / norm;
-        if (value > best) {
-            best = value;
+        const std::size_t index = static_cast<std::size_t>(
+            (lag % static_cast<long>(n) + static_cast<long>(n)) % static_cast<long>(n));
+        const double value = a[index].real() / static_cast<double>(n);
+        if (!found || value > bestRaw) {
+            bestRaw = value;
             bestLag = lag;
+            found = true;
         }
     }
+    // The delay is where the raw correlation peaks; the match is normalised over the overlapping part only,
+    // so that what the recording holds before or after the reference (a prompt tone, silence) does not
+    // count against it.
+    const long refSize = static_cast<long>(reference.samples.size());
+    const long recSize = static_cast<long>(recording.samples.size());
+    const long first = std::max(0L, -bestLag);
+    const long last = std::min(refSize, recSize - bestLag);
+    double refEnergy = 0;
+    double recEnergy = 0;
+    for (long i = first; i < last; ++i) {
+        const double r = reference.samples[static_cast<std::size_t>(i)];
+        const double c = recording.samples[static_cast<std::size_t>(i + bestLag)];
+        refEnergy += r * r;
+        recEnergy += c * c;
+    }
+    const double overlapNorm = std::sqrt(refEnergy * recEnergy);
+    const double best = overlapNorm > 0 ? bestRaw / overlapNorm : 0;
     match.correlation = best;
     match.delayMs = 1000.0 * static_cast<double>(bestLag) / reference.rate;
     return match;

@@ -19,14 +19,16 @@ bool ReadWavMono(const std::string& path, PcmAudio& audio, std::string& error);
 bool ToRate(const PcmAudio& in, int rate, PcmAudio& out);
 
 struct AudioMatch {
-    double correlation = 0;  ///< peak of the cross-correlation normalised by both signals' energy, -1..1
-    double delayMs = 0;      ///< how much later the recording carries the reference
+    /// cross-correlation at the delay, normalised by both signals' energy over the part where they overlap
+    /// (what the recording holds outside the reference does not count), -1..1
+    double correlation = 0;
+    double delayMs = 0;  ///< how much later the recording carries the reference
     double referenceSeconds = 0;
     double recordingSeconds = 0;
 };
 
-/// Compares a recording with a reference at `rate`, searching delays from -maxDelaySeconds to
-/// +maxDelaySeconds. Silent input gives a correlation of 0.
+/// Compares a recording with a reference at `rate`: the delay is where their cross-correlation peaks
+/// between -maxDelaySeconds and +maxDelaySeconds. Silent input gives a correlation of 0.
 AudioMatch CompareAudio(const PcmAudio& reference, const PcmAudio& recording, double maxDelaySeconds);
 
 }  // namespace BcastTool

@@ -23,7 +23,7 @@ constexpr double kSamplesPerSecond = 8000.0;
 // A","Transport":"sms",
 //   "Online":true,"Connects":true,"Phase":"playing","Status":1,"ResourceStatus":1,"GroupGUID":"..",
 //   "BytesReceived":16000,"DroppedBytes":0,"SamplesPlayed":16000,"SecondsPlayed":2.0,"TotalSecondsPlayed":2.0,
-//   "Sessions":1,"WavPath":"/tmp/../1001.wav","LastSource":"127.0.0.1:40000","LastTransport":"rtsp",
+//   "FirstAudioAt":1795000000000,"FirstAudioSample":0,"Sessions":1,"WavPath":"/tmp/../1001.wav","LastSource":"127.0.0.1:40000","LastTransport":"rtsp",
 //   "IdleToneHz":440}]}
 RestResponse Speakers(const RestRequest&, PlatformContext& context) {
     CSpeakerSim& sim = context.site.Speakers();
@@ -39,6 +39,8 @@ RestResponse Speakers(const RestRequest&, PlatformContext& context) {
         w.Raw("SecondsPlayed", std::to_string(static_cast<double>(s.samplesPlayed) / kSamplesPerSecond));
         w.Raw("TotalSecondsPlayed",
               std::to_string(static_cast<double>(s.totalSamplesPlayed) / kSamplesPerSecond));
+        w.Int("FirstAudioAt", s.firstAudioAtMs)
+            .Int("FirstAudioSample", static_cast<int64_t>(s.firstAudioSample));
         w.Int("Sessions", s.sessions).String("WavPath", s.wavPath).String("LastSource", s.lastSource);
         w.String("LastTransport", s.lastTransport).Raw("IdleToneHz", std::to_string(s.idleToneHz));
         w.EndObject();

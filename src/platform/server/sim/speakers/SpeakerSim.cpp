@@ -218,6 +218,8 @@ void CSpeakerSim::BeginSessionLocked(Speaker& s, Session session, const std::str
     s.samplesPlayed = 0;
     s.bytesReceived = 0;
     s.droppedBytes = 0;
+    s.firstAudioAtMs = 0;
+    s.firstAudioSample = 0;
     ++s.sessions;
     s.wavPath.clear();
     if (!s.online) {
@@ -608,6 +610,12 @@ void CSpeakerSim::AcceptAudioLocked(Speaker& s, const int16_t* samples, std::siz
         s.droppedBytes += encodedBytes;
         return;
     }
+    if (s.firstAudioAtMs == 0) {
+        s.firstAudioAtMs = std::chrono::duration_cast<std::chrono::milliseconds>(
+                               std::chrono::system_clock::now().time_since_epoch())
+                               .count();
+        s.firstAudioSample = s.samplesPlayed;
+    }
     MarkPlayingLocked(s);
     PlayLocked(s, samples, count);
 }
@@ -830,6 +838,8 @@ std::vector<SpeakerInfo> CSpeakerSim::Snapshot() const {
         info.droppedBytes = s.droppedBytes;
         info.samplesPlayed = s.samplesPlayed;
         info.totalSamplesPlayed = s.totalSamples;
+        info.firstAudioAtMs = s.firstAudioAtMs;
+        info.firstAudioSample = s.firstAudioSample;
         info.sessions = s.sessions;
         info.wavPath = s.wavPath;
         info.lastSource = s.lastSource;

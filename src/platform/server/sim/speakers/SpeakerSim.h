@@ -62,6 +62,10 @@ struct SpeakerInfo {
     uint64_t droppedBytes = 0;   ///< of those, not played (offline, prompt tone playing, stopped...)
     uint64_t samplesPlayed = 0;  ///< in the current session (8000 per second)
     uint64_t totalSamplesPlayed = 0;
+    /// Wall-clock time (ms since the epoch) at which the session's first sender audio was played, 0 before;
+    /// with `firstAudioSample` it places the recording on the wall clock for latency measurements.
+    int64_t firstAudioAtMs = 0;
+    uint64_t firstAudioSample = 0;  ///< index in the session's recording of that first sender sample
     int sessions = 0;
     std::string wavPath;  ///< empty when the speaker recorded nothing yet
     std::string lastSource;
@@ -164,6 +168,8 @@ private:
         std::string lastTransport;
         int64_t lastAudioMs = 0;
         int64_t endedMs = 0;
+        int64_t firstAudioAtMs = 0;  ///< wall clock, see SpeakerInfo
+        uint64_t firstAudioSample = 0;
         std::deque<int16_t> loudspeaker;  ///< played, not yet out of the loudspeaker
         bool primed = false;
     };
