@@ -76,3 +76,11 @@ function(bcast_test name)
     endif()
   endif()
 endfunction()
+
+# Tests that load GStreamer: the shared leak suppressions with the slow unwinder. GLib is built without frame
+# pointers, so only the slow unwinder sees where its allocations come from, which the suppressions need to stay
+# narrow. This entry comes after the shared LSAN_OPTIONS of bcast_test and replaces it.
+function(bcast_gstreamer_test_env name)
+  set_property(TEST ${name} APPEND PROPERTY ENVIRONMENT
+    "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0:fast_unwind_on_malloc=0")
+endfunction()

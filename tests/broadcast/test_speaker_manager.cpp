@@ -4,19 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <mutex>
 #include <thread>
 
-#include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"
-#include "BroadCastPlugin/logical/ServerInteractive/WebSocket/FrameMessageMgr.h"
-#include "PlatformProcess.h"
-#include "PulseAudioPeer.h"
-#include "RestClient.h"
+#include "ManagerFixture.h"
 #include "framework/base/FormatLog.h"
 #include "framework/business/BusinessCommon.h"
-#include "framework/business/PlatformLogin.h"
-#include "framework/netcomm/RapidJsonProto.h"
 #include "framework/resource/ResourceManager.h"
 #include "support/QtWait.h"
 
@@ -26,118 +18,7 @@ using Tal::Base::CLogCapture;
 
 namespace {
 
-// Everything the manager reported, in order.
-class EventLog {
-public:
-    void Add(const std::vector<IPSpeakerNotifyParam>& batch) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        batches_.push_back(batch);
-    }
-    std::vector<std::vector<IPSpeakerNotifyParam>> Batches() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return batches_;
-    }
-    std::vector<IPSpeakerNotifyParam> All() const {
-        std::vector<IPSpeakerNotifyParam> all;
-        for (const auto& batch : Batches()) {
-            all.insert(all.end(), batch.begin(), batch.end());
-        }
-        return all;
-    }
-    int CountStage(int broadcastStatus) const {
-        int n = 0;
-        for (const auto& e : All()) {
-            n += e.type == 0 && e.broadcastStatus == broadcastStatus ? 1 : 0;
-        }
-        return n;
-    }
-    void Clear() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        batches_.clear();
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::vector<IPSpeakerNotifyParam>> batches_;
-};
-
-class SpeakerManagerTest : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        pulse_ = new BcastTest::CPulseAudioPeer();
-        std::string error;
-        ASSERT_TRUE(pulse_->Start(&error)) << error;
-        pulse_->ExportClientEnvironment();
-        platform_ = new PlatformTest::CPlatformProcess();
-        ASSERT_TRUE(platform_->Start({"--fixture", PlatformTest::DemoFixture()})) << platform_->Error();
-        BusinessCommon::InitBusinessCommon(nullptr, "en_US");
-        captureDir_ = PlatformTest::MakeTempDir("manager-capture");
-        BusinessCommon::CFrameSystemConfigMgr::Instance()->SetVideoCaptureDataPath(captureDir_);
-        BusinessCommon::CFrameSystemConfigMgr::Instance()->SetClientDataPath(captureDir_);
-        BusinessCommon::PlatformLoginRequest login;
-        login.address = "127.0.0.1";
-        login.port = std::stoi(platform_->RestUrl().substr(platform_->RestUrl().rfind(':') + 1));
-        login.user = PlatformTest::kUser;
-        login.password = PlatformTest::kPassword;
-        ASSERT_TRUE(BusinessCommon::LoginToPlatform(login, error)) << error;
-        // Pushes reach the manager the way the controller wires them.
-        ASSERT_TRUE(CFrameMessageMgr::Instance()->InitManager());
-        CFrameMessageMgr::Instance()->SetMessageCallback(
-            [](const std::string& data, int) { CIPSpeakerManager::Instance()->HandleWebsocketMessage(data); });
-        ASSERT_TRUE(BcastTest::WaitFor([] {
-            return TalClientFrameWork::CFrameworkManagerInterface::Instance()->IsPushLinkConnected();
-        }, 10000));
-        events_ = new EventLog();
-        CIPSpeakerManager::Instance()->Init([](const std::vector<IPSpeakerNotifyParam>& b) { events_->Add(b); });
-    }
-    static void TearDownTestSuite() {
-        CIPSpeakerManager::Instance()->Uninit();
-        CFrameMessageMgr::Instance()->UnInitManager();
-        BusinessCommon::LogoutFromPlatform();
-        BusinessCommon::UnInitBusinessCommon();
-        EXPECT_EQ(platform_->Stop(), 0) << platform_->Stderr();
-        delete platform_;
-        pulse_->Stop();
-        delete pulse_;
-        delete events_;
-    }
-    void SetUp() override {
-        Control("POST", "/reset");
-        events_->Clear();
-    }
-    void TearDown() override {
-        CIPSpeakerManager::Instance()->Stop();
-        BcastTest::Settle(50);
-    }
-    static PlatformTest::RestReply Control(const std::string& method, const std::string& path,
-                                           const std::string& body = "") {
-        PlatformTest::CRestClient control(platform_->RestUrl());
-        return control.Send(method, "/_control" + path, body);
-    }
-    // Bodies of the requests the platform saw for a path, oldest first.
-    static std::vector<CRapidJsonProto> Requests(const std::string& path) {
-        PlatformTest::RestReply log = Control("GET", "/requests?path=" + path);
-        std::vector<CRapidJsonProto> bodies;
-        const rapidjson::Value* list = log.Node("/ResponseStatus/Data/Requests");
-        for (rapidjson::SizeType i = 0; list != nullptr && list->IsArray() && i < list->Size(); ++i) {
-            CRapidJsonProto body;
-            body.set_str((*list)[i]["Body"].GetString());
-            bodies.push_back(body);
-        }
-        return bodies;
-    }
-    static std::string Plugin(const std::string& tail) { return "/DXAPI/Galewing/BroadcastPlugin/V1" + tail; }
-
-    static BcastTest::CPulseAudioPeer* pulse_;
-    static PlatformTest::CPlatformProcess* platform_;
-    static EventLog* events_;
-    static std::string captureDir_;
-};
-
-BcastTest::CPulseAudioPeer* SpeakerManagerTest::pulse_ = nullptr;
-PlatformTest::CPlatformProcess* SpeakerManagerTest::platform_ = nullptr;
-EventLog* SpeakerManagerTest::events_ = nullptr;
-std::string SpeakerManagerTest::captureDir_;
+class SpeakerManagerTest : public BroadcastTest::CManagerTest {};
 
 }  // namespace
 
@@ -161,10 +42,10 @@ TEST(BroadcastTargets, EachAddressGoesToItsTransportAndDevicesGroupTheirChannels
         info.channel = channel;
         elements->AddOrUpdateElement(info);
     };
-    device(1, 2020, 23, 5004);   // RTP speaker
-    device(2, 2001, 1, 8000);    // encoder on the device interface
-    device(3, 2020, 1, 8001);    // speaker on the device interface
-    device(4, 2001, 23, 9000);   // an encoder cannot take RTP
+    device(1, 2020, 23, 5004);  // RTP speaker
+    device(2, 2001, 1, 8000);   // encoder on the device interface
+    device(3, 2020, 1, 8001);   // speaker on the device interface
+    device(4, 2001, 23, 9000);  // an encoder cannot take RTP
     element(11, 1, 1);
     element(21, 2, 1);
     element(22, 2, 2);
@@ -182,10 +63,11 @@ TEST(BroadcastTargets, EachAddressGoesToItsTransportAndDevicesGroupTheirChannels
         }
         return info;
     };
-    const BroadcastTargets targets = CIPSpeakerManager::BuildTargets(
-        {address(kMethodStreamingV1, "[sms:9]rtsp://h:1/a]b", {99}), address(kMethodStreaming, "[sms:1]rtsp://x", {98}),
-         address(kMethodDeviceSdk, "[sdk:1]d", {11, 21, 22, 31, 41, 77})},
-        kEncodeG711U);
+    const BroadcastTargets targets =
+        CIPSpeakerManager::BuildTargets({address(kMethodStreamingV1, "[sms:9]rtsp://h:1/a]b", {99}),
+                                         address(kMethodStreaming, "[sms:1]rtsp://x", {98}),
+                                         address(kMethodDeviceSdk, "[sdk:1]d", {11, 21, 22, 31, 41, 77})},
+                                        kEncodeG711U);
     ASSERT_EQ(targets.zps.size(), 1u) << "method 1 starts no transport";
     EXPECT_EQ(targets.zps[0].url, "rtsp://h:1/a]b") << "everything up to the first ] is removed";
     EXPECT_EQ(targets.zps[0].token, "tk");
@@ -244,7 +126,8 @@ TEST_F(SpeakerManagerTest, AStopDuringThePromptToneWaitEndsTheStartWithoutFailur
         result = CIPSpeakerManager::Instance()->StartSpeakVoice({1006}, 5);
         returned = true;
     });
-    ASSERT_TRUE(BcastTest::WaitFor([&] { return log.Contains("Start to wait prompt voice play finish"); }, 15000));
+    ASSERT_TRUE(
+        BcastTest::WaitFor([&] { return log.Contains("Start to wait prompt voice play finish"); }, 15000));
     EXPECT_FALSE(returned.load()) << "the start waits for the prompt tone";
     CIPSpeakerManager::Instance()->SetStopFlag(true);
     ASSERT_TRUE(BcastTest::WaitFor([&] { return returned.load(); }, 5000)) << "the wait polls the stop flag";

@@ -1,0 +1,402 @@
+// Live talks end to end: the speaker manager of this process, the platform's simulated speakers on all three
+// transports, and a virtual microphone that really speaks. What each speaker recorded is compared with what
+// was spoken; faults end in the events and server statuses the broadcast logic gives, leave no thread
+// behind, and the next broadcast works.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+#include "AudioCheck.h"
+#include "ManagerFixture.h"
+#include "TestProcess.h"
+#include "framework/base/FormatLog.h"
+#include "framework/clientframe/FrameworkManagerInterface.h"
+#include "framework/resource/ResourceManager.h"
+#include "support/QtWait.h"
+#include "tool/audio/AudioCompare.h"
+
+using namespace BroadCastPlugin;
+using BcastTest::CBackgroundProcess;
+using BcastTest::WaitFor;
+using NetworkCommunication::CRapidJsonProto;
+using Tal::Base::CLogCapture;
+
+namespace {
+
+constexpr const char* kSentence = "Attention please. The building will close in ten minutes.";
+
+class LiveBroadcastTest : public BroadcastTest::CManagerTest {
+protected:
+    static void SetUpTestSuite() {
+        StartPeers();
+        speech_ = new BcastTest::CTempDir("live-speech");
+        const std::string path = speech_->File("sentence.wav");
+        BcastTest::ProcessResult made =
+            BcastTest::RunProcess({"espeak-ng", "-v", "en", "-w", path, kSentence}, 60000);
+        ASSERT_EQ(made.exitCode, 0) << "espeak-ng (installed by scripts/setup.sh): " << made.output;
+        std::string error;
+        BcastTool::PcmAudio raw;
+        ASSERT_TRUE(BcastTool::ReadWavMono(path, raw, error)) << error;
+        sentence_ = new BcastTool::PcmAudio();
+        ASSERT_TRUE(BcastTool::ToRate(raw, 8000, *sentence_));
+    }
+    static void TearDownTestSuite() {
+        StopPeers();
+        delete speech_;
+        delete sentence_;
+    }
+
+    // Starts a live talk on a thread of its own, the way the controller's worker runs it.
+    struct StartCall {
+        std::thread thread;
+        std::atomic<bool> done{false};
+        bool result = false;
+        ~StartCall() {
+            if (thread.joinable()) {
+                thread.join();
+            }
+        }
+    };
+    static void Start(StartCall& call, std::vector<int32_t> ids, int64_t requestId) {
+        call.thread = std::thread([&call, ids, requestId] {
+            call.result = CIPSpeakerManager::Instance()->StartSpeakVoice(ids, requestId);
+            call.done = true;
+        });
+    }
+    static bool Finish(StartCall& call, int timeoutMs = 30000) {
+        const bool done = WaitFor([&] { return call.done.load(); }, timeoutMs);
+        if (done) {
+            call.thread.join();
+        }
+        return done;
+    }
+    static bool SpeakOnce(CBackgroundProcess& player) {
+        return pulse_->StartPlaying(speech_->File("sentence.wav"), &player);
+    }
+    static int SamplesPlayed(int elementId) { return Speaker(elementId).get_int_v("/SamplesPlayed", -1); }
+    // The simulated device's entry of /_control/devices.
+    static CRapidJsonProto Device(int deviceId) {
+        CRapidJsonProto all;
+        all.set_str(Control("GET", "/devices").body);
+        CRapidJsonProto one;
+        for (int i = 1; i <= all.get_cnt("/ResponseStatus/Data/Devices"); ++i) {
+            const std::string path = "/ResponseStatus/Data/Devices[" + std::to_string(i) + "]";
+            if (all.get_int_v(path + "/DeviceID", 0) == deviceId) {
+                one.set_str(all.get_node_str(path));
+            }
+        }
+        return one;
+    }
+    static double TotalSeconds(int elementId) {
+        return Speaker(elementId).get_double_v("/TotalSecondsPlayed", -1);
+    }
+    static std::string GroupOf(int elementId) {
+        const auto speakers = CIPSpeakerManager::Instance()->GetSpeakerStates();
+        const auto it = speakers.find(elementId);
+        return it != speakers.end() ? it->second.groupGUID : "<none>";
+    }
+    static std::string Phase(int elementId) { return Speaker(elementId).get_v("/Phase"); }
+    static BcastTool::AudioMatch MatchOf(int elementId) {
+        BcastTool::PcmAudio recording;
+        std::string error;
+        if (!BcastTool::ReadWavMono(Speaker(elementId).get_v("/WavPath"), recording, error)) {
+            ADD_FAILURE() << "speaker " << elementId << ": " << error;
+            return {};
+        }
+        return BcastTool::CompareAudio(*sentence_, recording, 8.0);
+    }
+    // Statuses the client reported to the platform for its device groups, in order.
+    static std::vector<int> ServerStatuses() {
+        std::vector<int> statuses;
+        for (const CRapidJsonProto& body : Requests(Plugin("/RealTimeBroadcast/UpdateBroadcastStatus"))) {
+            statuses.push_back(body.get_int_v("/Status", -1));
+        }
+        return statuses;
+    }
+    static std::vector<int> OperationLogTypes() {
+        CRapidJsonProto log;
+        log.set_str(Control("GET", "/oplog").body);
+        std::vector<int> types;
+        for (int i = 1; i <= log.get_cnt("/ResponseStatus/Data/OperationLogList"); ++i) {
+            types.push_back(
+                log.get_int_v("/ResponseStatus/Data/OperationLogList[" + std::to_string(i) + "]/LogType", 0));
+        }
+        return types;
+    }
+    static int AddFault(const std::string& method, const std::string& path, const std::string& rest) {
+        PlatformTest::RestReply r = Control(
+            "POST", "/fault", R"({"Method":")" + method + R"(","Path":")" + path + R"(",)" + rest + "}");
+        return r.Int("/ResponseStatus/Data/FaultID", -1);
+    }
+    // The device groups were told "started" and then "stopped", never "failed".
+    static void ExpectStartedThenStopped() {
+        const std::vector<int> statuses = ServerStatuses();
+        ASSERT_FALSE(statuses.empty());
+        EXPECT_EQ(statuses.front(), 1);
+        EXPECT_EQ(statuses.back(), 3);
+        EXPECT_EQ(std::count(statuses.begin(), statuses.end(), 2), 0);
+    }
+    // A talk to an RTP speaker that hears the microphone: the broadcast after a fault still works.
+    static void ExpectAWorkingTalk() {
+        SCOPED_TRACE("the next broadcast");
+        events_->Clear();
+        StartCall call;
+        Start(call, {1006}, 99);
+        ASSERT_TRUE(Finish(call));
+        EXPECT_TRUE(call.result);
+        EXPECT_TRUE(WaitFor([] { return SamplesPlayed(1006) > 4000; }, 10000))
+            << "the speaker hears the talk";
+        EXPECT_TRUE(WaitFor([] { return events_->CountSpeakerStatus(1006, 1) > 0; }, 5000))
+            << "pushes reach the manager";
+        CIPSpeakerManager::Instance()->Stop();
+        EXPECT_TRUE(WaitFor([] { return Phase(1006) == "stopped"; }, 5000)) << Phase(1006);
+    }
+
+    static BcastTest::CTempDir* speech_;
+    static BcastTool::PcmAudio* sentence_;
+};
+
+BcastTest::CTempDir* LiveBroadcastTest::speech_ = nullptr;
+BcastTool::PcmAudio* LiveBroadcastTest::sentence_ = nullptr;
+
+}  // namespace
+
+TEST_F(LiveBroadcastTest, TheSpokenSentenceReachesEverySpeakerOnAllThreeTransports) {
+    // 1001 through the streaming server, 1003 and 1004 through the device interface (two devices), 1006 by
+    // RTP over UDP.
+    const std::vector<int32_t> ids = {1001, 1003, 1004, 1006};
+    StartCall call;
+    Start(call, ids, 21);
+    ASSERT_TRUE(Finish(call)) << "the start waits for the streaming group's prompt tone, then returns";
+    ASSERT_TRUE(call.result);
+    EXPECT_EQ(events_->CountStage(0), 1);
+    EXPECT_EQ(events_->CountStage(3), 1) << "the prompt tone's end, once";
+    EXPECT_EQ(events_->CountStage(5), 1);
+    EXPECT_EQ(events_->CountStage(2), 0);
+
+    CBackgroundProcess player;
+    ASSERT_TRUE(SpeakOnce(player));
+    ASSERT_TRUE(player.Wait(20000)) << "paplay ends with the sentence";
+    BcastTest::Settle(1000);  // the tail of the sentence is still on its way
+    for (int id : ids) {
+        EXPECT_GE(events_->CountSpeakerStatus(id, 1), 1) << "speaker " << id << " reported playing";
+        EXPECT_EQ(Phase(id), "playing") << id;
+    }
+    CIPSpeakerManager::Instance()->Stop();
+    EXPECT_EQ(CIPSpeakerManager::Instance()->GetBroadcastKind(), -1);
+
+    for (int id : ids) {
+        SCOPED_TRACE("speaker " + std::to_string(id));
+        EXPECT_TRUE(WaitFor([id] { return Phase(id) == "stopped"; }, 5000)) << Phase(id);
+        const BcastTool::AudioMatch match = MatchOf(id);
+        EXPECT_GE(match.correlation, 0.7) << "delay " << match.delayMs << " ms";
+        EXPECT_GT(match.delayMs, -1000.0) << "the recording cannot start much after the sentence";
+    }
+    ExpectStartedThenStopped();
+    EXPECT_EQ(OperationLogTypes(), (std::vector<int>{265001, 265002}));
+}
+
+TEST_F(LiveBroadcastTest, EachFaultFailsWhatItShouldAndTheNextBroadcastWorks) {
+    ExpectAWorkingTalk();  // threads that live as long as the process are up from here on
+    const int threads = ThreadCount();
+    {
+        SCOPED_TRACE("a device that refuses the login");
+        // The device sender logs in on its own thread: the start succeeds, that device stays silent and
+        // says why in the log, the others play.
+        ASSERT_EQ(Control("POST", "/device/103", R"({"RefuseLogin":true})").ErrorCode(), 0);
+        // A login made by an earlier broadcast would still be good: start from a client logged out.
+        auto device = ResourceManager::CDeviceManager::Instance()->FindDeviceByID(103);
+        ASSERT_NE(device, nullptr);
+        device->Logout();
+        const CRapidJsonProto before = Device(103);
+        events_->Clear();
+        CLogCapture log;
+        StartCall call;
+        Start(call, {1003, 1006}, 31);
+        ASSERT_TRUE(Finish(call));
+        EXPECT_TRUE(call.result);
+        EXPECT_TRUE(WaitFor([] { return SamplesPlayed(1006) > 4000; }, 10000));
+        EXPECT_TRUE(log.Contains("Login failed!", 5));
+        const CRapidJsonProto after = Device(103);
+        EXPECT_EQ(after.get_int_v("/TalksOpened", -1), before.get_int_v("/TalksOpened", -2))
+            << "no talk reached the device";
+        EXPECT_EQ(events_->CountSpeakerStatus(1003, 1, GroupOf(1003)), 0);
+        EXPECT_EQ(events_->CountStage(2), 0);
+        CIPSpeakerManager::Instance()->Stop();
+        ExpectStartedThenStopped();
+        Control("POST", "/reset");
+    }
+    {
+        SCOPED_TRACE("a streaming server that refuses the session");
+        ASSERT_EQ(Control("POST", "/streaming", R"({"RefuseSessions":true,"RefuseStatus":503})").ErrorCode(),
+                  0);
+        events_->Clear();
+        StartCall call;
+        Start(call, {1001}, 32);
+        ASSERT_TRUE(Finish(call));
+        EXPECT_FALSE(call.result);
+        EXPECT_EQ(events_->CountStage(2), 1);
+        EXPECT_EQ(events_->CountStage(5), 0) << "the device transports never start";
+        EXPECT_TRUE(ServerStatuses().empty()) << "a streaming-only broadcast reports no status itself";
+        PlatformTest::RestReply streaming = Control("GET", "/streaming");
+        EXPECT_GE(streaming.Int("/ResponseStatus/Data/Refused", 0), 1);
+        EXPECT_EQ(streaming.Int("/ResponseStatus/Data/TalkStreams", -1), 0) << "no talk reached the server";
+        CIPSpeakerManager::Instance()->Stop();
+        Control("POST", "/reset");
+    }
+    {
+        SCOPED_TRACE("a speaker that never connects");
+        ASSERT_EQ(Control("POST", "/speaker/1006", R"({"Connects":false})").ErrorCode(), 0);
+        events_->Clear();
+        StartCall call;
+        Start(call, {1004, 1006}, 33);
+        ASSERT_TRUE(Finish(call)) << "1004's prompt tone ends the wait";
+        EXPECT_TRUE(call.result) << "the start does not wait for every speaker";
+        EXPECT_TRUE(WaitFor([] { return SamplesPlayed(1004) > 4000; }, 10000));
+        EXPECT_EQ(SamplesPlayed(1006), 0);
+        EXPECT_EQ(events_->CountSpeakerStatus(1006, 1, GroupOf(1006)), 0);
+        EXPECT_EQ(events_->CountStage(2), 0);
+        CIPSpeakerManager::Instance()->Stop();
+        ExpectStartedThenStopped();
+        Control("POST", "/reset");
+    }
+    BcastTest::Settle(500);
+    EXPECT_LE(ThreadCount(), threads) << "the failed broadcasts left threads behind";
+    ExpectAWorkingTalk();
+    BcastTest::Settle(500);
+    EXPECT_LE(ThreadCount(), threads);
+}
+
+TEST_F(LiveBroadcastTest, AStopDuringEachStepOfTheStartEndsItWithoutFailureOrLeftovers) {
+    ExpectAWorkingTalk();
+    const int threads = ThreadCount();
+    struct Step {
+        const char* name;
+        const char* method;
+        std::string path;
+    };
+    // Each step is held by a slow answer of the platform while the stop arrives from another thread.
+    const std::vector<Step> steps = {
+        {"configuration", "GET", Plugin("/BaseConfig")},
+        {"element lookup", "POST", "/DXAPI/Galewing/Platform/V1/Resource/IncrementalDownload"},
+        {"address request", "GET", Plugin("/RealTimeBroadcast/CommonUrlList")},
+        {"prompt tone request", "POST", Plugin("/RealTimeBroadcast/StartPromptTone")},
+    };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.name);
+        Control("POST", "/reset");
+        events_->Clear();
+        ASSERT_GT(AddFault(step.method, step.path, R"("Kind":"delay","DelayMs":1500,"Count":-1)"), 0);
+        const double before1004 = TotalSeconds(1004);
+        const double before1006 = TotalSeconds(1006);
+        CLogCapture log;
+        StartCall call;
+        Start(call, {1004, 1006}, 41);
+        ASSERT_TRUE(WaitFor(
+            [&] {
+                PlatformTest::RestReply faults = Control("GET", "/faults");
+                return faults.Int("/ResponseStatus/Data/Faults/0/Hits", 0) > 0;
+            },
+            15000))
+            << "the start reached the step";
+        CIPSpeakerManager::Instance()->Stop();
+        ASSERT_TRUE(Finish(call));
+        EXPECT_TRUE(call.result) << "a start stopped on the way is not a failure";
+        EXPECT_EQ(events_->CountStage(2), 0);
+        EXPECT_EQ(events_->CountStage(5), 0) << "the device transports never start";
+        EXPECT_TRUE(log.Contains("Broadcast has already: ")) << "the end sees the stop";
+        BcastTest::Settle(300);
+        EXPECT_EQ(TotalSeconds(1004), before1004) << "nothing reached the speakers";
+        EXPECT_EQ(TotalSeconds(1006), before1006);
+        CIPSpeakerManager::Instance()->Stop();
+    }
+    Control("POST", "/reset");
+    BcastTest::Settle(500);
+    EXPECT_LE(ThreadCount(), threads);
+    ExpectAWorkingTalk();
+}
+
+TEST_F(LiveBroadcastTest, ATalkOutlivesADroppedPushLinkAndItsStopStillReachesThePlatform) {
+    auto* framework = TalClientFrameWork::CFrameworkManagerInterface::Instance();
+    StartCall call;
+    Start(call, {1004, 1006}, 51);
+    ASSERT_TRUE(Finish(call));
+    ASSERT_TRUE(call.result);
+    ASSERT_TRUE(WaitFor([] { return SamplesPlayed(1006) > 0; }, 10000));
+
+    ASSERT_EQ(Control("POST", "/push/drop", R"({"RefuseSeconds":2})").ErrorCode(), 0);
+    ASSERT_TRUE(WaitFor([&] { return !framework->IsPushLinkConnected(); }, 5000));
+    const int before = SamplesPlayed(1006);
+    BcastTest::Settle(1000);
+    EXPECT_GT(SamplesPlayed(1006), before + 4000) << "the audio does not depend on the push link";
+    ASSERT_TRUE(WaitFor([&] { return framework->IsPushLinkConnected(); }, 20000)) << "the link comes back";
+
+    CIPSpeakerManager::Instance()->Stop();
+    ExpectStartedThenStopped();
+    EXPECT_TRUE(WaitFor([] { return Phase(1004) == "stopped" && Phase(1006) == "stopped"; }, 5000));
+    ExpectAWorkingTalk();
+}
+
+TEST_F(LiveBroadcastTest, ListeningPlaysTheSpeakersAudioAndAFailedListenLeavesNothingRunning) {
+    auto* manager = CIPSpeakerManager::Instance();
+    // Device 101 (element 1001) plays its idle tone while no broadcast reaches it.
+    const double tone = Speaker(1001).get_double_v("/IdleToneHz", 0);
+    ASSERT_GT(tone, 0);
+    auto listen = [&] {
+        manager->StartBroadcastListen(101);
+        ASSERT_TRUE(manager->IsListening());
+        BcastTest::CTempDir dir("listen-out");
+        CBackgroundProcess recorder;
+        ASSERT_TRUE(pulse_->StartRecording(dir.File("out.raw"), 8000, &recorder));
+        BcastTest::Settle(2500);
+        recorder.Stop();
+        EXPECT_TRUE(manager->StopBroadcastListen());
+        EXPECT_FALSE(manager->IsListening());
+        const std::vector<uint8_t> bytes = BcastTest::ReadBytes(dir.File("out.raw"));
+        std::vector<int16_t> played(bytes.size() / 2);
+        std::memcpy(played.data(), bytes.data(), played.size() * 2);
+        played = BcastTest::TrimSilence(played);
+        ASSERT_GT(played.size(), 8000u) << "at least a second of sound reached the output";
+        EXPECT_NEAR(BcastTest::DominantFrequency(played, 8000), tone, 15.0);
+        EXPECT_EQ(OperationLogTypes().back(), 203002);
+    };
+    {
+        SCOPED_TRACE("a listen that works: what the speaker plays comes out of the default output");
+        listen();
+    }
+    BcastTest::Settle(300);
+    const int threads = ThreadCount();  // the media libraries keep a few threads once used
+    {
+        SCOPED_TRACE("the platform has no address for the listen");
+        ASSERT_GT(AddFault("POST", "/DXAPI/Galewing/Platform/V1/VoiceTalk/Url",
+                           R"("Kind":"error","ErrorModule":30,"ErrorCode":6,"Count":1)"),
+                  0);
+        CLogCapture log;
+        manager->StartBroadcastListen(101);
+        EXPECT_FALSE(manager->IsListening());
+        EXPECT_TRUE(log.Contains("Request voice talk url failed."));
+    }
+    {
+        SCOPED_TRACE("the streaming server refuses the listen");
+        ASSERT_EQ(Control("POST", "/streaming", R"({"RefuseSessions":true,"RefuseStatus":503})").ErrorCode(),
+                  0);
+        CLogCapture log;
+        manager->StartBroadcastListen(101);
+        EXPECT_FALSE(manager->IsListening());
+        EXPECT_TRUE(log.Contains("Start listen from zps failed."));
+        ASSERT_EQ(Control("POST", "/streaming", R"({"RefuseSessions":false})").ErrorCode(), 0);
+    }
+    BcastTest::Settle(300);
+    EXPECT_LE(ThreadCount(), threads) << "a failed listen leaves nothing running";
+    {
+        SCOPED_TRACE("the next listen works");
+        listen();
+    }
+    BcastTest::Settle(300);
+    EXPECT_LE(ThreadCount(), threads);
+}
