@@ -45,10 +45,11 @@ void AddListenLog(int logType, int32_t deviceID) {
 
 }  // namespace
 
-bool CIPSpeakerManager::StartBroadcastListen(int32_t deviceID) {
-    if (deviceID == -1) {
+bool CIPSpeakerManager::StartBroadcastListen(int32_t id) {
+    if (id == -1) {
         return false;
     }
+    const int32_t deviceID = details::ListenDeviceID(id);
     {
         std::lock_guard<std::mutex> lock(mutex_);
         listenStopped_ = false;

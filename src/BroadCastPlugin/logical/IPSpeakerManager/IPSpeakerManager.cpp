@@ -84,6 +84,24 @@ std::shared_ptr<ResourceManager::CDevice> DeviceOfElement(int32_t elementID) {
     return ResourceManager::CDeviceManager::Instance()->FindDeviceByID(element->GetEncodeDeviceAttribute().GetDeviceID());
 }
 
+int32_t ListenDeviceID(int32_t id) {
+    if (auto device = DeviceOfElement(id)) {
+        return device->GetID();
+    }
+    if (ResourceManager::CDeviceManager::Instance()->FindDeviceByID(id)) {
+        return id;
+    }
+    // Neither is known here yet: an element the platform knows is downloaded; anything else goes to the
+    // platform as a device id, which answers for it.
+    auto element = ResourceManager::CElementManager::Instance()->FindOtherElementByID(id);
+    if (!element && DownloadElements({id})) {
+        if (auto device = DeviceOfElement(id)) {
+            return device->GetID();
+        }
+    }
+    return id;
+}
+
 }  // namespace details
 
 CIPSpeakerManager* CIPSpeakerManager::Instance() { return Tal::Base::CSingleton<CIPSpeakerManager>::Instance(); }

@@ -88,7 +88,8 @@ public:
 
     // Listening and server pushes.
     /// Starts listening to a device; on failure it undoes itself. Returns whether listening runs.
-    bool StartBroadcastListen(int32_t deviceID);
+    /// `id`: the speaker's broadcast element id, or a device id (see details::ListenDeviceID).
+    bool StartBroadcastListen(int32_t id);
     bool StopBroadcastListen();
     /// Turns a broadcast status push into events and per-speaker state.
     void HandleWebsocketMessage(const std::string& text);
@@ -159,6 +160,9 @@ int32_t BroadcastElementID2DeviceID(int32_t elementID);
 bool DownloadElements(const std::vector<int32_t>& elementIDs);
 /// The device behind an element, null when unknown.
 std::shared_ptr<ResourceManager::CDevice> DeviceOfElement(int32_t elementID);
+/// The device to listen to for an id that names a speaker's broadcast element (what the controller and the
+/// web page pass) or a device: the element's device when the id is an element, else the id itself.
+int32_t ListenDeviceID(int32_t id);
 }  // namespace details
 
 }  // namespace BroadCastPlugin
