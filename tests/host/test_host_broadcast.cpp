@@ -1,0 +1,197 @@
+// The real host, module and platform as separate programs, with a PulseAudio virtual microphone and output:
+// a live talk driven through the plugin bus and a listen driven through the web controller, from the
+// command line as an integrator would run them.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "AudioCheck.h"
+#include "PlatformProcess.h"
+#include "PulseAudioPeer.h"
+#include "RestClient.h"
+#include "TestProcess.h"
+
+using BcastTest::CBackgroundProcess;
+using BcastTest::ProcessResult;
+
+namespace {
+
+class HostBroadcastTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        pulse_ = new BcastTest::CPulseAudioPeer();
+        std::string error;
+        ASSERT_TRUE(pulse_->Start(&error)) << error;
+        platform_ = new PlatformTest::CPlatformProcess();
+        ASSERT_TRUE(platform_->Start({"--fixture", PlatformTest::DemoFixture()})) << platform_->Error();
+        dir_ = new BcastTest::CTempDir("host-broadcast");
+        const std::string& rest = platform_->RestUrl();
+        std::ofstream(dir_->File("client.json"))
+            << R"({"Platform":{"Address":"127.0.0.1","Port":)" << rest.substr(rest.rfind(':') + 1)
+            << R"(},"User":{"Name":")" << PlatformTest::kUser << R"(","Password":")"
+            << PlatformTest::kPassword
+            << R"("},"SysConfig":{"Language":"en_US","LogLevel":3,"StderrLogLevel":6,"DataPath":")"
+            << dir_->File("data") << R"("}})";
+    }
+    static void TearDownTestSuite() {
+        if (platform_ != nullptr) {
+            EXPECT_EQ(platform_->Stop(), 0) << platform_->Stderr();
+        }
+        delete platform_;
+        if (pulse_ != nullptr) {
+            pulse_->Stop();
+        }
+        delete pulse_;
+        delete dir_;
+    }
+    void SetUp() override {
+        ASSERT_NE(platform_, nullptr) << "the peers did not start";
+        Control("POST", "/reset");
+    }
+
+    static ProcessResult Host(std::vector<std::string> args) {
+        const char* binary = std::getenv("BCAST_BINARY_DIR");
+        args.insert(args.begin(), std::string(binary != nullptr ? binary : ".") + "/bin/bcast-host");
+        args.push_back("--config");
+        args.push_back(dir_->File("client.json"));
+        return BcastTest::RunProcess(args, 120000, pulse_->ClientEnvironment());
+    }
+    static PlatformTest::RestReply Control(const std::string& method, const std::string& path) {
+        PlatformTest::CRestClient control(platform_->RestUrl());
+        return control.Send(method, "/_control" + path, "");
+    }
+    // The lines of the host's output that start with `prefix`, without it.
+    static std::vector<std::string> Lines(const std::string& output, const std::string& prefix) {
+        std::vector<std::string> lines;
+        std::istringstream in(output);
+        for (std::string line; std::getline(in, line);) {
+            if (line.compare(0, prefix.size(), prefix) == 0) {
+                lines.push_back(line.substr(prefix.size()));
+            }
+        }
+        return lines;
+    }
+    static std::vector<int16_t> ReadPcm(const std::string& rawPath) {
+        const std::vector<uint8_t> bytes = BcastTest::ReadBytes(rawPath);
+        std::vector<int16_t> samples(bytes.size() / 2);
+        std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+        return samples;
+    }
+
+    static BcastTest::CPulseAudioPeer* pulse_;
+    static PlatformTest::CPlatformProcess* platform_;
+    static BcastTest::CTempDir* dir_;
+};
+
+BcastTest::CPulseAudioPeer* HostBroadcastTest::pulse_ = nullptr;
+PlatformTest::CPlatformProcess* HostBroadcastTest::platform_ = nullptr;
+BcastTest::CTempDir* HostBroadcastTest::dir_ = nullptr;
+
+}  // namespace
+
+TEST_F(HostBroadcastTest, ApiTalkReportsItsStagesAndTheSpeakersPlayTheMicrophone) {
+    // A 600 Hz tone speaks into the microphone for the whole talk.
+    const std::string tone = dir_->File("tone600.wav");
+    ASSERT_EQ(BcastTest::MakeToneWav(tone, 16000, {600.0}, 30.0), "");
+    CBackgroundProcess voice;
+    ASSERT_TRUE(pulse_->StartPlaying(tone, &voice));
+
+    const ProcessResult run =
+        Host({"api", "StartIPSpeakerBroadcast", R"({"Data":{"ElementIDs":"1003,1006","Mode":0}})",
+              "StopIPSpeakerBroadcast", "--wait", "5"});
+    voice.Stop();
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    const std::vector<std::string> notes = Lines(run.output, "notification: ");
+    auto position = [&](const std::string& fragment) {
+        for (std::size_t i = 0; i < notes.size(); ++i) {
+            if (notes[i].find(fragment) != std::string::npos) {
+                return static_cast<int>(i);
+            }
+        }
+        return -1;
+    };
+    const int started = position(R"("Method":0)");
+    const int stopped = position(R"("Method":1)");
+    ASSERT_GE(started, 0) << run.output;
+    ASSERT_GT(stopped, started) << run.output;
+    for (const char* id : {R"("ID":1003)", R"("ID":1006)"}) {
+        bool speakerEvent = false;
+        for (const std::string& note : notes) {
+            speakerEvent = speakerEvent || (note.find(R"("Method":2)") != std::string::npos &&
+                                            note.find(id) != std::string::npos);
+        }
+        EXPECT_TRUE(speakerEvent) << id << " has per-speaker messages\n" << run.output;
+    }
+
+    // The platform: device groups started (1) and then stopped (3); the start and stop operation logs.
+    PlatformTest::RestReply statuses = Control(
+        "GET", "/requests?path=/DXAPI/Galewing/BroadcastPlugin/V1/RealTimeBroadcast/UpdateBroadcastStatus");
+    const rapidjson::Value* list = statuses.Node("/ResponseStatus/Data/Requests");
+    ASSERT_TRUE(list != nullptr && list->IsArray() && list->Size() >= 2) << statuses.body;
+    const std::string first = (*list)[0]["Body"].GetString();
+    const std::string last = (*list)[list->Size() - 1]["Body"].GetString();
+    EXPECT_NE(first.find(R"("Status":1)"), std::string::npos) << first;
+    EXPECT_NE(last.find(R"("Status":3)"), std::string::npos) << last;
+    PlatformTest::RestReply oplog = Control("GET", "/oplog");
+    EXPECT_EQ(oplog.Int("/ResponseStatus/Data/OperationLogList/0/LogType"), 265001) << oplog.body;
+    EXPECT_EQ(oplog.Int("/ResponseStatus/Data/OperationLogList/1/LogType"), 265002) << oplog.body;
+
+    // What the speakers recorded after the prompt tone is the microphone's tone.
+    for (const char* element : {"1003", "1006"}) {
+        SCOPED_TRACE(std::string("speaker ") + element);
+        std::string error;
+        const std::vector<int16_t> played =
+            BcastTest::DecodeWithSox(platform_->SpeakerDir() + "/" + element + ".wav", 8000, {}, &error);
+        ASSERT_TRUE(error.empty()) << error;
+        ASSERT_GT(played.size(), 16000u) << "at least two seconds were played";
+        const std::vector<int16_t> tail(played.end() - 8000, played.end());
+        EXPECT_NEAR(BcastTest::DominantFrequency(tail, 8000), 600.0, 10.0);
+    }
+}
+
+TEST_F(HostBroadcastTest, WebListenAnswersWithItsResultAndPlaysTheSpeakerToTheOutput) {
+    PlatformTest::RestReply speakers = Control("GET", "/speakers");
+    const rapidjson::Value* list = speakers.Node("/ResponseStatus/Data/Speakers");
+    ASSERT_TRUE(list != nullptr && list->IsArray() && list->Size() > 0);
+    const double idleTone = (*list)[0]["IdleToneHz"].GetDouble();
+    ASSERT_EQ((*list)[0]["ElementID"].GetInt(), 1001);
+
+    CBackgroundProcess recorder;
+    ASSERT_TRUE(pulse_->StartRecording(dir_->File("listen.raw"), 8000, &recorder));
+    const ProcessResult run = Host({"web", "StartBroadcastListen",
+                                    R"({"Data":{"ResourceID":1001,"ResourceType":1027}})", "--wait", "4"});
+    recorder.Stop();
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    const std::vector<std::string> messages = Lines(run.output, "web message [target 0]: ");
+    bool answered = false;
+    for (const std::string& message : messages) {
+        if (message.find("BroadcastListeningResult") != std::string::npos) {
+            answered = true;
+            EXPECT_NE(message.find(R"("Result":1)"), std::string::npos) << message;
+            EXPECT_NE(message.find(R"("ResourceID":1001)"), std::string::npos) << message;
+        }
+    }
+    EXPECT_TRUE(answered) << run.output;
+    const std::vector<int16_t> played = BcastTest::TrimSilence(ReadPcm(dir_->File("listen.raw")));
+    ASSERT_GT(played.size(), 8000u) << "at least a second of the speaker reached the output";
+    EXPECT_NEAR(BcastTest::DominantFrequency(played, 8000), idleTone, 10.0);
+
+    // A listen the platform refuses answers with result 0 and its reason, and plays nothing.
+    ASSERT_EQ(Control("GET", "/speakers").ErrorCode(), 0);
+    PlatformTest::CRestClient control(platform_->RestUrl());
+    ASSERT_EQ(
+        control
+            .Send("POST", "/_control/fault",
+                  R"({"Method":"POST","Path":"/DXAPI/Galewing/Platform/V1/VoiceTalk/Url","Kind":"error",)"
+                  R"("ErrorModule":30,"ErrorCode":6})")
+            .ErrorCode(),
+        0);
+    const ProcessResult refused = Host({"web", "StartBroadcastListen", R"({"Data":{"ResourceID":1001}})"});
+    EXPECT_EQ(refused.exitCode, 0) << "the call itself is accepted\n" << refused.output;
+    EXPECT_NE(refused.output.find(R"("Result":0)"), std::string::npos) << refused.output;
+    EXPECT_EQ(Host({"web", "NoSuchMethod"}).exitCode, 2);
+}
