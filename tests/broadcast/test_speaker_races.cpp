@@ -45,8 +45,10 @@ TEST_F(SpeakerRaceTest, PushesStopsAndReadersAgainstStartsLeaveTheManagerIdle) {
         while (running) {
             const auto speakers = manager->GetSpeakerStates();
             const auto it = speakers.find(1006);
-            const std::string guid = it != speakers.end() && random() % 2 == 0 ? it->second.groupGUID : "foreign";
-            manager->HandleWebsocketMessage(StatusFrame(guid, random() % 2 == 0 ? 1006 : 1004, statuses[random() % 6]));
+            const std::string guid =
+                it != speakers.end() && random() % 2 == 0 ? it->second.groupGUID : "foreign";
+            manager->HandleWebsocketMessage(
+                StatusFrame(guid, random() % 2 == 0 ? 1006 : 1004, statuses[random() % 6]));
             manager->HandleWebsocketMessage("{\"Event\":{}}");
             framesHandled += 2;
             std::this_thread::sleep_for(std::chrono::milliseconds(3));

@@ -175,6 +175,11 @@ TEST_F(BcastToolTest, CompareFindsTheDelayAndIgnoresWhatLiesOutsideTheReference)
     const std::size_t at = match.output.find("delay ");
     ASSERT_NE(at, std::string::npos) << match.output;
     EXPECT_NEAR(std::atof(match.output.c_str() + at + 6), 2300, 5) << match.output;
+    // A search wider than both files finds the same delay.
+    ProcessResult wide =
+        Tool({"compare", speech, recording, "--max-delay", "30", "--min-correlation", "0.9"});
+    EXPECT_EQ(wide.exitCode, 0) << wide.output;
+    EXPECT_NE(wide.output.find("delay 2300 ms"), std::string::npos) << wide.output;
 
     // Something else entirely does not match; silence gives no correlation at all.
     const std::string noise = files_.File("noise.wav");

@@ -142,11 +142,16 @@ AudioMatch CompareAudio(const PcmAudio& reference, const PcmAudio& recording, do
         a[i] = std::conj(a[i]) * b[i];
     }
     Fft(a, true);
+    const long refSize = static_cast<long>(reference.samples.size());
+    const long recSize = static_cast<long>(recording.samples.size());
+    // Only lags at which the two overlap: the transform holds each of those once, further ones would alias.
     const long maxLag = static_cast<long>(maxDelaySeconds * reference.rate);
+    const long firstLag = std::max(-maxLag, -(refSize - 1));
+    const long lastLag = std::min(maxLag, recSize - 1);
     double bestRaw = 0;
     long bestLag = 0;
     bool found = false;
-    for (long lag = -maxLag; lag <= maxLag; ++lag) {
+    for (long lag = firstLag; lag <= lastLag; ++lag) {
         const std::size_t index = static_cast<std::size_t>(
             (lag % static_cast<long>(n) + static_cast<long>(n)) % static_cast<long>(n));
         const double value = a[index].real() / static_cast<double>(n);
@@ -159,8 +164,6 @@ AudioMatch CompareAudio(const PcmAudio& reference, const PcmAudio& recording, do
     // The delay is where the raw correlation peaks; the match is normalised over the overlapping part only,
     // so that what the recording holds before or after the reference (a prompt tone, silence) does not
     // count against it.
-    const long refSize = static_cast<long>(reference.samples.size());
-    const long recSize = static_cast<long>(recording.samples.size());
     const long first = std::max(0L, -bestLag);
     const long last = std::min(refSize, recSize - bestLag);
     double refEnergy = 0;
