@@ -18,7 +18,7 @@ PACKAGES=(
   gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-base gstreamer1.0-plugins-bad
   gstreamer1.0-rtsp gstreamer1.0-libav gir1.2-gst-rtsp-server-1.0 python3-gi
   # tests, peers and benchmarks
-  libgtest-dev libgmock-dev libbenchmark-dev openssl python3-cryptography
+  libgtest-dev libgmock-dev libbenchmark-dev openssl python3 python3-cryptography
   ffmpeg sox espeak-ng pulseaudio pulseaudio-utils libasound2-plugins alsa-utils xvfb xauth time
 )
 
