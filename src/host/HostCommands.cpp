@@ -165,7 +165,8 @@ int RunApi(const ClientConfig& config, const PluginEntryPoints& entry, const Api
         printer.SetQuiet(true);
         bus->CallMethod(kApiPrefix + "DownloadResource", "{}", answer);
         WaitUntilSettled(bus, printer);
-        out << (printer.LastMethod() == 3 ? "resources: downloaded" : "resources: download failed") << std::endl;
+        out << (printer.LastMethod() == 3 ? "resources: downloaded" : "resources: download failed")
+            << std::endl;
         printer.SetQuiet(false);
     }
 

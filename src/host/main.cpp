@@ -26,10 +26,13 @@ namespace {
 void PrintUsage(std::ostream& out) {
     out << "usage: bcast-host MODE [ARGS] --config FILE [--module PATH] [--wait SECONDS]\n"
            "modes:\n"
-           "  lifecycle           run Init, Start, UpdateFrame, Notify, StopWorking, UnInit and print each result\n"
+           "  lifecycle           run Init, Start, UpdateFrame, Notify, StopWorking, UnInit and print each "
+           "result\n"
            "  api METHOD [JSON] [METHOD [JSON]...]\n"
-           "                      call the module's methods /API/Broadcast/V0/METHOD in turn as a registered\n"
-           "                      listener, printing each answer and the notifications until the work settles\n"
+           "                      call the module's methods /API/Broadcast/V0/METHOD in turn as a "
+           "registered\n"
+           "                      listener, printing each answer and the notifications until the work "
+           "settles\n"
            "                      (or for --wait SECONDS) before the next call; after the last of several\n"
            "                      calls, until the work settles\n"
            "  web METHOD [JSON]   call a method of the module's web controller (StartIPSpeakerBroadcast,\n"
@@ -95,13 +98,14 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
 
 // The web adapter library lies beside the module and links it; loaded after the module, it uses the module
 // already in the process.
-int RunWeb(const BcastHost::ClientConfig& config, const BcastHost::CPluginModule& module, const std::string& modulePath,
-           const Options& options, std::ostream& out) {
+int RunWeb(const BcastHost::ClientConfig& config, const BcastHost::CPluginModule& module,
+           const std::string& modulePath, const Options& options, std::ostream& out) {
     const std::string adapterPath = modulePath.substr(0, modulePath.rfind('/') + 1) + "libbcast_hostweb.so";
     void* adapter = dlopen(adapterPath.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (adapter == nullptr) {
         const char* reason = dlerror();
-        out << "bcast-host: cannot load the web adapter " << adapterPath << ": " << (reason ? reason : "") << std::endl;
+        out << "bcast-host: cannot load the web adapter " << adapterPath << ": " << (reason ? reason : "")
+            << std::endl;
         return 1;
     }
     auto run = reinterpret_cast<BcastHostRunWebMethodFn>(dlsym(adapter, "BcastHostRunWebMethod"));
@@ -115,8 +119,8 @@ int RunWeb(const BcastHost::ClientConfig& config, const BcastHost::CPluginModule
     if (!entry.Init(config.language, nullptr) || !entry.Start()) {
         out << "the module failed to start" << std::endl;
     } else {
-        code = run(options.arguments[0].c_str(), options.arguments.size() > 1 ? options.arguments[1].c_str() : "{}",
-                   options.waitSeconds);
+        code = run(options.arguments[0].c_str(),
+                   options.arguments.size() > 1 ? options.arguments[1].c_str() : "{}", options.waitSeconds);
     }
     entry.StopWorking();
     entry.UnInit();
@@ -137,7 +141,8 @@ int main(int argc, char** argv) {
         PrintUsage(std::cerr);
         return 2;
     }
-    if (options.mode != "lifecycle" && options.mode != "gui" && options.mode != "api" && options.mode != "web") {
+    if (options.mode != "lifecycle" && options.mode != "gui" && options.mode != "api" &&
+        options.mode != "web") {
         std::cerr << "bcast-host: unknown mode " << options.mode << "\n";
         PrintUsage(std::cerr);
         return 2;
@@ -184,8 +189,8 @@ int main(int argc, char** argv) {
             login.password = config.password;
             login.language = config.language;
             if (BusinessCommon::LoginToPlatform(login, error)) {
-                std::cout << "login: " << config.userName << "@" << config.platformAddress << ":" << config.platformPort
-                          << std::endl;
+                std::cout << "login: " << config.userName << "@" << config.platformAddress << ":"
+                          << config.platformPort << std::endl;
             } else {
                 std::cout << "login failed: " << error << std::endl;
             }

@@ -65,7 +65,8 @@ protected:
         Tal::Base::Error::SetLastError(ErrorCode());
         BusinessCommon::CUserCommonManager::Instance()->SetClientDomain("LAN");
     }
-    static RestReply Control(const std::string& method, const std::string& path, const std::string& body = "") {
+    static RestReply Control(const std::string& method, const std::string& path,
+                             const std::string& body = "") {
         CRestClient control(platform_->RestUrl());
         return control.Send(method, "/_control" + path, body);
     }
@@ -91,7 +92,8 @@ protected:
         return body;
     }
     static std::string Encrypt(const std::string& plain, bool sensitive) {
-        BusinessCommon::CSecretCipher cipher(BusinessCommon::CUserCommonManager::Instance()->GetLogin().sessionKey);
+        BusinessCommon::CSecretCipher cipher(
+            BusinessCommon::CUserCommonManager::Instance()->GetLogin().sessionKey);
         std::string text;
         EXPECT_TRUE(sensitive ? cipher.SensitiveEncrypt(plain, text) : cipher.Encrypt(plain, text));
         return text;
@@ -106,7 +108,8 @@ CPlatformProcess* SessionTest::platform_ = nullptr;
 std::string SessionTest::captureDir_;
 
 std::string Envelope(const std::string& data) {
-    return R"({"ResponseStatus":{"ErrorModule":0,"ErrorCode":0,"CascadingErrorInfo":"","Data":)" + data + "}}";
+    return R"({"ResponseStatus":{"ErrorModule":0,"ErrorCode":0,"CascadingErrorInfo":"","Data":)" + data +
+           "}}";
 }
 
 }  // namespace
@@ -138,7 +141,8 @@ TEST_F(SessionTest, BaseConfigLanguagesAndTheCodecText) {
     EXPECT_EQ(languages.Languages.size(), 3u);
     EXPECT_EQ(languages.Languages.count("de-DE"), 1u);
     EXPECT_FALSE(languages.DisplayLanguageKey.empty());
-    EXPECT_EQ(LastRequestBody(kPlugin + "/GetLanguage").get_v("/LogInLanguage"), "en_US") << "GET with a body";
+    EXPECT_EQ(LastRequestBody(kPlugin + "/GetLanguage").get_v("/LogInLanguage"), "en_US")
+        << "GET with a body";
 }
 
 TEST_F(SessionTest, EnvelopeErrorsEmptyAndMalformedBodiesAndTransportFailures) {
@@ -156,7 +160,8 @@ TEST_F(SessionTest, EnvelopeErrorsEmptyAndMalformedBodiesAndTransportFailures) {
     EXPECT_EQ(LastError(), ErrorCode(1, 20, 2001)) << "a malformed body";
     Control("POST", "/reset");
 
-    Fault(R"({"Method":"GET","Path":"/DXAPI/Galewing/BroadcastPlugin/V1/BaseConfig","Kind":"empty","Count":1})");
+    Fault(
+        R"({"Method":"GET","Path":"/DXAPI/Galewing/BroadcastPlugin/V1/BaseConfig","Kind":"empty","Count":1})");
     EXPECT_FALSE(CBroadcastSession::GetBaseConfig(config));
     EXPECT_EQ(LastError(), ErrorCode(1, 20, 2001)) << "an empty body does not parse";
 
@@ -166,7 +171,8 @@ TEST_F(SessionTest, EnvelopeErrorsEmptyAndMalformedBodiesAndTransportFailures) {
     EXPECT_EQ(LastError(), ErrorCode(1, -1, -1));
     Control("POST", "/reset");
 
-    Fault(R"({"Method":"GET","Path":"/DXAPI/Galewing/BroadcastPlugin/V1/BaseConfig","Kind":"http","HttpStatus":500,"Count":1})");
+    Fault(
+        R"({"Method":"GET","Path":"/DXAPI/Galewing/BroadcastPlugin/V1/BaseConfig","Kind":"http","HttpStatus":500,"Count":1})");
     log.Clear();
     EXPECT_FALSE(CBroadcastSession::GetBaseConfig(config));
     EXPECT_EQ(LastError(), ErrorCode(2, NetworkCommunication::kModuleHttp, 500));
@@ -174,7 +180,8 @@ TEST_F(SessionTest, EnvelopeErrorsEmptyAndMalformedBodiesAndTransportFailures) {
 
     // Slow past the time-out: the call ends with the transport's time-out, without hanging.
     NetworkCommunication::NetlibWrapper::SetRequestTimeoutMs(500);
-    Fault(R"({"Method":"GET","Path":"/DXAPI/Galewing/BroadcastPlugin/V1/BaseConfig","Kind":"delay","DelayMs":3000,"Count":1})");
+    Fault(
+        R"({"Method":"GET","Path":"/DXAPI/Galewing/BroadcastPlugin/V1/BaseConfig","Kind":"delay","DelayMs":3000,"Count":1})");
     EXPECT_FALSE(CBroadcastSession::GetBaseConfig(config));
     EXPECT_EQ(LastError(), ErrorCode(2, NetworkCommunication::kModuleTransport, 28));
     NetworkCommunication::NetlibWrapper::SetRequestTimeoutMs(0);
@@ -192,7 +199,8 @@ TEST_F(SessionTest, StorageConfigurationByDomainSchemeAndHttps) {
     const std::string path = "/DXAPI/Galewing/Platform/V1/Storage/LocalCloudStorageConfig";
     const std::string oldKey = Encrypt("old-access", false);
     Answer("GET", path,
-           Envelope(R"({"StorageConfig":{"EnableHttps":1,"EnableWan":1,"SecureEncryptType":0,"AccessKey":")" + oldKey +
+           Envelope(R"({"StorageConfig":{"EnableHttps":1,"EnableWan":1,"SecureEncryptType":0,"AccessKey":")" +
+                    oldKey +
                     R"(","SecretKey":"","WanObjectDownloadPort":1,"HttpsWanObjectDownloadPort":28656,)"
                     R"("HttpsWanObjectUploadPort":28657,"PoolName":"p"}})"));
     BusinessCommon::CUserCommonManager::Instance()->SetClientDomain("WAN");
@@ -212,7 +220,8 @@ TEST_F(SessionTest, StorageConfigurationByDomainSchemeAndHttps) {
 
     BusinessCommon::CUserCommonManager::Instance()->SetClientDomain("LAN");
     Control("POST", "/reset");
-    Answer("GET", path, Envelope(R"({"StorageConfig":{"SecureEncryptType":2,"AccessKey":"abc","SecretKey":"def"}})"));
+    Answer("GET", path,
+           Envelope(R"({"StorageConfig":{"SecureEncryptType":2,"AccessKey":"abc","SecretKey":"def"}})"));
     LocalCloudStorageConfig odd;
     EXPECT_TRUE(CBroadcastSession::GetLocalCloudStorageConfig(odd)) << "an unknown scheme still succeeds";
     EXPECT_TRUE(log.Contains("Secure type is error.", 5));
@@ -282,7 +291,8 @@ TEST_F(SessionTest, MediaDirectoriesTreeFilesAndLocalPaths) {
     std::vector<MediaFile> files;
     ASSERT_TRUE(CBroadcastSession::GetMediaFiles(-1, "", files)) << LastError().ToString();
     ASSERT_GE(files.size(), 5u);
-    EXPECT_EQ(LastRequestBody(kPlugin + "/MediaManagement/MediaFiles").get_int_v("/MediaFilesListRequest/PageIndex", 0),
+    EXPECT_EQ(LastRequestBody(kPlugin + "/MediaManagement/MediaFiles")
+                  .get_int_v("/MediaFilesListRequest/PageIndex", 0),
               -1);
     MediaFile bell;
     ASSERT_TRUE(CBroadcastSession::GetMediaFileByID(1, bell)) << LastError().ToString();
@@ -313,11 +323,13 @@ TEST_F(SessionTest, RecordStatusTtsAndPromptToneBodies) {
     ASSERT_TRUE(CBroadcastSession::UploadBroadcastRecord(record)) << LastError().ToString();
     CRapidJsonProto body = LastRequestBody(kPlugin + "/RealTimeBroadcast/Record");
     EXPECT_EQ(body.get_v("/RealTimeBroadcastRecordsRequest/MediaFile/Name"), "rec.2024");
-    EXPECT_EQ(body.get_int_v("/RealTimeBroadcastRecordsRequest/MediaFile/size", -1), 4) << "kilobytes, rounded down";
+    EXPECT_EQ(body.get_int_v("/RealTimeBroadcastRecordsRequest/MediaFile/size", -1), 4)
+        << "kilobytes, rounded down";
     EXPECT_EQ(body.get_int_v("/RealTimeBroadcastRecordsRequest/ElementList/Element[2]/ID", -1), 1003);
     record.FileName = "rec";
     ASSERT_TRUE(CBroadcastSession::UploadBroadcastRecord(record));
-    EXPECT_EQ(LastRequestBody(kPlugin + "/RealTimeBroadcast/Record").get_v("/RealTimeBroadcastRecordsRequest/MediaFile/Name"),
+    EXPECT_EQ(LastRequestBody(kPlugin + "/RealTimeBroadcast/Record")
+                  .get_v("/RealTimeBroadcastRecordsRequest/MediaFile/Name"),
               "rec");
 
     TTSRequestParam tts;
@@ -330,9 +342,9 @@ TEST_F(SessionTest, RecordStatusTtsAndPromptToneBodies) {
     ASSERT_EQ(errors.size(), 1u) << "the offline speaker";
     EXPECT_EQ(errors[0].ElementID, 1007);
 
-    const std::string two = Envelope(
-        R"({"ErrorList":[{"ElementID":1001,"ElementName":"a","ErrorModule":30,"ErrorCode":7},)"
-        R"({"ElementID":1002,"ElementName":"b","ErrorModule":30,"ErrorCode":7}]})");
+    const std::string two =
+        Envelope(R"({"ErrorList":[{"ElementID":1001,"ElementName":"a","ErrorModule":30,"ErrorCode":7},)"
+                 R"({"ElementID":1002,"ElementName":"b","ErrorModule":30,"ErrorCode":7}]})");
     Answer("POST", kPlugin + "/RealTimeBroadcast/TTS", two);
     errors.clear();
     EXPECT_TRUE(CBroadcastSession::StartBroadcastByTTS(tts, errors)) << "two of three failed: one started";
@@ -413,21 +425,27 @@ TEST_F(SessionTest, BroadcastAddressDecodingRules) {
     const std::string path = kPlugin + "/RealTimeBroadcast/CommonUrlList";
     const std::string token = Encrypt("tok-1", true);
     const std::string password = Encrypt("pw-9", true);
-    Answer("GET", path,
-           Envelope(R"({"CommonUrlList":{"CommonUrl":[)"
-                    R"({"Url":"[SMS:12]rtsp://h:1/a","SMSversion":1,"SecureEncryptType":1,"ResourceGuid":"g1",)"
-                    R"("SMSToken":{"Enable":1,"Token":")" + token + R"("},"ResourceType":1027,"ResourceList":[)"
-                    R"({"ID":1,"DevcieInfo":{"DeviceID":-1}},{"ID":2,"DevcieInfo":{"DeviceID":77,"DevicePassword":")" +
-                    password + R"(","DeviceIP":"10.0.0.9","DevicePort":81,"Channelnfo":{"DeviceIndex":"x","DeviceResourceID":5}}}]},)"
-                    R"({"Url":"sdk:rtsp://nobracket","ResourceGuid":"g2","ResourceType":9},)"
-                    R"({"Url":"[sms:1]rtsp://h:1/b","ResourceGuid":"g3","SMSToken":{"Enable":1,"Token":"garbage"}})"
-                    R"(]}})"));
+    Answer(
+        "GET", path,
+        Envelope(
+            R"({"CommonUrlList":{"CommonUrl":[)"
+            R"({"Url":"[SMS:12]rtsp://h:1/a","SMSversion":1,"SecureEncryptType":1,"ResourceGuid":"g1",)"
+            R"("SMSToken":{"Enable":1,"Token":")" +
+            token +
+            R"("},"ResourceType":1027,"ResourceList":[)"
+            R"({"ID":1,"DevcieInfo":{"DeviceID":-1}},{"ID":2,"DevcieInfo":{"DeviceID":77,"DevicePassword":")" +
+            password +
+            R"(","DeviceIP":"10.0.0.9","DevicePort":81,"Channelnfo":{"DeviceIndex":"x","DeviceResourceID":5}}}]},)"
+            R"({"Url":"sdk:rtsp://nobracket","ResourceGuid":"g2","ResourceType":9},)"
+            R"({"Url":"[sms:1]rtsp://h:1/b","ResourceGuid":"g3","SMSToken":{"Enable":1,"Token":"garbage"}})"
+            R"(]}})"));
     ResourceManager::DeviceInfo known;
     known.id = 77;
     ResourceManager::CDeviceManager::Instance()->AddOrUpdateDevice(known);
     CLogCapture log;
     BroadcastUrlResult result;
-    ASSERT_TRUE(CBroadcastSession::GetBroadcastUrl({BroadcastUrlRequest()}, result)) << result.Error.ToString();
+    ASSERT_TRUE(CBroadcastSession::GetBroadcastUrl({BroadcastUrlRequest()}, result))
+        << result.Error.ToString();
     ASSERT_EQ(result.Urls.size(), 3u);
     EXPECT_EQ(result.Urls[0].Method, kMethodStreamingV1) << "SMS in capitals with SMSversion 1";
     EXPECT_EQ(result.Urls[0].Token, "tok-1");
@@ -436,7 +454,11 @@ TEST_F(SessionTest, BroadcastAddressDecodingRules) {
     EXPECT_EQ(result.Urls[0].Resources[1].ResourceType, 1027);
     EXPECT_EQ(result.Urls[0].Resources[1].DevicePassword, "pw-9");
     EXPECT_EQ(result.Urls[0].Resources[1].DeviceResourceID, 5);
-    EXPECT_EQ(ResourceManager::CDeviceManager::Instance()->FindDeviceByID(77)->GetIPModeLoginParam().GetVal_uLoginPort(), 81);
+    EXPECT_EQ(ResourceManager::CDeviceManager::Instance()
+                  ->FindDeviceByID(77)
+                  ->GetIPModeLoginParam()
+                  .GetVal_uLoginPort(),
+              81);
     EXPECT_EQ(result.Urls[1].Method, kMethodUnknown) << "without a bracket the method text is one short";
     EXPECT_TRUE(result.Urls[1].Url.empty());
     EXPECT_TRUE(log.Contains("Invalid Voice Talk Method sd", 5));
@@ -448,7 +470,8 @@ TEST_F(SessionTest, BroadcastAddressDecodingRules) {
 
     // Empty and malformed answers: the same codes, told apart by the subsystem.
     Control("POST", "/reset");
-    Fault(R"({"Method":"GET","Path":"/DXAPI/Galewing/BroadcastPlugin/V1/RealTimeBroadcast/CommonUrlList","Kind":"empty","Count":1})");
+    Fault(
+        R"({"Method":"GET","Path":"/DXAPI/Galewing/BroadcastPlugin/V1/RealTimeBroadcast/CommonUrlList","Kind":"empty","Count":1})");
     BroadcastUrlResult empty;
     EXPECT_FALSE(CBroadcastSession::GetBroadcastUrl({BroadcastUrlRequest()}, empty));
     EXPECT_EQ(empty.Error, ErrorCode(2, 20, 2001));
@@ -465,7 +488,8 @@ TEST_F(SessionTest, PromptTonesAndServerStatus) {
     EXPECT_EQ(LastError().GetMainErrorCode(), 30) << "the platform names unknown groups";
     CRapidJsonProto body = LastRequestBody(kPlugin + "/RealTimeBroadcast/StartPromptTone");
     EXPECT_EQ(body.get_v("/Request/ResourceGuids[1]"), "unknown-guid");
-    EXPECT_FALSE(CBroadcastSession::NotifyServerBroadcastStatus(3, "unknown-guid", {"1003", "1004"}, ErrorCode(2, 1, 5)));
+    EXPECT_FALSE(CBroadcastSession::NotifyServerBroadcastStatus(3, "unknown-guid", {"1003", "1004"},
+                                                                ErrorCode(2, 1, 5)));
     body = LastRequestBody(kPlugin + "/RealTimeBroadcast/UpdateBroadcastStatus");
     EXPECT_EQ(body.get_v("/ResourceIDs"), "1003,1004");
     EXPECT_EQ(body.get_int_v("/ResourceType", 0), 1027);

@@ -68,8 +68,8 @@ bool CIPSpeakerManager::StartBroadcastListen(int32_t id) {
         }
         const BroadcastBaseConfig config = CIPSpeakerConfigManager::Instance()->GetConfig();
         ORVVideoComm::CVoiceTalkRequestObserverParam answer;
-        if (!listenStopped() && !ORVVideoTool::RequestVoiceTalkUrl(answer, deviceID, kDeviceTypeSpeaker, 0, true,
-                                                                   config.AudioCompressionType)) {
+        if (!listenStopped() && !ORVVideoTool::RequestVoiceTalkUrl(answer, deviceID, kDeviceTypeSpeaker, 0,
+                                                                   true, config.AudioCompressionType)) {
             BCAST_LOG(5, "[%s]Request voice talk url failed. device id:%d[%s(%d)]", deviceID);
             break;
         }
@@ -145,14 +145,17 @@ void CIPSpeakerManager::HandleWebsocketMessage(const std::string& text) {
         event.error = ErrorCode(Tal::Base::Error::kSubSystemServer, message.get_int_v(p + "ErrorModule", -1),
                                 message.get_int_v(p + "ErrorCode", -1));
         event.resourceType = message.get_int_v(p + "ResourceType", -1);
-        event.resourceStatus = MapResourceStatus(message.get_int_v(p + "ResourceStatus", -1), event.resourceStatus);
+        event.resourceStatus =
+            MapResourceStatus(message.get_int_v(p + "ResourceStatus", -1), event.resourceStatus);
         events.push_back(event);
 
         auto entry = speakerStates_.find(event.elementID);
         const int32_t playState = entry == speakerStates_.end() ? -1 : entry->second.playState;
         if (playState == 1 || playState == 2) {
-            BCAST_LOG(4, "[%s]Has already play[1-play finish, 2-play failed]:%d , pass this notify message.[%s(%d)]",
-                      playState);
+            BCAST_LOG(
+                4,
+                "[%s]Has already play[1-play finish, 2-play failed]:%d , pass this notify message.[%s(%d)]",
+                playState);
             continue;
         }
         if (stopped_ || entry == speakerStates_.end()) {
@@ -166,7 +169,8 @@ void CIPSpeakerManager::HandleWebsocketMessage(const std::string& text) {
             }
         }
         if (!ownGroup) {
-            BCAST_LOG(4, "[%s]This broadcast[%d] is broadcast open by other client.[%s(%d)]", event.elementID);
+            BCAST_LOG(4, "[%s]This broadcast[%d] is broadcast open by other client.[%s(%d)]",
+                      event.elementID);
             continue;
         }
 

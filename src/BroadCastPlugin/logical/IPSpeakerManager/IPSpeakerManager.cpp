@@ -45,7 +45,8 @@ int32_t BroadcastElementID2DeviceID(int32_t elementID) {
     ResourceManager::CDownloadLogicalResource request;
     request.SetVal_source_type(ResourceManager::kSourceTypeBroadcastElement);
     request.SetVal_extra_ids({elementID});
-    if (!ResourceManager::CDownloadResourceManager::Instance()->SynIncrementalDownloadLogicalResource(request)) {
+    if (!ResourceManager::CDownloadResourceManager::Instance()->SynIncrementalDownloadLogicalResource(
+            request)) {
         BCAST_LOG(5, "[%s]Download broadcast failed. id: %u[%s(%d)]", static_cast<unsigned>(elementID));
         return -1;
     }
@@ -68,7 +69,8 @@ bool DownloadElements(const std::vector<int32_t>& elementIDs) {
         request.SetVal_extra_ids({id});
         request.SetVal_extra_request_type(kElementDownloadRequestType);
         request.SetVal_page_index(0);
-        if (!ResourceManager::CDownloadResourceManager::Instance()->SynIncrementalDownloadLogicalResource(request)) {
+        if (!ResourceManager::CDownloadResourceManager::Instance()->SynIncrementalDownloadLogicalResource(
+                request)) {
             BCAST_LOG(5, "[%s]Download element failed. id :%d[%s(%d)]", id);
             return false;
         }
@@ -81,7 +83,8 @@ std::shared_ptr<ResourceManager::CDevice> DeviceOfElement(int32_t elementID) {
     if (!element) {
         return nullptr;
     }
-    return ResourceManager::CDeviceManager::Instance()->FindDeviceByID(element->GetEncodeDeviceAttribute().GetDeviceID());
+    return ResourceManager::CDeviceManager::Instance()->FindDeviceByID(
+        element->GetEncodeDeviceAttribute().GetDeviceID());
 }
 
 int32_t ListenDeviceID(int32_t id) {
@@ -104,7 +107,9 @@ int32_t ListenDeviceID(int32_t id) {
 
 }  // namespace details
 
-CIPSpeakerManager* CIPSpeakerManager::Instance() { return Tal::Base::CSingleton<CIPSpeakerManager>::Instance(); }
+CIPSpeakerManager* CIPSpeakerManager::Instance() {
+    return Tal::Base::CSingleton<CIPSpeakerManager>::Instance();
+}
 
 CIPSpeakerManager::CIPSpeakerManager()
     : capture_(std::make_unique<CVoiceCapture>()),
@@ -120,7 +125,8 @@ bool CIPSpeakerManager::Init(NotifyCallback callback) {
         ClearBroadcastParamLocked();
     }
     // Per-device transport results become speaker events of the running broadcast.
-    CVoiceTransferManager::Instance()->SetResultCallback([this](const IPSpeakerNotifyParam& param) { Notify({param}); });
+    CVoiceTransferManager::Instance()->SetResultCallback(
+        [this](const IPSpeakerNotifyParam& param) { Notify({param}); });
     return true;
 }
 
@@ -197,15 +203,18 @@ bool CIPSpeakerManager::StartSpeakVoice(const std::vector<int32_t>& elementIDs, 
         const bool promptVoice = config.IsPromptToneActivated;
 
         std::vector<BroadcastUrlInfo> urls;
-        if (!IsStopped() && !RequestIPSPeakerUrl(urls, elementIDs, false, config.BroadcastMode, promptVoice)) {
+        if (!IsStopped() &&
+            !RequestIPSPeakerUrl(urls, elementIDs, false, config.BroadcastMode, promptVoice)) {
             BCAST_LOG(5, "[%s]Request IPSpeaker url failed.[%s(%d)]");
             break;
         }
         RecordSpeakers(urls);
 
-        capture_->SetPCMDataCallback([this](const uint8_t* data, int size) { voiceRecorder_->InputData(data, size); });
-        capture_->SetEncodeDataCallback(
-            [transfer](const uint8_t* data, int size) { transfer->SendData(data, static_cast<int32_t>(size)); });
+        capture_->SetPCMDataCallback(
+            [this](const uint8_t* data, int size) { voiceRecorder_->InputData(data, size); });
+        capture_->SetEncodeDataCallback([transfer](const uint8_t* data, int size) {
+            transfer->SendData(data, static_cast<int32_t>(size));
+        });
         if (!IsStopped() && !capture_->StartCapture(encodeType)) {
             BCAST_LOG(5, "[%s]Start voice capture failed.[%s(%d)]");
             break;
@@ -298,15 +307,18 @@ bool CIPSpeakerManager::RequestIPSPeakerUrl(std::vector<BroadcastUrlInfo>& urls,
     std::map<int32_t, std::vector<int32_t>> byType;
     for (int32_t id : elementIDs) {
         const int32_t deviceID = details::BroadcastElementID2DeviceID(id);
-        int32_t accessType = BusinessCommon::CStreamConfigManager::Instance()->GetStreamAccessTypeByIpspeakerID(deviceID);
+        int32_t accessType =
+            BusinessCommon::CStreamConfigManager::Instance()->GetStreamAccessTypeByIpspeakerID(deviceID);
         if (accessType == kAccessSystemDefault || accessType == kAccessAuto) {
             accessType = defaultAccessType;
         }
-        BCAST_LOG(3,
-                  "[%s]Broadcast channel id: %d, device id: %d, access type: %d[0--AutoJudgement, 2--Delegate, "
-                  "3--DirectConnect, 4--SystemDefaultConfig, 20--CenterDelegate].[%s(%d)]",
-                  id, deviceID, accessType);
-        if (accessType != kAccessDelegate && accessType != kAccessDirect && accessType != kAccessCenterDelegate) {
+        BCAST_LOG(
+            3,
+            "[%s]Broadcast channel id: %d, device id: %d, access type: %d[0--AutoJudgement, 2--Delegate, "
+            "3--DirectConnect, 4--SystemDefaultConfig, 20--CenterDelegate].[%s(%d)]",
+            id, deviceID, accessType);
+        if (accessType != kAccessDelegate && accessType != kAccessDirect &&
+            accessType != kAccessCenterDelegate) {
             accessType = kAccessAuto;  // anything else is left to the platform's judgement
         }
         byType[accessType].push_back(id);
@@ -329,8 +341,8 @@ bool CIPSpeakerManager::RequestIPSPeakerUrl(std::vector<BroadcastUrlInfo>& urls,
     }
     BroadcastUrlResult result;
     if (!CBroadcastSession::GetBroadcastUrl(requests, result)) {
-        BCAST_LOG(5, "[%s]GetBroadcastUrl failed. error code [%d][%d][%s(%d)]", result.Error.GetMainErrorCode(),
-                  result.Error.GetSubErrorCode());
+        BCAST_LOG(5, "[%s]GetBroadcastUrl failed. error code [%d][%d][%s(%d)]",
+                  result.Error.GetMainErrorCode(), result.Error.GetSubErrorCode());
         SetLastError(result.Error);
         return false;
     }
@@ -338,7 +350,8 @@ bool CIPSpeakerManager::RequestIPSPeakerUrl(std::vector<BroadcastUrlInfo>& urls,
     return true;
 }
 
-BroadcastTargets CIPSpeakerManager::BuildTargets(const std::vector<BroadcastUrlInfo>& urls, int32_t encodeType) {
+BroadcastTargets CIPSpeakerManager::BuildTargets(const std::vector<BroadcastUrlInfo>& urls,
+                                                 int32_t encodeType) {
     BroadcastTargets targets;
     for (const BroadcastUrlInfo& url : urls) {
         if (url.Method == kMethodStreamingV1) {
@@ -369,9 +382,9 @@ BroadcastTargets CIPSpeakerManager::BuildTargets(const std::vector<BroadcastUrlI
                 targets.oem.push_back(oem);
             } else if (IsSdkDevice(*device)) {
                 SDKChannelTarget channel{element->GetName(), element->GetChannel()};
-                auto same = std::find_if(targets.sdk.begin(), targets.sdk.end(), [&](const SDKTransferTarget& t) {
-                    return t.deviceID == device->GetID();
-                });
+                auto same =
+                    std::find_if(targets.sdk.begin(), targets.sdk.end(),
+                                 [&](const SDKTransferTarget& t) { return t.deviceID == device->GetID(); });
                 if (same != targets.sdk.end()) {
                     same->channels.push_back(channel);
                 } else {
@@ -488,7 +501,9 @@ void CIPSpeakerManager::SetListenStopFlag(bool stopped) {
     listenStopped_ = stopped;
 }
 
-std::string CIPSpeakerManager::GetRecordedFilePath() const { return voiceRecorder_->RecordFilePath(); }
+std::string CIPSpeakerManager::GetRecordedFilePath() const {
+    return voiceRecorder_->RecordFilePath();
+}
 
 std::string CIPSpeakerManager::GetStartTime() const {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -77,7 +77,8 @@ public:
                              bool filePlayback, int32_t defaultAccessType, bool promptVoice);
 
     // File, text-to-speech, prompt tone and recording.
-    bool StartPlayAudioFile(const std::vector<int32_t>& elementIDs, const std::string& filePath, int64_t requestID);
+    bool StartPlayAudioFile(const std::vector<int32_t>& elementIDs, const std::string& filePath,
+                            int64_t requestID);
     bool StartTTSBroadcast(std::vector<TTSResponseError>& errors, const TTSRequestParam& request);
     void StopTTSBroadcast();
     bool StartPromptVoice();
@@ -121,7 +122,8 @@ private:
     /// Shared by the live talk and the file broadcast: records the speakers of the addresses.
     void RecordSpeakers(const std::vector<BroadcastUrlInfo>& urls);
     /// The end of a live talk; returns what the start returns.
-    bool FinishSpeak(bool result, const std::vector<int32_t>& elementIDs, int64_t requestID, bool deviceTargets);
+    bool FinishSpeak(bool result, const std::vector<int32_t>& elementIDs, int64_t requestID,
+                     bool deviceTargets);
     bool FinishPlayFile(bool result, const std::vector<int32_t>& elementIDs, int64_t requestID,
                         bool deviceTargets);
     /// Starts the SDK and RTP senders; false when the SDK start fails.

@@ -128,8 +128,8 @@ bool RequestVoiceTalkUrl(ORVVideoComm::CVoiceTalkRequestObserverParam& answer, i
     request.set_bool_v("/Listen", listen);
     request.set_v("/EncodeType", encodeType);
     NetworkCommunication::CRapidJsonProto reply;
-    if (!NetworkCommunication::CallPlatform("POST", "/DXAPI/Galewing/Platform/V1/VoiceTalk/Url", request.get_str(0),
-                                            reply)) {
+    if (!NetworkCommunication::CallPlatform("POST", "/DXAPI/Galewing/Platform/V1/VoiceTalk/Url",
+                                            request.get_str(0), reply)) {
         TAL_LOG(5, "VideoTool", "[%s]Voice talk address of device %d refused: %s[%s(%d)]", deviceId,
                 NetworkCommunication::DescribeError(Tal::Base::Error::GetLastError()).c_str());
         return false;
@@ -141,7 +141,8 @@ bool RequestVoiceTalkUrl(ORVVideoComm::CVoiceTalkRequestObserverParam& answer, i
     std::string token;
     if (!BusinessCommon::DecryptServerSecret(scheme, reply.get_v(data + "/Password", ""), password,
                                              "voice talk password") ||
-        !BusinessCommon::DecryptServerSecret(scheme, reply.get_v(data + "/Token", ""), token, "voice talk token")) {
+        !BusinessCommon::DecryptServerSecret(scheme, reply.get_v(data + "/Token", ""), token,
+                                             "voice talk token")) {
         return false;
     }
     const std::string url = reply.get_v(data + "/Url", "");
