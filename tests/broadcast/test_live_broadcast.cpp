@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
 #include <thread>
 
 #include "AudioCheck.h"
@@ -79,19 +78,6 @@ protected:
         return pulse_->StartPlaying(speech_->File("sentence.wav"), &player);
     }
     static int SamplesPlayed(int elementId) { return Speaker(elementId).get_int_v("/SamplesPlayed", -1); }
-    // The simulated device's entry of /_control/devices.
-    static CRapidJsonProto Device(int deviceId) {
-        CRapidJsonProto all;
-        all.set_str(Control("GET", "/devices").body);
-        CRapidJsonProto one;
-        for (int i = 1; i <= all.get_cnt("/ResponseStatus/Data/Devices"); ++i) {
-            const std::string path = "/ResponseStatus/Data/Devices[" + std::to_string(i) + "]";
-            if (all.get_int_v(path + "/DeviceID", 0) == deviceId) {
-                one.set_str(all.get_node_str(path));
-            }
-        }
-        return one;
-    }
     static double TotalSeconds(int elementId) {
         return Speaker(elementId).get_double_v("/TotalSecondsPlayed", -1);
     }
@@ -357,10 +343,8 @@ TEST_F(LiveBroadcastTest, ListeningPlaysTheSpeakersAudioAndAFailedListenLeavesNo
         recorder.Stop();
         EXPECT_TRUE(manager->StopBroadcastListen());
         EXPECT_FALSE(manager->IsListening());
-        const std::vector<uint8_t> bytes = BcastTest::ReadBytes(dir.File("out.raw"));
-        std::vector<int16_t> played(bytes.size() / 2);
-        std::memcpy(played.data(), bytes.data(), played.size() * 2);
-        played = BcastTest::TrimSilence(played);
+        const std::vector<int16_t> played =
+            BcastTest::TrimSilence(BcastTest::ReadRawPcm(dir.File("out.raw")));
         ASSERT_GT(played.size(), 8000u) << "at least a second of sound reached the output";
         EXPECT_NEAR(BcastTest::DominantFrequency(played, 8000), tone, 15.0);
         EXPECT_EQ(OperationLogTypes().back(), 203002);

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 
@@ -74,12 +73,6 @@ protected:
             }
         }
         return lines;
-    }
-    static std::vector<int16_t> ReadPcm(const std::string& rawPath) {
-        const std::vector<uint8_t> bytes = BcastTest::ReadBytes(rawPath);
-        std::vector<int16_t> samples(bytes.size() / 2);
-        std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
-        return samples;
     }
 
     static BcastTest::CPulseAudioPeer* pulse_;
@@ -176,7 +169,8 @@ TEST_F(HostBroadcastTest, WebListenAnswersWithItsResultAndPlaysTheSpeakerToTheOu
         }
     }
     EXPECT_TRUE(answered) << run.output;
-    const std::vector<int16_t> played = BcastTest::TrimSilence(ReadPcm(dir_->File("listen.raw")));
+    const std::vector<int16_t> played =
+        BcastTest::TrimSilence(BcastTest::ReadRawPcm(dir_->File("listen.raw")));
     ASSERT_GT(played.size(), 8000u) << "at least a second of the speaker reached the output";
     EXPECT_NEAR(BcastTest::DominantFrequency(played, 8000), idleTone, 10.0);
 

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "TestProcess.h"
+#include "tool/audio/AudioCompare.h"
 
 namespace BcastTest {
 
@@ -38,33 +39,6 @@ std::vector<int16_t> DecodeTo(const std::vector<std::string>& argv, const std::s
         return {};
     }
     return SamplesOf(bytes);
-}
-
-void Fft(std::vector<std::complex<double>>& data) {
-    const std::size_t n = data.size();
-    for (std::size_t i = 1, j = 0; i < n; ++i) {
-        std::size_t bit = n >> 1;
-        for (; j & bit; bit >>= 1) {
-            j ^= bit;
-        }
-        j ^= bit;
-        if (i < j) {
-            std::swap(data[i], data[j]);
-        }
-    }
-    for (std::size_t length = 2; length <= n; length <<= 1) {
-        std::complex<double> step = std::polar(1.0, -2 * kPi / static_cast<double>(length));
-        for (std::size_t i = 0; i < n; i += length) {
-            std::complex<double> w(1.0);
-            for (std::size_t k = 0; k < length / 2; ++k) {
-                std::complex<double> u = data[i + k];
-                std::complex<double> v = data[i + k + length / 2] * w;
-                data[i + k] = u + v;
-                data[i + k + length / 2] = u - v;
-                w *= step;
-            }
-        }
-    }
 }
 
 }  // namespace
@@ -136,7 +110,7 @@ double DominantFrequency(const std::vector<int16_t>& samples, int rate) {
         double window = 0.5 - 0.5 * std::cos(2 * kPi * static_cast<double>(i) / static_cast<double>(n - 1));
         data[i] = samples[offset + i] * window;
     }
-    Fft(data);
+    BcastTool::Fft(data, false);
     std::size_t peak = 1;
     for (std::size_t i = 1; i < n / 2; ++i) {
         if (std::abs(data[i]) > std::abs(data[peak])) {
@@ -212,6 +186,10 @@ std::vector<int16_t> Middle(const std::vector<int16_t>& samples, std::size_t cou
     std::size_t start = (samples.size() - count) / 2;
     return std::vector<int16_t>(samples.begin() + static_cast<std::ptrdiff_t>(start),
                                 samples.begin() + static_cast<std::ptrdiff_t>(start + count));
+}
+
+std::vector<int16_t> ReadRawPcm(const std::string& path) {
+    return SamplesOf(ReadBytes(path));
 }
 
 std::vector<uint8_t> ReadBytes(const std::string& path) {

@@ -34,6 +34,8 @@ std::vector<int16_t> TrimSilence(const std::vector<int16_t>& samples, int thresh
 std::vector<int16_t> Middle(const std::vector<int16_t>& samples, std::size_t count);
 
 std::vector<uint8_t> ReadBytes(const std::string& path);
+/// Raw signed 16-bit little-endian samples of a file (what a PulseAudio recording writes); empty when absent.
+std::vector<int16_t> ReadRawPcm(const std::string& path);
 bool WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes);
 
 }  // namespace BcastTest

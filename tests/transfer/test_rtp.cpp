@@ -45,10 +45,10 @@ Header Parse(const uint8_t* packet) {
     return header;
 }
 
-std::vector<uint8_t> Frame(size_t size, uint8_t seed) {
+std::vector<uint8_t> Frame(size_t size, uint8_t first) {
     std::vector<uint8_t> frame(size);
     for (size_t i = 0; i < size; ++i) {
-        frame[i] = static_cast<uint8_t>(seed + i * 3);
+        frame[i] = static_cast<uint8_t>(first + i * 3);
     }
     return frame;
 }
@@ -298,8 +298,8 @@ TEST(RtpTool, ReceiverGetsAGeneratedToneFileAsAContinuousPacedStream) {
     EXPECT_NE(output.find("timestamp: first 0, step 320, advances by the payload"), std::string::npos)
         << output;
     EXPECT_NE(output.find("result: OK"), std::string::npos) << output;
-    // Paced, not sent in a burst: 49 intervals of 40 ms from an absolute schedule span 1.96 s; only a first packet
-    // held back by half a second could make it look shorter.
+    // Paced, not sent in a burst: 49 intervals of 40 ms from an absolute schedule span 1.96 s; only a first
+    // packet held back by half a second could make it look shorter.
     const size_t at = output.find("duration: ");
     ASSERT_NE(at, std::string::npos);
     EXPECT_GE(std::atof(output.c_str() + at + 10), 1.5) << output;

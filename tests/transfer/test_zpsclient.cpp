@@ -32,8 +32,8 @@ using namespace std::chrono_literals;
 namespace {
 
 /// Random bytes in frames of `frameSize`: any byte pattern must survive the trip unchanged.
-std::vector<std::string> RandomFrames(int count, int frameSize, unsigned seed) {
-    std::mt19937 random(seed);
+std::vector<std::string> RandomFrames(int count, int frameSize, unsigned start) {
+    std::mt19937 random(start);
     std::vector<std::string> frames;
     for (int i = 0; i < count; ++i) {
         std::string frame(static_cast<size_t>(frameSize), '\0');

@@ -19,35 +19,6 @@ uint16_t Le16(const unsigned char* p) {
     return static_cast<uint16_t>(p[0] | (p[1] << 8));
 }
 
-// In-place iterative radix-2 FFT; `inverse` computes the unscaled inverse.
-void Fft(std::vector<std::complex<double>>& a, bool inverse) {
-    const std::size_t n = a.size();
-    for (std::size_t i = 1, j = 0; i < n; ++i) {
-        std::size_t bit = n >> 1;
-        for (; j & bit; bit >>= 1) {
-            j ^= bit;
-        }
-        j ^= bit;
-        if (i < j) {
-            std::swap(a[i], a[j]);
-        }
-    }
-    for (std::size_t len = 2; len <= n; len <<= 1) {
-        const double angle = 2 * M_PI / static_cast<double>(len) * (inverse ? 1 : -1);
-        const std::complex<double> step(std::cos(angle), std::sin(angle));
-        for (std::size_t i = 0; i < n; i += len) {
-            std::complex<double> w(1);
-            for (std::size_t k = 0; k < len / 2; ++k) {
-                const std::complex<double> u = a[i + k];
-                const std::complex<double> v = a[i + k + len / 2] * w;
-                a[i + k] = u + v;
-                a[i + k + len / 2] = u - v;
-                w *= step;
-            }
-        }
-    }
-}
-
 double Energy(const std::vector<int16_t>& s) {
     double e = 0;
     for (int16_t v : s) {
@@ -116,6 +87,34 @@ bool ToRate(const PcmAudio& in, int rate, PcmAudio& out) {
     out.samples.clear();
     return resampler.Process(in.samples.data(), in.samples.size(), &out.samples) == 0 &&
            resampler.Flush(&out.samples) == 0;
+}
+
+void Fft(std::vector<std::complex<double>>& a, bool inverse) {
+    const std::size_t n = a.size();
+    for (std::size_t i = 1, j = 0; i < n; ++i) {
+        std::size_t bit = n >> 1;
+        for (; j & bit; bit >>= 1) {
+            j ^= bit;
+        }
+        j ^= bit;
+        if (i < j) {
+            std::swap(a[i], a[j]);
+        }
+    }
+    for (std::size_t len = 2; len <= n; len <<= 1) {
+        const double angle = 2 * M_PI / static_cast<double>(len) * (inverse ? 1 : -1);
+        const std::complex<double> step(std::cos(angle), std::sin(angle));
+        for (std::size_t i = 0; i < n; i += len) {
+            std::complex<double> w(1);
+            for (std::size_t k = 0; k < len / 2; ++k) {
+                const std::complex<double> u = a[i + k];
+                const std::complex<double> v = a[i + k + len / 2] * w;
+                a[i + k] = u + v;
+                a[i + k + len / 2] = u - v;
+                w *= step;
+            }
+        }
+    }
 }
 
 AudioMatch CompareAudio(const PcmAudio& reference, const PcmAudio& recording, double maxDelaySeconds) {

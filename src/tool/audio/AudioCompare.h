@@ -2,6 +2,7 @@
 // How well a recording matches a reference: the peak of their normalised cross-correlation and the delay
 // at which it lies.
 
+#include <complex>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -26,6 +27,9 @@ struct AudioMatch {
     double referenceSeconds = 0;
     double recordingSeconds = 0;
 };
+
+/// In-place iterative radix-2 FFT of a power-of-two size; `inverse` computes the unscaled inverse.
+void Fft(std::vector<std::complex<double>>& a, bool inverse);
 
 /// Compares a recording with a reference at `rate`: the delay is where their cross-correlation peaks
 /// between -maxDelaySeconds and +maxDelaySeconds. Silent input gives a correlation of 0.

@@ -140,17 +140,27 @@ std::vector<CRapidJsonProto> CManagerTest::Requests(const std::string& path) {
     return bodies;
 }
 
-CRapidJsonProto CManagerTest::Speaker(int elementId) {
+CRapidJsonProto CManagerTest::ControlEntry(const std::string& path, const std::string& list,
+                                           const std::string& idKey, int id) {
     CRapidJsonProto all;
-    all.set_str(Control("GET", "/speakers").body);
+    all.set_str(Control("GET", path).body);
+    const std::string items = "/ResponseStatus/Data/" + list;
     CRapidJsonProto one;
-    for (int i = 1; i <= all.get_cnt("/ResponseStatus/Data/Speakers"); ++i) {
-        const std::string path = "/ResponseStatus/Data/Speakers[" + std::to_string(i) + "]";
-        if (all.get_int_v(path + "/ElementID", 0) == elementId) {
-            one.set_str(all.get_node_str(path));
+    for (int i = 1; i <= all.get_cnt(items); ++i) {
+        const std::string item = items + "[" + std::to_string(i) + "]";
+        if (all.get_int_v(item + "/" + idKey, 0) == id) {
+            one.set_str(all.get_node_str(item));
         }
     }
     return one;
+}
+
+CRapidJsonProto CManagerTest::Speaker(int elementId) {
+    return ControlEntry("/speakers", "Speakers", "ElementID", elementId);
+}
+
+CRapidJsonProto CManagerTest::Device(int deviceId) {
+    return ControlEntry("/devices", "Devices", "DeviceID", deviceId);
 }
 
 int CManagerTest::ThreadCount() {

@@ -53,6 +53,12 @@ protected:
     /// The simulated speaker's entry of /_control/speakers as a document rooted at the entry; empty when
     /// the element is unknown.
     static NetworkCommunication::CRapidJsonProto Speaker(int elementId);
+    /// The simulated device's entry of /_control/devices, likewise.
+    static NetworkCommunication::CRapidJsonProto Device(int deviceId);
+    /// The entry of a /_control list whose `idKey` is `id`, as a document rooted at the entry.
+    static NetworkCommunication::CRapidJsonProto ControlEntry(const std::string& path,
+                                                              const std::string& list,
+                                                              const std::string& idKey, int id);
     /// Threads of this process now.
     static int ThreadCount();
 

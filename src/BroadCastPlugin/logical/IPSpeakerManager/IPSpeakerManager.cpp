@@ -174,6 +174,26 @@ void CIPSpeakerManager::RecordSpeakers(const std::vector<BroadcastUrlInfo>& urls
     }
 }
 
+bool CIPSpeakerManager::PrepareBroadcast(const std::vector<int32_t>& elementIDs, bool filePlayback,
+                                         BroadcastBaseConfig& config, std::vector<BroadcastUrlInfo>& urls) {
+    if (!details::DownloadElements(elementIDs)) {
+        BCAST_LOG(5, "[%s]Download broadcast element ids failed.[%s(%d)]");
+        return false;
+    }
+    if (!IsStopped() && !CIPSpeakerConfigManager::Instance()->DownloadConfig()) {
+        BCAST_LOG(5, "[%s]get broadcast config failed.[%s(%d)]");
+        return false;
+    }
+    config = CIPSpeakerConfigManager::Instance()->GetConfig();
+    if (!IsStopped() && !RequestIPSPeakerUrl(urls, elementIDs, filePlayback, config.BroadcastMode,
+                                             config.IsPromptToneActivated)) {
+        BCAST_LOG(5, "[%s]Request IPSpeaker url failed.[%s(%d)]");
+        return false;
+    }
+    RecordSpeakers(urls);
+    return true;
+}
+
 bool CIPSpeakerManager::StartSpeakVoice(const std::vector<int32_t>& elementIDs, int64_t requestID) {
     BCAST_LOG(3, "[%s]Start ipspeaker voice speak. broadcast element id count:%d.[%s(%d)]",
               static_cast<int>(elementIDs.size()));
@@ -190,25 +210,13 @@ bool CIPSpeakerManager::StartSpeakVoice(const std::vector<int32_t>& elementIDs, 
     bool result = false;
     // One pass through the steps; a failing step leaves with the result false.
     do {
-        if (!details::DownloadElements(elementIDs)) {
-            BCAST_LOG(5, "[%s]Download broadcast element ids failed.[%s(%d)]");
+        BroadcastBaseConfig config;
+        std::vector<BroadcastUrlInfo> urls;
+        if (!PrepareBroadcast(elementIDs, false, config, urls)) {
             break;
         }
-        if (!IsStopped() && !CIPSpeakerConfigManager::Instance()->DownloadConfig()) {
-            BCAST_LOG(5, "[%s]get broadcast config failed.[%s(%d)]");
-            break;
-        }
-        const BroadcastBaseConfig config = CIPSpeakerConfigManager::Instance()->GetConfig();
         const int32_t encodeType = config.AudioCompressionType;
         const bool promptVoice = config.IsPromptToneActivated;
-
-        std::vector<BroadcastUrlInfo> urls;
-        if (!IsStopped() &&
-            !RequestIPSPeakerUrl(urls, elementIDs, false, config.BroadcastMode, promptVoice)) {
-            BCAST_LOG(5, "[%s]Request IPSpeaker url failed.[%s(%d)]");
-            break;
-        }
-        RecordSpeakers(urls);
 
         capture_->SetPCMDataCallback(
             [this](const uint8_t* data, int size) { voiceRecorder_->InputData(data, size); });

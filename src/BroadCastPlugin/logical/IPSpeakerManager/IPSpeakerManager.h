@@ -121,6 +121,10 @@ private:
     IPSpeakerNotifyParam StageEvent(int32_t broadcastStatus, int64_t requestID) const;
     /// Shared by the live talk and the file broadcast: records the speakers of the addresses.
     void RecordSpeakers(const std::vector<BroadcastUrlInfo>& urls);
+    /// The steps both starts share: elements, configuration, addresses and speaker entries. False (with
+    /// the step's log line) when one fails; a step skipped by a stop does not fail.
+    bool PrepareBroadcast(const std::vector<int32_t>& elementIDs, bool filePlayback,
+                          BroadcastBaseConfig& config, std::vector<BroadcastUrlInfo>& urls);
     /// The end of a live talk; returns what the start returns.
     bool FinishSpeak(bool result, const std::vector<int32_t>& elementIDs, int64_t requestID,
                      bool deviceTargets);

@@ -27,7 +27,9 @@ constexpr int kFrameIntervalG711Ms = 40;
 constexpr int kFrameIntervalMp3Ms = 24;
 
 // A speaker still connecting: connecting (0) or in the prompt tone (100-103).
-bool IsConnecting(int32_t status) { return status == 0 || (status >= 100 && status <= 103); }
+bool IsConnecting(int32_t status) {
+    return status == 0 || (status >= 100 && status <= 103);
+}
 }  // namespace
 
 bool CIPSpeakerManager::AnySpeakerConnecting() const {
@@ -69,8 +71,8 @@ void CIPSpeakerManager::OnEncodeState(EncodeState state, int64_t requestID) {
     Notify({event});
 }
 
-bool CIPSpeakerManager::StartPlayAudioFile(const std::vector<int32_t>& elementIDs, const std::string& filePath,
-                                           int64_t requestID) {
+bool CIPSpeakerManager::StartPlayAudioFile(const std::vector<int32_t>& elementIDs,
+                                           const std::string& filePath, int64_t requestID) {
     BCAST_LOG(3, "[%s]Start ipspeaker play audio file. broadcast element id count:%d, file path: %s.[%s(%d)]",
               static_cast<int>(elementIDs.size()), filePath.c_str());
     Notify({StageEvent(0, requestID)});
@@ -86,23 +88,12 @@ bool CIPSpeakerManager::StartPlayAudioFile(const std::vector<int32_t>& elementID
     BroadcastTargets targets;
     bool result = false;
     do {
-        if (!details::DownloadElements(elementIDs)) {
-            BCAST_LOG(5, "[%s]Download broadcast element ids failed.[%s(%d)]");
-            break;
-        }
-        if (!IsStopped() && !CIPSpeakerConfigManager::Instance()->DownloadConfig()) {
-            BCAST_LOG(5, "[%s]get broadcast config failed.[%s(%d)]");
-            break;
-        }
-        const BroadcastBaseConfig config = CIPSpeakerConfigManager::Instance()->GetConfig();
-        const int32_t encodeType = config.AudioCompressionType;
+        BroadcastBaseConfig config;
         std::vector<BroadcastUrlInfo> urls;
-        if (!IsStopped() &&
-            !RequestIPSPeakerUrl(urls, elementIDs, true, config.BroadcastMode, config.IsPromptToneActivated)) {
-            BCAST_LOG(5, "[%s]Request IPSpeaker url failed.[%s(%d)]");
+        if (!PrepareBroadcast(elementIDs, true, config, urls)) {
             break;
         }
-        RecordSpeakers(urls);
+        const int32_t encodeType = config.AudioCompressionType;
         if (encodeType == kEncodeG711U) {
             transfer->SetFrameInterval(kFrameIntervalG711Ms);
         } else if (encodeType == kEncodeMP3) {
@@ -126,9 +117,11 @@ bool CIPSpeakerManager::StartPlayAudioFile(const std::vector<int32_t>& elementID
         if (!StartDeviceTransports(targets)) {
             break;
         }
-        fileEncoder_->SetDataCallback(
-            [transfer](const uint8_t* data, int size) { transfer->SendData(data, static_cast<int32_t>(size)); });
-        fileEncoder_->SetStateCallback([this, requestID](EncodeState state) { OnEncodeState(state, requestID); });
+        fileEncoder_->SetDataCallback([transfer](const uint8_t* data, int size) {
+            transfer->SendData(data, static_cast<int32_t>(size));
+        });
+        fileEncoder_->SetStateCallback(
+            [this, requestID](EncodeState state) { OnEncodeState(state, requestID); });
         if (!IsStopped() && !fileEncoder_->StartEncode(filePath, encodeType)) {
             BCAST_LOG(5, "[%s]Start local file encode failed. [%s(%d)]");
             break;
@@ -176,7 +169,8 @@ bool CIPSpeakerManager::FinishPlayFile(bool result, const std::vector<int32_t>& 
     return result;
 }
 
-bool CIPSpeakerManager::StartTTSBroadcast(std::vector<TTSResponseError>& errors, const TTSRequestParam& request) {
+bool CIPSpeakerManager::StartTTSBroadcast(std::vector<TTSResponseError>& errors,
+                                          const TTSRequestParam& request) {
     BCAST_LOG(3, "[%s]Start TTSRequest.[%s(%d)]");
     ClearBroadcastParam();
     SetStopFlag(false);
@@ -262,7 +256,8 @@ bool CIPSpeakerManager::StartVoiceRecord(int32_t encodeType) {
         BCAST_LOG(5, "[%s]Make full dir failed.[%s(%d)]");
         return false;
     }
-    const std::string path = dir + now + "_" + std::to_string(static_cast<long long>(clock())) + "_broadcast.wav";
+    const std::string path =
+        dir + now + "_" + std::to_string(static_cast<long long>(clock())) + "_broadcast.wav";
     if (!voiceRecorder_->StartRecord(path, encodeType)) {
         BCAST_LOG(5, "[%s]Start record failed. file save path: %s, encode type: %d[%s(%d)]", path.c_str(),
                   encodeType);

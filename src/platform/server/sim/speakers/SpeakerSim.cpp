@@ -354,6 +354,20 @@ void CSpeakerSim::StartPromptLocked(GroupRun& group) {
         }));
 }
 
+std::vector<CSpeakerSim::Speaker*> CSpeakerSim::AnnouncePromptLocked(GroupRun& g) {
+    std::vector<Speaker*> inPrompt;
+    for (Speaker* s : GroupSpeakersLocked(g)) {
+        if (s->phase == SpeakerPhase::kPrompt) {
+            inPrompt.push_back(s);
+        }
+    }
+    if (!g.promptAnnounced) {
+        g.promptAnnounced = true;
+        PushLocked(g.guid, inPrompt, kPromptTonePlaying, kResourceBroadcasting, kPromptBegin);
+    }
+    return inPrompt;
+}
+
 void CSpeakerSim::OnPromptBlock(const std::string& guid, uint64_t sequence, const int16_t* samples,
                                 std::size_t count) {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -361,16 +375,7 @@ void CSpeakerSim::OnPromptBlock(const std::string& guid, uint64_t sequence, cons
     if (g == nullptr || g->promptSequence != sequence) {
         return;
     }
-    std::vector<Speaker*> inPrompt;
-    for (Speaker* s : GroupSpeakersLocked(*g)) {
-        if (s->phase == SpeakerPhase::kPrompt) {
-            inPrompt.push_back(s);
-        }
-    }
-    if (!g->promptAnnounced) {
-        g->promptAnnounced = true;
-        PushLocked(guid, inPrompt, kPromptTonePlaying, kResourceBroadcasting, kPromptBegin);
-    }
+    const std::vector<Speaker*> inPrompt = AnnouncePromptLocked(*g);
     for (Speaker* s : inPrompt) {
         s->lastTransport = "prompt";
         PlayLocked(*s, samples, count);
@@ -384,16 +389,7 @@ void CSpeakerSim::OnPromptDone(const std::string& guid, uint64_t sequence, CPlay
         return;  // a stop or a newer start owns the prompt tone now
     }
     g->prompt = nullptr;
-    std::vector<Speaker*> inPrompt;
-    for (Speaker* s : GroupSpeakersLocked(*g)) {
-        if (s->phase == SpeakerPhase::kPrompt) {
-            inPrompt.push_back(s);
-        }
-    }
-    if (!g->promptAnnounced) {
-        g->promptAnnounced = true;
-        PushLocked(guid, inPrompt, kPromptTonePlaying, kResourceBroadcasting, kPromptBegin);
-    }
+    const std::vector<Speaker*> inPrompt = AnnouncePromptLocked(*g);
     for (Speaker* s : inPrompt) {
         s->phase = SpeakerPhase::kPromptDone;
     }
@@ -406,12 +402,10 @@ void CSpeakerSim::OnPromptDone(const std::string& guid, uint64_t sequence, CPlay
     PushLocked(guid, inPrompt, kPromptToneFinished, kResourceBroadcasting, kPromptEnd);
     if (g->joined) {
         // The client's stream already plays: the speakers go on with it.
-        std::vector<Speaker*> playing;
         for (Speaker* s : inPrompt) {
             s->phase = SpeakerPhase::kPlaying;
-            playing.push_back(s);
         }
-        PushLocked(guid, playing, kSpeakerPlaying, kResourceBroadcasting, kPromptNone);
+        PushLocked(guid, inPrompt, kSpeakerPlaying, kResourceBroadcasting, kPromptNone);
     }
 }
 

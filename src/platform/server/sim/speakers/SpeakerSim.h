@@ -199,6 +199,8 @@ private:
 
     static bool IsLive(SpeakerPhase phase);
     static const char* PhaseName(SpeakerPhase phase);
+    /// The group's speakers in their prompt tone; the first call of a prompt pushes its beginning.
+    std::vector<Speaker*> AnnouncePromptLocked(GroupRun& g);
     static int64_t NowMs();
 
     Speaker* FindSpeaker(int elementId);
