@@ -19,7 +19,7 @@ PACKAGES=(
   gstreamer1.0-rtsp gstreamer1.0-libav gir1.2-gst-rtsp-server-1.0 python3-gi
   # tests, peers and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev openssl python3 python3-cryptography
-  ffmpeg sox espeak-ng pulseaudio pulseaudio-utils libasound2-plugins alsa-utils xvfb xauth time
+  ffmpeg sox espeak-ng pulseaudio pulseaudio-utils libasound2-plugins alsa-utils xvfb xauth time gnuplot-nox
 )
 
 # Node.js and npm (for the object-storage peer) come from the machine image when present;
@@ -37,13 +37,21 @@ done
 
 if [ ${#missing[@]} -eq 0 ]; then
   echo "setup: all ${#PACKAGES[@]} packages present"
-  exit 0
+else
+  echo "setup: installing ${#missing[@]} packages: ${missing[*]}"
+  SUDO=""
+  [ "$(id -u)" -eq 0 ] || SUDO="sudo"
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update -qq
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
-echo "setup: installing ${#missing[@]} packages: ${missing[*]}"
-SUDO=""
-[ "$(id -u)" -eq 0 ] || SUDO="sudo"
-export DEBIAN_FRONTEND=noninteractive
-$SUDO apt-get update -qq
-$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+# The object store (s3rver) of the platform, the demo and the tests, pinned by its lock file. Installed
+# again when the lock file is newer than the installed tree.
+STORE_DIR="$(cd "$(dirname "$0")" && pwd)/objectstore"
+STAMP="$STORE_DIR/node_modules/.package-lock.json"
+if [ ! -f "$STAMP" ] || [ "$STORE_DIR/package-lock.json" -nt "$STAMP" ]; then
+  echo "setup: installing the object store (npm ci in scripts/objectstore)"
+  npm ci --prefix "$STORE_DIR" --no-audit --no-fund --loglevel=error
+fi
 echo "setup: done"
