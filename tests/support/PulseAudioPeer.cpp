@@ -49,7 +49,8 @@ bool CPulseAudioPeer::Start(std::string* error, int timeoutMs) {
         return false;
     }
     if (!HasProgram("pulseaudio") || !HasProgram("pactl") || !HasProgram("paplay") || !HasProgram("pacat")) {
-        *error = "pulseaudio, pactl, paplay or pacat not found on PATH: install pulseaudio and pulseaudio-utils";
+        *error =
+            "pulseaudio, pactl, paplay or pacat not found on PATH: install pulseaudio and pulseaudio-utils";
         return false;
     }
     std::string script =
@@ -94,8 +95,8 @@ bool CPulseAudioPeer::Start(std::string* error, int timeoutMs) {
         }
         ProcessResult info = Pactl({"list", "short", "sources"}, 2000);
         if (info.exitCode == 0 && info.output.find(kSource) != std::string::npos) {
-            if (!keepAlive_.Start({"pacat", "--playback", "-d", kSink, "--raw", "--format=s16le", "--channels=1",
-                                   "--rate=8000", "--latency-msec=20", "/dev/zero"},
+            if (!keepAlive_.Start({"pacat", "--playback", "-d", kSink, "--raw", "--format=s16le",
+                                   "--channels=1", "--rate=8000", "--latency-msec=20", "/dev/zero"},
                                   ClientEnvironment(), dir_.File("keepalive.log"))) {
                 *error = "cannot start pacat";
                 Stop();

@@ -63,7 +63,8 @@ int StatusToCode(int status) {
 
 // Starts in its own process group so that a stop reaches the program's children too, and with a
 // parent-death signal so that nothing outlives a test process that crashed.
-pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, int outputFd) {
+pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, int outputFd,
+            int inputFd = -1) {
     std::vector<std::string> args = argv;
     std::vector<std::string> environment = MergedEnvironment(env);
     std::vector<char*> argp = Pointers(args);
@@ -80,7 +81,7 @@ pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>
         ::_exit(127);
     }
     int devNull = ::open("/dev/null", O_RDWR);
-    ::dup2(devNull, STDIN_FILENO);
+    ::dup2(inputFd >= 0 ? inputFd : devNull, STDIN_FILENO);
     ::dup2(outputFd >= 0 ? outputFd : devNull, STDOUT_FILENO);
     ::dup2(outputFd >= 0 ? outputFd : devNull, STDERR_FILENO);
     ::execvpe(argp[0], argp.data(), envp.data());
@@ -165,13 +166,13 @@ bool HasProgram(const std::string& program) {
 }
 
 bool CBackgroundProcess::Start(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-                               const std::string& logPath) {
+                               const std::string& logPath, int inputFd) {
     Stop();
     int fd = -1;
     if (!logPath.empty()) {
         fd = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     }
-    pid_ = argv.empty() ? -1 : Spawn(argv, env, fd);
+    pid_ = argv.empty() ? -1 : Spawn(argv, env, fd, inputFd);
     if (fd >= 0) {
         ::close(fd);
     }

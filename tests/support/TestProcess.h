@@ -32,9 +32,9 @@ public:
     CBackgroundProcess(const CBackgroundProcess&) = delete;
     CBackgroundProcess& operator=(const CBackgroundProcess&) = delete;
 
-    /// Output goes to `logPath` (empty: discarded).
+    /// Output goes to `logPath` (empty: discarded); standard input is `inputFd` (-1: /dev/null).
     bool Start(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-               const std::string& logPath);
+               const std::string& logPath, int inputFd = -1);
     bool IsRunning();
     /// Waits up to `timeoutMs` for the program to end by itself; true when it did.
     bool Wait(int timeoutMs, int* exitCode = nullptr);
