@@ -272,6 +272,32 @@ TEST_F(DeviceTest, ResourceManagerLogsInWithTheDeviceLoginParameters) {
     EXPECT_TRUE(device1->IsLogin());
     EXPECT_EQ(device1->GetUserID(), user);
     EXPECT_EQ(device1->Login(error), user) << "a second login keeps the first";
+    device1->SetIPModeLoginParam(param);
+    EXPECT_EQ(device1->GetUserID(), user) << "the same parameters keep the login";
+
+    {
+        SCOPED_TRACE("the device moved: the login made at the old address ends, the next one reaches it");
+        DeviceSim::CDeviceSimulator moved;
+        ASSERT_TRUE(moved.Start(config));
+        param.SetVal_uLoginPort(static_cast<uint16_t>(moved.Port()));
+        device1->SetIPModeLoginParam(param);
+        EXPECT_FALSE(device1->IsLogin());
+        DEVNET_STDCONFIG_INPUT input{kRealtimeRequest, kG711Body,
+                                     static_cast<uint32_t>(std::strlen(kG711Body))};
+        EXPECT_EQ(DEVNET_StdConfig(user, &input, nullptr), 0) << "the old login is over";
+        const int movedUser = device1->Login(error);
+        ASSERT_GE(movedUser, 0);
+        std::string answer(256, '\0');
+        DEVNET_STDCONFIG_OUTPUT output{&answer[0], static_cast<uint32_t>(answer.size())};
+        EXPECT_NE(DEVNET_StdConfig(movedUser, &input, &output), 0)
+            << "the new login talks to the moved device";
+        device1->Logout();
+    }
+    const int again = device1->Login(error);
+    ASSERT_LT(again, 0) << "the moved device is gone";
+    param.SetVal_uLoginPort(static_cast<uint16_t>(device.Port()));
+    device1->SetIPModeLoginParam(param);
+    ASSERT_GE(device1->Login(error), 0);
 
     device1->Logout();
     EXPECT_FALSE(device1->IsLogin());

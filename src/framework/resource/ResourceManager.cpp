@@ -63,8 +63,22 @@ void CDevice::Update(const DeviceInfo& info) {
 }
 
 void CDevice::SetIPModeLoginParam(const CLoginParam& param) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    loginParam_ = param;
+    int staleLogin = -1;
+    int id = -1;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        id = info_.id;
+        if (userId_ >= 0 && loginParam_ != param) {
+            staleLogin = userId_;
+            userId_ = -1;
+        }
+        loginParam_ = param;
+    }
+    // A login made with other parameters may reach another device, or none: the next use logs in again.
+    if (staleLogin >= 0) {
+        TAL_LOG(3, "ResourceManager", "[%s]Device %d login parameters changed, logging out.[%s(%d)]", id);
+        DEVNET_Logout(staleLogin);
+    }
 }
 
 CLoginParam CDevice::GetIPModeLoginParam() const {

@@ -35,6 +35,12 @@ public:
     void SetVal_strLoginServerID(const std::string& id) { loginServerId_ = id; }
     const std::string& GetVal_strLoginServerID() const { return loginServerId_; }
 
+    bool operator==(const CLoginParam& other) const {
+        return loginMode_ == other.loginMode_ && address_ == other.address_ && port_ == other.port_ &&
+               user_ == other.user_ && password_ == other.password_ && loginServerId_ == other.loginServerId_;
+    }
+    bool operator!=(const CLoginParam& other) const { return !(*this == other); }
+
 private:
     int loginMode_ = 0;
     std::string address_;
@@ -74,7 +80,8 @@ public:
     /// Replaces the registry data (name, type, address...) keeping the login state.
     void Update(const DeviceInfo& info);
 
-    /// Login data for a direct login by address; replaces address, port and credentials.
+    /// Login data for a direct login by address; replaces address, port and credentials. A login made with
+    /// other data ends, so the next Login reaches the device as it is now.
     void SetIPModeLoginParam(const CLoginParam& param);
     CLoginParam GetIPModeLoginParam() const;
 
