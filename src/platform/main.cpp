@@ -51,6 +51,13 @@ int main(int argc, char** argv) {
     if (!streaming.empty()) {
         std::fprintf(stdout, "bcast-platform: streaming server on %s\n", streaming.c_str());
     }
+    for (const std::string& store : server.ObjectStoreLines()) {
+        std::fprintf(stdout, "bcast-platform: object store %s\n", store.c_str());
+    }
+    const std::string media = server.MediaLine();
+    if (!media.empty()) {
+        std::fprintf(stdout, "bcast-platform: media library: %s\n", media.c_str());
+    }
     std::fprintf(stdout, "bcast-platform: speakers record to %s\n", server.SpeakerDir().c_str());
     std::fflush(stdout);
     const int rc = app.exec();

@@ -161,6 +161,19 @@ TEST(PlatformOptions, CommandLineReadsEveryFlagAndRefusesBadValues) {
     EXPECT_EQ(quiet.speakerDir, "/tmp/s");
     EXPECT_TRUE(quiet.anySimPorts);
     EXPECT_FALSE(quiet.simPeers);
+    EXPECT_TRUE(all.objectStores) << "object stores run unless turned off";
+    EXPECT_EQ(all.storageDir, DefaultStorageDir());
+    EXPECT_EQ(all.nodeProgram, "node");
+    EXPECT_NE(all.objectStoreScript.find("scripts/objectstore/s3rver.js"), std::string::npos);
+    PlatformOptions stores;
+    ASSERT_TRUE(ParseCommandLine({"--object-store", "off", "--storage-dir", "/tmp/st", "--node", "/opt/node",
+                                  "--object-store-script", "/x/s3.js"},
+                                 stores, error))
+        << error;
+    EXPECT_FALSE(stores.objectStores);
+    EXPECT_EQ(stores.storageDir, "/tmp/st");
+    EXPECT_EQ(stores.nodeProgram, "/opt/node");
+    EXPECT_EQ(stores.objectStoreScript, "/x/s3.js");
 
     PlatformOptions any;
     ASSERT_TRUE(ParseCommandLine({"--listen", "[::1]:0"}, any, error)) << error;
@@ -177,6 +190,9 @@ TEST(PlatformOptions, CommandLineReadsEveryFlagAndRefusesBadValues) {
                                                {"--fixture"},
                                                {"--sim-ports", "some"},
                                                {"--speaker-dir", ""},
+                                               {"--object-store", "on"},
+                                               {"--storage-dir", ""},
+                                               {"--node", ""},
                                                {"--bogus", "1"}}) {
         PlatformOptions out;
         error.clear();

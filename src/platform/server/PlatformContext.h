@@ -15,6 +15,8 @@
 
 namespace Platform {
 
+class CObjectStores;
+
 struct PlatformContext {
     const Fixture& fixture;
     CSessionStore& sessions;
@@ -26,6 +28,7 @@ struct PlatformContext {
     IPushControl& push;
     CStopSignal& stop;
     std::string listenAddress;  ///< the REST listen address; names the platform when a request has no Host
+    CObjectStores* stores;      ///< the object stores; null when none run (--object-store off, --no-peers)
 };
 
 }  // namespace Platform

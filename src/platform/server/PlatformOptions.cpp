@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+#include "framework/base/FileSystem.h"
+
 namespace Platform {
 
 namespace {
@@ -96,6 +98,30 @@ bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& opt
                 return false;
             }
             options.speakerDir = value;
+        } else if (flag == "--object-store") {
+            if (value != "auto" && value != "off") {
+                error = "--object-store wants auto or off, got " + value;
+                return false;
+            }
+            options.objectStores = value == "auto";
+        } else if (flag == "--storage-dir") {
+            if (value.empty()) {
+                error = "--storage-dir wants a directory";
+                return false;
+            }
+            options.storageDir = value;
+        } else if (flag == "--node") {
+            if (value.empty()) {
+                error = "--node wants a program";
+                return false;
+            }
+            options.nodeProgram = value;
+        } else if (flag == "--object-store-script") {
+            if (value.empty()) {
+                error = "--object-store-script wants a file";
+                return false;
+            }
+            options.objectStoreScript = value;
         } else if (flag == "--sim-ports") {
             if (value != "fixture" && value != "any") {
                 error = "--sim-ports wants fixture or any, got " + value;
@@ -125,6 +151,12 @@ bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& opt
     if (options.speakerDir.empty()) {
         options.speakerDir = DefaultSpeakerDir();
     }
+    if (options.storageDir.empty()) {
+        options.storageDir = DefaultStorageDir();
+    }
+    if (options.objectStoreScript.empty()) {
+        options.objectStoreScript = DefaultObjectStoreScript();
+    }
     return true;
 }
 
@@ -132,7 +164,8 @@ std::string UsageText() {
     return "usage: bcast-platform [--fixture FILE] [--listen ADDR:PORT] [--push-port N]\n"
            "                      [--tls-cert FILE --tls-key FILE] [--log-level N] [--request-log FILE]\n"
            "                      [--threads N] [--no-control] [--speaker-dir DIR]\n"
-           "                      [--sim-ports fixture|any] [--no-peers]\n"
+           "                      [--sim-ports fixture|any] [--no-peers] [--object-store auto|off]\n"
+           "                      [--storage-dir DIR] [--node PROGRAM] [--object-store-script FILE]\n"
            "  --fixture FILE      the site to serve (default: fixtures/demo-site.json in the current "
            "directory,\n"
            "                      else in the source tree)\n"
@@ -148,13 +181,40 @@ std::string UsageText() {
            "  --sim-ports P       fixture: the streaming server, devices and UDP speakers listen on the\n"
            "                      fixture's ports (default); any: on free ports, which the platform hands "
            "out\n"
-           "  --no-peers          simulate the speakers only: no streaming server, devices or UDP sockets\n";
+           "  --no-peers          simulate the speakers only: no streaming server, devices, UDP sockets or\n"
+           "                      object stores\n"
+           "  --object-store M    auto: run an object store for the local cloud storage and each local\n"
+           "                      storage server, holding the media library (default); off: none, the\n"
+           "                      storage answers keep the fixture's addresses\n"
+           "  --storage-dir DIR   the stores' objects (per run) and the media cache (default: $TMPDIR or\n"
+           "                      /tmp, bcast-platform-storage-<uid>)\n"
+           "  --node PROGRAM      the Node.js program that runs the stores (default: node on PATH)\n"
+           "  --object-store-script FILE  the stores' launcher (default: scripts/objectstore/s3rver.js in\n"
+           "                      the current directory, else in the source tree)\n";
 }
 
 std::string DefaultSpeakerDir() {
     const char* tmp = std::getenv("TMPDIR");
     const std::string base = tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp";
     return base + "/bcast-platform-speakers-" + std::to_string(::getuid());
+}
+
+std::string DefaultStorageDir() {
+    const char* tmp = std::getenv("TMPDIR");
+    const std::string base = tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp";
+    return base + "/bcast-platform-storage-" + std::to_string(::getuid());
+}
+
+std::string DefaultObjectStoreScript() {
+    const std::string relative = "scripts/objectstore/s3rver.js";
+    if (Tal::Base::FileSystem::FileExists(relative)) {
+        return relative;
+    }
+#ifdef BCAST_PLATFORM_SOURCE_DIR
+    return std::string(BCAST_PLATFORM_SOURCE_DIR) + "/" + relative;
+#else
+    return relative;
+#endif
 }
 
 std::vector<std::string> DefaultFixtureCandidates() {

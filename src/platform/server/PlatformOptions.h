@@ -23,7 +23,11 @@ struct PlatformOptions {
     bool control = true;       ///< serve the /_control/ interface
     std::string speakerDir;    ///< where the simulated speakers write what they play; see DefaultSpeakerDir
     bool anySimPorts = false;  ///< --sim-ports any: simulated peers on free ports, not the fixture's
-    bool simPeers = true;      ///< --no-peers: no streaming server, devices or UDP speakers
+    bool simPeers = true;      ///< --no-peers: no streaming server, devices, UDP speakers or object stores
+    bool objectStores = true;  ///< --object-store auto|off: run the object stores of the fixture's storage
+    std::string storageDir;    ///< the stores' objects and the media cache; see DefaultStorageDir
+    std::string nodeProgram = "node";  ///< runs the object stores; looked up on PATH without a slash
+    std::string objectStoreScript;     ///< the stores' launcher; empty: see DefaultObjectStoreScript
     bool help = false;
 
     /// The push port to bind.
@@ -36,6 +40,13 @@ std::string UsageText();
 
 /// $TMPDIR (or /tmp) /bcast-platform-speakers-<uid>.
 std::string DefaultSpeakerDir();
+
+/// $TMPDIR (or /tmp) /bcast-platform-storage-<uid>.
+std::string DefaultStorageDir();
+
+/// scripts/objectstore/s3rver.js below the current directory when it is there, else below the source tree
+/// the program was built from.
+std::string DefaultObjectStoreScript();
 
 /// Where the default fixture is looked for, in order: fixtures/demo-site.json below the current directory,
 /// then below the source tree the program was built from.

@@ -1,6 +1,8 @@
 #include "platform/server/PlatformServer.h"
 
 #include <csignal>
+#include <cstdio>
+#include <filesystem>
 
 #include "framework/base/FileSystem.h"
 #include "framework/base/FormatLog.h"
@@ -11,6 +13,8 @@
 #include "platform/server/push/QtScheduler.h"
 #include "platform/server/sim/speakers/SpeakerSim.h"
 #include "platform/server/sim/streaming/StreamingServer.h"
+#include "platform/server/storage/MediaCache.h"
+#include "platform/server/storage/ObjectStores.h"
 
 namespace Platform {
 
@@ -71,6 +75,9 @@ bool CPlatformServer::Start(std::string& error) {
     if (!LoadFixture(fixturePath_, fixture_, error)) {
         return false;
     }
+    if (!LaunchStores(error)) {
+        return false;
+    }
     registry_ = std::make_unique<CBroadcastRegistry>(fixture_.secureEncryptType);
     if (!options_.requestLogPath.empty() && !requests_.OpenFile(options_.requestLogPath, error)) {
         return false;
@@ -83,6 +90,7 @@ bool CPlatformServer::Start(std::string& error) {
     }
     if (!hub_->Listen(options_.listenAddress, static_cast<uint16_t>(options_.EffectivePushPort()), error)) {
         hub_.reset();
+        stores_.reset();
         return false;
     }
     scheduler_ = std::make_unique<CQtScheduler>();
@@ -96,11 +104,20 @@ bool CPlatformServer::Start(std::string& error) {
     if (!site_->Start(error)) {
         scheduler_->Shutdown();
         hub_->Stop();
+        stores_.reset();
+        return false;
+    }
+    // The stores' ports and the stored media go into the fixture before anything is served from it.
+    if (!FinishStores(error)) {
+        scheduler_->Shutdown();
+        site_->Stop();
+        hub_->Stop();
+        stores_.reset();
         return false;
     }
     context_ = std::make_unique<PlatformContext>(PlatformContext{fixture_, sessions_, *registry_, requests_,
                                                                  oplog_, faults_, *site_, *hub_, stop_,
-                                                                 options_.listenAddress});
+                                                                 options_.listenAddress, stores_.get()});
     RegisterRoutes();
     gateway_ = std::make_unique<CRestGateway>(api_, control_, *context_);
 
@@ -109,6 +126,7 @@ bool CPlatformServer::Start(std::string& error) {
         scheduler_->Shutdown();
         site_->Stop();
         hub_->Stop();
+        stores_.reset();
         return false;
     }
     auto serve = [this](const httplib::Request& req, httplib::Response& res) {
@@ -146,6 +164,7 @@ bool CPlatformServer::Start(std::string& error) {
         scheduler_->Shutdown();
         site_->Stop();
         hub_->Stop();
+        stores_.reset();
         return false;
     }
     httpThread_ = std::thread([this] { http_->listen_after_bind(); });
@@ -157,12 +176,73 @@ bool CPlatformServer::Start(std::string& error) {
     return true;
 }
 
+bool CPlatformServer::LaunchStores(std::string& error) {
+    if (!options_.objectStores || !options_.simPeers) {
+        return true;
+    }
+    ObjectStoreOptions stores;
+    stores.launcher.node = options_.nodeProgram;
+    std::error_code ec;
+    const std::filesystem::path script = std::filesystem::absolute(options_.objectStoreScript, ec);
+    stores.launcher.script = ec ? options_.objectStoreScript : script.string();
+    stores.storageDir = options_.storageDir;
+    stores.fallbackAddress = options_.listenAddress;
+    stores.anyPorts = options_.anySimPorts;
+    stores_ = std::make_unique<CObjectStores>(fixture_, stores);
+    if (!stores_->Launch(error)) {
+        stores_.reset();
+        return false;
+    }
+    return true;
+}
+
+bool CPlatformServer::FinishStores(std::string& error) {
+    if (!stores_) {
+        return true;
+    }
+    if (!stores_->WaitReady(error)) {
+        return false;
+    }
+    CMediaCache cache(stores_->MediaCacheDir());
+    return StockMediaLibrary(fixture_, *stores_, cache, media_, error);
+}
+
+std::vector<std::string> CPlatformServer::ObjectStoreLines() const {
+    std::vector<std::string> lines;
+    if (!stores_) {
+        return lines;
+    }
+    for (const StoreState& s : stores_->Snapshot()) {
+        std::string pools;
+        for (const std::string& pool : s.planned.pools) {
+            pools += (pools.empty() ? "" : ", ") + pool;
+        }
+        lines.push_back(s.planned.name + " on " + s.Url() + " (pools " + pools + ")");
+    }
+    return lines;
+}
+
+std::string CPlatformServer::MediaLine() const {
+    if (!stores_) {
+        return std::string();
+    }
+    char seconds[32];
+    std::snprintf(seconds, sizeof(seconds), "%.2f", media_.seconds);
+    std::string line = std::to_string(media_.stored) + " files stored (" + std::to_string(media_.fromCache) +
+                       " from the cache " + stores_->MediaCacheDir() + ") in " + seconds + " s";
+    if (media_.unserved > 0) {
+        line += "; " + std::to_string(media_.unserved) + " on storage that is not served";
+    }
+    return line;
+}
+
 void CPlatformServer::RegisterRoutes() {
     AddSessionRoutes(api_, *context_);
     AddTerminalRoutes(api_, *context_);
     AddMediaRoutes(api_, *context_);
     AddConfigRoutes(api_, *context_);
     AddRealtimeRoutes(api_, *context_);
+    AddRecordRoutes(api_, *context_);
     AddResourceRoutes(api_, *context_);
     AddOplogRoutes(api_, *context_);
     AddVoiceTalkRoutes(api_, *context_);
@@ -185,6 +265,9 @@ void CPlatformServer::Stop() {
     scheduler_->Shutdown();
     site_->Stop();
     hub_->Stop();
+    if (stores_) {
+        stores_->Stop();
+    }
     TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]stopped[%s(%d)]");
 }
 

@@ -5,10 +5,12 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/server/PlatformContext.h"
 #include "platform/server/PlatformOptions.h"
 #include "platform/server/http/Router.h"
+#include "platform/server/storage/MediaLibrary.h"
 
 namespace Platform {
 
@@ -16,6 +18,7 @@ class CHttpServer;
 class CPushHub;
 class CQtScheduler;
 class CRestGateway;
+class CObjectStores;
 
 class CPlatformServer {
 public:
@@ -35,9 +38,17 @@ public:
     std::string StreamingUrl() const;
     const std::string& SpeakerDir() const { return options_.speakerDir; }
     const std::string& FixturePath() const { return fixturePath_; }
+    /// One line per running object store: "local on http://127.0.0.1:18655 (pools broadcast)".
+    std::vector<std::string> ObjectStoreLines() const;
+    /// What stocking the media library did; empty without object stores.
+    std::string MediaLine() const;
 
 private:
     void RegisterRoutes();
+    /// Starts the object stores' programs (they get ready while the site starts).
+    bool LaunchStores(std::string& error);
+    /// Waits for the stores and puts the media library into them.
+    bool FinishStores(std::string& error);
 
     PlatformOptions options_;
     std::string fixturePath_;
@@ -51,6 +62,8 @@ private:
     std::unique_ptr<CPushHub> hub_;
     std::unique_ptr<CQtScheduler> scheduler_;
     std::unique_ptr<CSimulatedSite> site_;
+    std::unique_ptr<CObjectStores> stores_;  ///< null with --object-store off or --no-peers
+    MediaStockReport media_;
     std::unique_ptr<PlatformContext> context_;
     CRouter api_;
     CRouter control_;

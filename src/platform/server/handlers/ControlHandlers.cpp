@@ -5,6 +5,7 @@
 #include "platform/server/handlers/HandlerUtil.h"
 #include "platform/server/handlers/Routes.h"
 #include "platform/server/json/Json.h"
+#include "platform/server/storage/ObjectStores.h"
 
 namespace Platform {
 
@@ -44,7 +45,8 @@ RestResponse Oplog(const RestRequest&, PlatformContext& context) {
 }
 
 // Request (optional): {"Sessions":true} also closes every session. The simulated site goes back to the
-// fixture's state (plays ended without pushes, talk addresses closed, refusals lifted).
+// fixture's state (plays ended without pushes, talk addresses closed, refusals lifted), and so do the
+// object stores (running, with the fixture's keys; their objects stay).
 RestResponse Reset(const RestRequest& request, PlatformContext& context) {
     rapidjson::Document body;
     RestResponse error;
@@ -61,6 +63,10 @@ RestResponse Reset(const RestRequest& request, PlatformContext& context) {
             context.push.CloseSession(s.token);
         }
         context.sessions.Clear();
+    }
+    std::string storesProblem;
+    if (context.stores != nullptr && !context.stores->Reset(storesProblem)) {
+        return PlatformError(kErrInternal, "the object stores did not come back: " + storesProblem, 500);
     }
     TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]state reset by the control interface[%s(%d)]");
     return Ok();
@@ -207,7 +213,7 @@ RestResponse Broadcasts(const RestRequest&, PlatformContext& context) {
             .Int("size", r.size);
         w.Int("StorageServerID", r.storageServerId).String("StorageType", r.storageType);
         w.String("StoreUrl", r.storeUrl).Int("BroadcastMode", r.broadcastMode).String("UserName", r.userName);
-        w.Int("ReceivedAt", r.receivedMs).EndObject();
+        w.Int("ReceivedAt", r.receivedMs).String("Store", r.store).Int("Bytes", r.objectBytes).EndObject();
     }
     w.EndArray().EndObject();
     return Ok(w.Text());
@@ -248,6 +254,7 @@ void AddControlRoutes(CRouter& router, PlatformContext& context) {
     add("GET", "/broadcasts", Broadcasts);
     add("POST", "/security", Security);
     AddSimulationControlRoutes(router, context);
+    AddStorageControlRoutes(router, context);
 }
 
 }  // namespace Platform

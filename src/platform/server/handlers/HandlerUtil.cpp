@@ -20,6 +20,25 @@ bool ParseBody(const RestRequest& request, rapidjson::Document& doc, RestRespons
     return true;
 }
 
+bool ReadElementList(const rapidjson::Value& root, const char* path, std::vector<int>& ids,
+                     RestResponse& error) {
+    const rapidjson::Value* list = Json::Find(root, path);
+    if (list == nullptr || !list->IsArray() || list->Empty()) {
+        error = PlatformError(kErrBadRequest, std::string("\"") + path + "\" must be a non-empty array");
+        return false;
+    }
+    for (const rapidjson::Value& item : list->GetArray()) {
+        const rapidjson::Value* id = Json::Find(item, "ID");
+        if (!Json::IsInt(id)) {
+            error = PlatformError(kErrBadRequest,
+                                  std::string("every element of \"") + path + "\" needs an \"ID\"");
+            return false;
+        }
+        ids.push_back(static_cast<int>(Json::ToInt(id, 0)));
+    }
+    return true;
+}
+
 bool ParseIdList(const std::string& text, std::vector<int>& ids) {
     ids.clear();
     size_t start = 0;

@@ -44,6 +44,11 @@ std::string NewGuid();
 /// Case-insensitive "contains"; an empty needle matches everything.
 bool ContainsNoCase(const std::string& haystack, const std::string& needle);
 
+/// The "ID"s of a non-empty array of objects at `path` ("ElementList/Element"); false with a bad-request
+/// envelope otherwise.
+bool ReadElementList(const rapidjson::Value& root, const char* path, std::vector<int>& ids,
+                     RestResponse& error);
+
 /// An integer capture of the route as int; false when it does not fit.
 bool CaptureInt(const RestRequest& request, size_t index, int& value);
 

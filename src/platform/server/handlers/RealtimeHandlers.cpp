@@ -1,5 +1,5 @@
-// Live broadcasts: the addresses to send audio to, what clients report about them, prompt tones,
-// text-to-speech and recordings.
+// Live broadcasts: the addresses to send audio to, what clients report about them, prompt tones and
+// text-to-speech. Recordings are in RecordHandlers.cpp.
 
 #include <algorithm>
 #include <set>
@@ -276,25 +276,6 @@ RestResponse PromptTone(const RestRequest& request, PlatformContext& context, bo
     return Ok();
 }
 
-bool ReadElementList(const rapidjson::Value& root, const char* path, std::vector<int>& ids,
-                     RestResponse& error) {
-    const rapidjson::Value* list = Json::Find(root, path);
-    if (list == nullptr || !list->IsArray() || list->Empty()) {
-        error = PlatformError(kErrBadRequest, std::string("\"") + path + "\" must be a non-empty array");
-        return false;
-    }
-    for (const rapidjson::Value& item : list->GetArray()) {
-        const rapidjson::Value* id = Json::Find(item, "ID");
-        if (!Json::IsInt(id)) {
-            error = PlatformError(kErrBadRequest,
-                                  std::string("every element of \"") + path + "\" needs an \"ID\"");
-            return false;
-        }
-        ids.push_back(static_cast<int>(Json::ToInt(id, 0)));
-    }
-    return true;
-}
-
 // Request: {"RealTimeBroadcastTTSRequest":{"ElementList":{"Element":[{"ID":1001}]},"PlayMode":0,
 //   "AssignPlaybackDuration":"","CustomContent":"text","PlayType":true,"Language":"en-US"}}
 // "PlayType" true starts, false stops; an explicit "Start" flag wins over it.
@@ -367,51 +348,6 @@ RestResponse Tts(const RestRequest& request, PlatformContext& context) {
     return Ok(w.Text());
 }
 
-// Request: {"RealTimeBroadcastRecordsRequest":{"ElementList":{"Element":[{"ID":1001}]},"StartTime":"..",
-//   "MediaFile":{"Name":"rec","format":"wav","size":4,"StorageServerID":501,"StorageType":1,"StoreUrl":".."},
-//   "BroadcastMode":0}}
-// Data: {"RecordID":1}
-RestResponse Record(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
-    const rapidjson::Value* root = Json::Find(body, "RealTimeBroadcastRecordsRequest");
-    if (root == nullptr || !root->IsObject()) {
-        return PlatformError(kErrBadRequest, "\"RealTimeBroadcastRecordsRequest\" is required");
-    }
-    BroadcastRecord record;
-    if (!ReadElementList(*root, "ElementList/Element", record.elementIds, error)) {
-        return error;
-    }
-    for (int id : record.elementIds) {
-        if (context.fixture.FindElement(id) == nullptr) {
-            return PlatformError(kErrNotFound, "no broadcast element " + std::to_string(id));
-        }
-    }
-    record.name = Json::GetString(*root, "MediaFile/Name");
-    record.storeUrl = Json::GetString(*root, "MediaFile/StoreUrl");
-    if (record.name.empty() || record.storeUrl.empty()) {
-        return PlatformError(kErrBadRequest, "\"MediaFile/Name\" and \"MediaFile/StoreUrl\" are required");
-    }
-    record.startTime = Json::GetString(*root, "StartTime");
-    record.format = Json::GetString(*root, "MediaFile/format");
-    record.size = Json::GetInt(*root, "MediaFile/size", 0);
-    record.storageServerId = static_cast<int>(Json::GetInt(*root, "MediaFile/StorageServerID", 0));
-    const rapidjson::Value* storageType = Json::Find(*root, "MediaFile/StorageType");
-    record.storageType = storageType == nullptr    ? ""
-                         : storageType->IsString() ? Json::ToString(storageType)
-                                                   : Json::Serialize(*storageType);
-    record.broadcastMode = static_cast<int>(Json::GetInt(*root, "BroadcastMode", 0));
-    record.userName = request.session.userName;
-    record.receivedMs = NowMs();
-    const int64_t id = context.registry.AddRecord(record);
-    Json::CWriter w;
-    w.BeginObject().Int("RecordID", id).EndObject();
-    return Ok(w.Text());
-}
-
 }  // namespace
 
 void AddRealtimeRoutes(CRouter& router, PlatformContext& context) {
@@ -425,8 +361,6 @@ void AddRealtimeRoutes(CRouter& router, PlatformContext& context) {
                [&context](const RestRequest& r) { return PromptTone(r, context, false); });
     router.Add("POST", PluginPath("/RealTimeBroadcast/TTS"), RouteAccess::kSession,
                [&context](const RestRequest& r) { return Tts(r, context); });
-    router.Add("POST", PluginPath("/RealTimeBroadcast/Record"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return Record(r, context); });
 }
 
 }  // namespace Platform

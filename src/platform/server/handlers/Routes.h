@@ -16,6 +16,8 @@ void AddMediaRoutes(CRouter& router, PlatformContext& context);
 void AddConfigRoutes(CRouter& router, PlatformContext& context);
 /// Broadcast addresses, status, prompt tones, TTS and recordings.
 void AddRealtimeRoutes(CRouter& router, PlatformContext& context);
+/// Recordings of live broadcasts: registering one (its object must be stored) and listing them.
+void AddRecordRoutes(CRouter& router, PlatformContext& context);
 /// Elements and devices, stream access types.
 void AddResourceRoutes(CRouter& router, PlatformContext& context);
 /// The operation log.
@@ -25,5 +27,7 @@ void AddVoiceTalkRoutes(CRouter& router, PlatformContext& context);
 /// The control interface for tests (no session needed), with the simulated site's part.
 void AddControlRoutes(CRouter& router, PlatformContext& context);
 void AddSimulationControlRoutes(CRouter& router, PlatformContext& context);
+/// The object stores' part of the control interface.
+void AddStorageControlRoutes(CRouter& router, PlatformContext& context);
 
 }  // namespace Platform

@@ -58,6 +58,8 @@ struct BroadcastRecord {
     int broadcastMode = 0;
     std::string userName;
     int64_t receivedMs = 0;
+    std::string store;         ///< the object store that holds it; empty when the stores are off
+    int64_t objectBytes = -1;  ///< the stored object's size; -1 when the stores are off
 };
 
 class CBroadcastRegistry {

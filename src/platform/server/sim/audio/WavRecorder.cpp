@@ -24,7 +24,8 @@ constexpr uint32_t kMaxDataBytes = std::numeric_limits<uint32_t>::max() - 64;
 
 }  // namespace
 
-CWavRecorder::CWavRecorder(std::string path) : path_(std::move(path)) {}
+CWavRecorder::CWavRecorder(std::string path, int sampleRate, int channels)
+    : path_(std::move(path)), sampleRate_(sampleRate), channels_(channels == 2 ? 2 : 1) {}
 
 CWavRecorder::~CWavRecorder() {
     Close();
@@ -69,8 +70,9 @@ void CWavRecorder::Close() {
 }
 
 bool CWavRecorder::WriteHeader() {
-    constexpr uint16_t kChannels = 1;
     constexpr uint16_t kBits = 16;
+    const auto channels = static_cast<uint16_t>(channels_);
+    const auto rate = static_cast<uint32_t>(sampleRate_);
     std::array<uint8_t, 44> header{};
     const char* riff = "RIFF";
     const char* wave = "WAVEfmt ";
@@ -80,10 +82,10 @@ bool CWavRecorder::WriteHeader() {
     std::copy(wave, wave + 8, header.begin() + 8);
     PutLe32(&header[16], 16);
     PutLe16(&header[20], 1);  // PCM
-    PutLe16(&header[22], kChannels);
-    PutLe32(&header[24], kSampleRate);
-    PutLe32(&header[28], kSampleRate * kChannels * kBits / 8);
-    PutLe16(&header[32], kChannels * kBits / 8);
+    PutLe16(&header[22], channels);
+    PutLe32(&header[24], rate);
+    PutLe32(&header[28], rate * channels * kBits / 8);
+    PutLe16(&header[32], static_cast<uint16_t>(channels * kBits / 8));
     PutLe16(&header[34], kBits);
     std::copy(data, data + 4, header.begin() + 36);
     PutLe32(&header[40], dataBytes_);

@@ -1,6 +1,7 @@
 #pragma once
-// What a simulated speaker played, as a WAV file: 16-bit mono PCM at 8000 Hz. The header is brought up to
-// date after every write, so the file is a complete WAV at any moment, also while a talk still runs.
+// A 16-bit PCM WAV file written as audio comes: what a simulated speaker played (mono, 8000 Hz), or a media
+// file of the library (any rate, mono or stereo). The header is brought up to date after every write, so
+// the file is a complete WAV at any moment, also while a talk still runs.
 
 #include <cstddef>
 #include <cstdint>
@@ -14,21 +15,24 @@ class CWavRecorder {
 public:
     static constexpr int kSampleRate = 8000;
 
-    explicit CWavRecorder(std::string path);
+    /// `channels` 1 or 2; samples are interleaved.
+    explicit CWavRecorder(std::string path, int sampleRate = kSampleRate, int channels = 1);
     ~CWavRecorder();
     CWavRecorder(const CWavRecorder&) = delete;
     CWavRecorder& operator=(const CWavRecorder&) = delete;
 
     /// Creates (or truncates) the file and writes an empty WAV. False when it cannot be created.
     bool Open();
-    /// Appends samples and rewrites the header. False on a write error (the file keeps what it had).
+    /// Appends `count` samples (count / channels frames) and rewrites the header. False on a write error (the
+    /// file keeps what it had).
     bool Write(const int16_t* samples, std::size_t count);
     /// Writes the final header and closes the file; later writes are ignored.
     void Close();
 
     bool IsOpen() const { return file_ != nullptr; }
     const std::string& Path() const { return path_; }
-    uint64_t Samples() const { return dataBytes_ / 2; }
+    /// Sample frames written.
+    uint64_t Samples() const { return dataBytes_ / 2 / static_cast<uint32_t>(channels_); }
 
 private:
     struct FileCloser {
@@ -37,6 +41,8 @@ private:
     bool WriteHeader();
 
     const std::string path_;
+    const int sampleRate_;
+    const int channels_;
     std::unique_ptr<std::FILE, FileCloser> file_;
     uint32_t dataBytes_ = 0;
 };

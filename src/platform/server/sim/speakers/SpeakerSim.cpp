@@ -26,6 +26,8 @@ constexpr int kTickMs = kBlock * 1000 / kSampleRate;
 constexpr int kErrorModulePlatform = 30;
 constexpr int kErrorTerminalOffline = 7;
 constexpr int kErrorInternal = 6;
+/// Error of a streaming-server speaker that did not connect in time.
+constexpr int kErrorSpeakerUnreachable = 9;
 constexpr std::size_t kMaxGroups = 1000;
 
 const char* TransportName(SpeakerTransport t) {
@@ -520,6 +522,7 @@ void CSpeakerSim::OnGroupStreamJoined(const std::string& guid, const std::string
     g->joined = true;
     ++g->streams;
     std::vector<Speaker*> reached;
+    std::vector<std::pair<int, int>> unreached;  // element id, session
     for (Speaker* s : GroupSpeakersLocked(*g)) {
         s->lastSource = source;
         s->lastTransport = "rtsp";
@@ -527,9 +530,36 @@ void CSpeakerSim::OnGroupStreamJoined(const std::string& guid, const std::string
             (s->phase == SpeakerPhase::kConnecting || s->phase == SpeakerPhase::kPromptDone)) {
             s->phase = SpeakerPhase::kPlaying;
             reached.push_back(s);
+        } else if (s->online && !s->connects && s->phase == SpeakerPhase::kConnecting) {
+            unreached.emplace_back(s->element->id, s->sessions);
         }
     }
     PushLocked(guid, reached, kSpeakerPlaying, kResourceBroadcasting, kPromptNone);
+    if (!unreached.empty()) {
+        scheduler_.After(kStreamConnectTimeoutMs,
+                         [this, guid, unreached] { GiveUpConnecting(guid, unreached); });
+    }
+}
+
+void CSpeakerSim::GiveUpConnecting(const std::string& guid,
+                                   const std::vector<std::pair<int, int>>& speakers) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<Speaker*> failed;
+    for (const auto& [id, session] : speakers) {
+        Speaker* s = FindSpeaker(id);
+        // Only the same play of the same group, still waiting for a connection.
+        if (s != nullptr && s->guid == guid && s->sessions == session &&
+            s->phase == SpeakerPhase::kConnecting && !s->connects) {
+            EndSessionLocked(*s, SpeakerPhase::kFailed);
+            failed.push_back(s);
+        }
+    }
+    if (!failed.empty()) {
+        TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]%d speakers of %s did not connect in %d ms[%s(%d)]",
+                static_cast<int>(failed.size()), guid.c_str(), kStreamConnectTimeoutMs);
+    }
+    PushLocked(guid, failed, kSpeakerFailed, kResourceOffline, kPromptNone, kErrorModulePlatform,
+               kErrorSpeakerUnreachable);
 }
 
 void CSpeakerSim::OnGroupAudio(const std::string& guid, const std::string& source, const int16_t* samples,

@@ -7,7 +7,8 @@
 //   addresses handed out -> 0 connecting (2 failed, module 30 code 7, for an offline terminal)
 //   prompt tone          -> 102 preparing, 103 when the chime starts to play, 100 when it played out
 //                           (101 when it is stopped before its end)
-//   first talk audio     -> 1 playing (streaming-server groups: when the client's stream plays)
+//   first talk audio     -> 1 playing (streaming-server groups: when the client's stream plays; a speaker
+//                           that cannot connect fails 5 s after that, 2 module 30 code 9)
 //   stop                 -> 3 stopped (client report, end of the stream, prompt-tone stop, TTS end)
 //
 // A loudspeaker clock empties what each speaker played at the pace it plays, so that a listener hears
@@ -28,6 +29,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/server/fixture/Fixture.h"
@@ -83,6 +85,9 @@ public:
     static constexpr int kAdhocIdleMs = 1000;
     /// Audio arriving this soon after a stop is the tail of the stopped talk, not a new one.
     static constexpr int kLateAudioMs = 2000;
+    /// A streaming-server speaker that has not connected this long after its group's stream started to play
+    /// is given up (2, module 30 code 9): nobody waits for it for ever.
+    static constexpr int kStreamConnectTimeoutMs = 5000;
 
     using MonitorFn = std::function<void(const int16_t* samples, std::size_t count)>;
 
@@ -224,6 +229,8 @@ private:
     void EndGroupLocked(GroupRun& group, const std::vector<int>& onlyIds, SpeakerPhase phase, int status,
                         int resourceStatus, int errorModule, int errorCode);
     void MarkPlayingLocked(Speaker& s);
+    /// Fails the speakers (element id, session) of a streaming-server group that still did not connect.
+    void GiveUpConnecting(const std::string& guid, const std::vector<std::pair<int, int>>& speakers);
     void AcceptAudioLocked(Speaker& s, const int16_t* samples, std::size_t count, std::size_t encodedBytes,
                            const std::string& source, const char* transport, bool mayStartAdhoc);
     void PlayLocked(Speaker& s, const int16_t* samples, std::size_t count);

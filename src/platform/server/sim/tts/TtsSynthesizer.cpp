@@ -26,8 +26,6 @@ namespace Platform {
 
 namespace {
 
-constexpr int kSpeakerRate = 8000;
-
 uint32_t Le32(const std::string& b, std::size_t at) {
     return static_cast<uint32_t>(static_cast<uint8_t>(b[at])) |
            (static_cast<uint32_t>(static_cast<uint8_t>(b[at + 1])) << 8) |
@@ -161,8 +159,8 @@ bool ReadPcmWav(const std::string& path, std::vector<int16_t>& samples, int& sam
     return false;
 }
 
-CTtsSynthesizer::CTtsSynthesizer(std::string workDirectory, std::string program)
-    : workDirectory_(std::move(workDirectory)), program_(std::move(program)) {}
+CTtsSynthesizer::CTtsSynthesizer(std::string workDirectory, std::string program, int sampleRate)
+    : workDirectory_(std::move(workDirectory)), program_(std::move(program)), sampleRate_(sampleRate) {}
 
 std::string CTtsSynthesizer::VoiceFor(const std::string& languageKey) {
     std::string key;
@@ -221,12 +219,12 @@ bool CTtsSynthesizer::Synthesize(const std::string& text, const std::string& voi
         return false;
     }
     samples.clear();
-    if (rate == kSpeakerRate) {
+    if (rate == sampleRate_) {
         samples = std::move(speech);
         return true;
     }
     Tal::MediaCodec::CResampler resampler;
-    if (resampler.Open(rate, kSpeakerRate, 1) != Tal::MediaCodec::kCodecOk ||
+    if (resampler.Open(rate, sampleRate_, 1) != Tal::MediaCodec::kCodecOk ||
         resampler.Process(speech.data(), speech.size(), &samples) != Tal::MediaCodec::kCodecOk ||
         resampler.Flush(&samples) != Tal::MediaCodec::kCodecOk) {
         error = std::string("resampling the speech failed: ") + resampler.LastErrorText();

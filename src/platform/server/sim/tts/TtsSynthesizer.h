@@ -1,6 +1,7 @@
 #pragma once
-// Text to speech for the simulated speakers: espeak-ng writes a WAV file, which is read and converted to
-// the speakers' format (16-bit mono, 8000 Hz) with the codec library's resampler.
+// Text to speech for the simulated speakers and the media library: espeak-ng writes a WAV file, which is
+// read and converted to 16-bit mono at the wanted rate (the speakers' 8000 Hz by default) with the codec
+// library's resampler.
 
 #include <atomic>
 #include <cstdint>
@@ -11,8 +12,10 @@ namespace Platform {
 
 class CTtsSynthesizer {
 public:
-    /// `workDirectory` holds the temporary WAV files; `program` is looked up on PATH.
-    explicit CTtsSynthesizer(std::string workDirectory, std::string program = "espeak-ng");
+    /// `workDirectory` holds the temporary WAV files; `program` is looked up on PATH; the speech comes out
+    /// at `sampleRate`.
+    explicit CTtsSynthesizer(std::string workDirectory, std::string program = "espeak-ng",
+                             int sampleRate = 8000);
 
     /// Speaks `text` with `voice` (an espeak-ng voice name). Ends early, returning false, when `cancelled`
     /// is set; false with a reason when the program is missing, fails or takes longer than `timeoutMs`.
@@ -26,6 +29,7 @@ public:
 private:
     std::string workDirectory_;
     std::string program_;
+    int sampleRate_;
 };
 
 /// Reads a 16-bit PCM WAV file (any rate, mono or stereo, mixed down); false with a reason otherwise.
