@@ -6,9 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
-#include <thread>
+#include <memory>
 
 #include "AudioCheck.h"
 #include "ManagerFixture.h"
@@ -34,15 +33,8 @@ protected:
     static void SetUpTestSuite() {
         StartPeers();
         speech_ = new BcastTest::CTempDir("live-speech");
-        const std::string path = speech_->File("sentence.wav");
-        BcastTest::ProcessResult made =
-            BcastTest::RunProcess({"espeak-ng", "-v", "en", "-w", path, kSentence}, 60000);
-        ASSERT_EQ(made.exitCode, 0) << "espeak-ng (installed by scripts/setup.sh): " << made.output;
-        std::string error;
-        BcastTool::PcmAudio raw;
-        ASSERT_TRUE(BcastTool::ReadWavMono(path, raw, error)) << error;
         sentence_ = new BcastTool::PcmAudio();
-        ASSERT_TRUE(BcastTool::ToRate(raw, 8000, *sentence_));
+        MakeSpeech(speech_->File("sentence.wav"), kSentence, *sentence_);
     }
     static void TearDownTestSuite() {
         StopPeers();
@@ -51,90 +43,23 @@ protected:
     }
 
     // Starts a live talk on a thread of its own, the way the controller's worker runs it.
-    struct StartCall {
-        std::thread thread;
-        std::atomic<bool> done{false};
-        bool result = false;
-        ~StartCall() {
-            if (thread.joinable()) {
-                thread.join();
-            }
-        }
-    };
-    static void Start(StartCall& call, std::vector<int32_t> ids, int64_t requestId) {
-        call.thread = std::thread([&call, ids, requestId] {
-            call.result = CIPSpeakerManager::Instance()->StartSpeakVoice(ids, requestId);
-            call.done = true;
-        });
-    }
-    static bool Finish(StartCall& call, int timeoutMs = 30000) {
-        const bool done = WaitFor([&] { return call.done.load(); }, timeoutMs);
-        if (done) {
-            call.thread.join();
-        }
-        return done;
+    static std::unique_ptr<BroadcastTest::CStartCall> Start(std::vector<int32_t> ids, int64_t requestId) {
+        return std::make_unique<BroadcastTest::CStartCall>(
+            [ids, requestId] { return CIPSpeakerManager::Instance()->StartSpeakVoice(ids, requestId); });
     }
     static bool SpeakOnce(CBackgroundProcess& player) {
         return pulse_->StartPlaying(speech_->File("sentence.wav"), &player);
     }
-    static int SamplesPlayed(int elementId) { return Speaker(elementId).get_int_v("/SamplesPlayed", -1); }
-    static double TotalSeconds(int elementId) {
-        return Speaker(elementId).get_double_v("/TotalSecondsPlayed", -1);
-    }
-    static std::string GroupOf(int elementId) {
-        const auto speakers = CIPSpeakerManager::Instance()->GetSpeakerStates();
-        const auto it = speakers.find(elementId);
-        return it != speakers.end() ? it->second.groupGUID : "<none>";
-    }
-    static std::string Phase(int elementId) { return Speaker(elementId).get_v("/Phase"); }
     static BcastTool::AudioMatch MatchOf(int elementId) {
-        BcastTool::PcmAudio recording;
-        std::string error;
-        if (!BcastTool::ReadWavMono(Speaker(elementId).get_v("/WavPath"), recording, error)) {
-            ADD_FAILURE() << "speaker " << elementId << ": " << error;
-            return {};
-        }
-        return BcastTool::CompareAudio(*sentence_, recording, 8.0);
-    }
-    // Statuses the client reported to the platform for its device groups, in order.
-    static std::vector<int> ServerStatuses() {
-        std::vector<int> statuses;
-        for (const CRapidJsonProto& body : Requests(Plugin("/RealTimeBroadcast/UpdateBroadcastStatus"))) {
-            statuses.push_back(body.get_int_v("/Status", -1));
-        }
-        return statuses;
-    }
-    static std::vector<int> OperationLogTypes() {
-        CRapidJsonProto log;
-        log.set_str(Control("GET", "/oplog").body);
-        std::vector<int> types;
-        for (int i = 1; i <= log.get_cnt("/ResponseStatus/Data/OperationLogList"); ++i) {
-            types.push_back(
-                log.get_int_v("/ResponseStatus/Data/OperationLogList[" + std::to_string(i) + "]/LogType", 0));
-        }
-        return types;
-    }
-    static int AddFault(const std::string& method, const std::string& path, const std::string& rest) {
-        PlatformTest::RestReply r = Control(
-            "POST", "/fault", R"({"Method":")" + method + R"(","Path":")" + path + R"(",)" + rest + "}");
-        return r.Int("/ResponseStatus/Data/FaultID", -1);
-    }
-    // The device groups were told "started" and then "stopped", never "failed".
-    static void ExpectStartedThenStopped() {
-        const std::vector<int> statuses = ServerStatuses();
-        ASSERT_FALSE(statuses.empty());
-        EXPECT_EQ(statuses.front(), 1);
-        EXPECT_EQ(statuses.back(), 3);
-        EXPECT_EQ(std::count(statuses.begin(), statuses.end(), 2), 0);
+        return CManagerTest::MatchOf(elementId, *sentence_);
     }
     // A talk to an RTP speaker that hears the microphone: the broadcast after a fault still works.
     static void ExpectAWorkingTalk() {
         SCOPED_TRACE("the next broadcast");
         events_->Clear();
-        StartCall call;
-        Start(call, {1006}, 99);
-        ASSERT_TRUE(Finish(call));
-        EXPECT_TRUE(call.result);
+        auto call = Start({1006}, 99);
+        ASSERT_TRUE(call->Finish());
+        EXPECT_TRUE(call->Result());
         EXPECT_TRUE(WaitFor([] { return SamplesPlayed(1006) > 4000; }, 10000))
             << "the speaker hears the talk";
         EXPECT_TRUE(WaitFor([] { return events_->CountSpeakerStatus(1006, 1) > 0; }, 5000))
@@ -156,10 +81,9 @@ TEST_F(LiveBroadcastTest, TheSpokenSentenceReachesEverySpeakerOnAllThreeTranspor
     // 1001 through the streaming server, 1003 and 1004 through the device interface (two devices), 1006 by
     // RTP over UDP.
     const std::vector<int32_t> ids = {1001, 1003, 1004, 1006};
-    StartCall call;
-    Start(call, ids, 21);
-    ASSERT_TRUE(Finish(call)) << "the start waits for the streaming group's prompt tone, then returns";
-    ASSERT_TRUE(call.result);
+    auto call = Start(ids, 21);
+    ASSERT_TRUE(call->Finish()) << "the start waits for the streaming group's prompt tone, then returns";
+    ASSERT_TRUE(call->Result());
     EXPECT_EQ(events_->CountStage(0), 1);
     EXPECT_EQ(events_->CountStage(3), 1) << "the prompt tone's end, once";
     EXPECT_EQ(events_->CountStage(5), 1);
@@ -202,10 +126,9 @@ TEST_F(LiveBroadcastTest, EachFaultFailsWhatItShouldAndTheNextBroadcastWorks) {
         const CRapidJsonProto before = Device(103);
         events_->Clear();
         CLogCapture log;
-        StartCall call;
-        Start(call, {1003, 1006}, 31);
-        ASSERT_TRUE(Finish(call));
-        EXPECT_TRUE(call.result);
+        auto call = Start({1003, 1006}, 31);
+        ASSERT_TRUE(call->Finish());
+        EXPECT_TRUE(call->Result());
         EXPECT_TRUE(WaitFor([] { return SamplesPlayed(1006) > 4000; }, 10000));
         EXPECT_TRUE(log.Contains("Login failed!", 5));
         const CRapidJsonProto after = Device(103);
@@ -222,10 +145,9 @@ TEST_F(LiveBroadcastTest, EachFaultFailsWhatItShouldAndTheNextBroadcastWorks) {
         ASSERT_EQ(Control("POST", "/streaming", R"({"RefuseSessions":true,"RefuseStatus":503})").ErrorCode(),
                   0);
         events_->Clear();
-        StartCall call;
-        Start(call, {1001}, 32);
-        ASSERT_TRUE(Finish(call));
-        EXPECT_FALSE(call.result);
+        auto call = Start({1001}, 32);
+        ASSERT_TRUE(call->Finish());
+        EXPECT_FALSE(call->Result());
         EXPECT_EQ(events_->CountStage(2), 1);
         EXPECT_EQ(events_->CountStage(5), 0) << "the device transports never start";
         EXPECT_TRUE(ServerStatuses().empty()) << "a streaming-only broadcast reports no status itself";
@@ -239,10 +161,9 @@ TEST_F(LiveBroadcastTest, EachFaultFailsWhatItShouldAndTheNextBroadcastWorks) {
         SCOPED_TRACE("a speaker that never connects");
         ASSERT_EQ(Control("POST", "/speaker/1006", R"({"Connects":false})").ErrorCode(), 0);
         events_->Clear();
-        StartCall call;
-        Start(call, {1004, 1006}, 33);
-        ASSERT_TRUE(Finish(call)) << "1004's prompt tone ends the wait";
-        EXPECT_TRUE(call.result) << "the start does not wait for every speaker";
+        auto call = Start({1004, 1006}, 33);
+        ASSERT_TRUE(call->Finish()) << "1004's prompt tone ends the wait";
+        EXPECT_TRUE(call->Result()) << "the start does not wait for every speaker";
         EXPECT_TRUE(WaitFor([] { return SamplesPlayed(1004) > 4000; }, 10000));
         EXPECT_EQ(SamplesPlayed(1006), 0);
         EXPECT_EQ(events_->CountSpeakerStatus(1006, 1, GroupOf(1006)), 0);
@@ -281,8 +202,7 @@ TEST_F(LiveBroadcastTest, AStopDuringEachStepOfTheStartEndsItWithoutFailureOrLef
         const double before1004 = TotalSeconds(1004);
         const double before1006 = TotalSeconds(1006);
         CLogCapture log;
-        StartCall call;
-        Start(call, {1004, 1006}, 41);
+        auto call = Start({1004, 1006}, 41);
         ASSERT_TRUE(WaitFor(
             [&] {
                 PlatformTest::RestReply faults = Control("GET", "/faults");
@@ -291,8 +211,8 @@ TEST_F(LiveBroadcastTest, AStopDuringEachStepOfTheStartEndsItWithoutFailureOrLef
             15000))
             << "the start reached the step";
         CIPSpeakerManager::Instance()->Stop();
-        ASSERT_TRUE(Finish(call));
-        EXPECT_TRUE(call.result) << "a start stopped on the way is not a failure";
+        ASSERT_TRUE(call->Finish());
+        EXPECT_TRUE(call->Result()) << "a start stopped on the way is not a failure";
         EXPECT_EQ(events_->CountStage(2), 0);
         EXPECT_EQ(events_->CountStage(5), 0) << "the device transports never start";
         EXPECT_TRUE(log.Contains("Broadcast has already: ")) << "the end sees the stop";
@@ -309,10 +229,9 @@ TEST_F(LiveBroadcastTest, AStopDuringEachStepOfTheStartEndsItWithoutFailureOrLef
 
 TEST_F(LiveBroadcastTest, ATalkOutlivesADroppedPushLinkAndItsStopStillReachesThePlatform) {
     auto* framework = TalClientFrameWork::CFrameworkManagerInterface::Instance();
-    StartCall call;
-    Start(call, {1004, 1006}, 51);
-    ASSERT_TRUE(Finish(call));
-    ASSERT_TRUE(call.result);
+    auto call = Start({1004, 1006}, 51);
+    ASSERT_TRUE(call->Finish());
+    ASSERT_TRUE(call->Result());
     ASSERT_TRUE(WaitFor([] { return SamplesPlayed(1006) > 0; }, 10000));
 
     ASSERT_EQ(Control("POST", "/push/drop", R"({"RefuseSeconds":2})").ErrorCode(), 0);

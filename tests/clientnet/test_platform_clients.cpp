@@ -435,6 +435,9 @@ TEST_F(StreamConfigTest, AccessTypesPerDeviceWithTheSystemDefaultWhenUnknownAndA
 
 class AccessWayTest : public LoggedInTest {
 protected:
+    // The fixture's object port is handed out only while no object store runs for the server.
+    std::vector<std::string> ExtraArgs() const override { return {"--object-store", "off"}; }
+
     bool Query(int deviceId, int deviceType, CCmsDeviceAccessPage& page) {
         CDeviceAccessRouteParam route;
         route.SetValid_site(0);

@@ -32,7 +32,10 @@ class SessionTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         platform_ = new CPlatformProcess();
-        ASSERT_TRUE(platform_->Start({"--fixture", PlatformTest::DemoFixture()})) << platform_->Error();
+        // Without object stores: these tests read the fixture's storage addresses and register recordings
+        // that were never uploaded.
+        ASSERT_TRUE(platform_->Start({"--fixture", PlatformTest::DemoFixture(), "--object-store", "off"}))
+            << platform_->Error();
         CRestClient client(platform_->RestUrl());
         std::string error;
         RestReply login;

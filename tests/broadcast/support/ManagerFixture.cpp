@@ -2,7 +2,10 @@
 
 #include <dirent.h>
 
+#include <algorithm>
+
 #include "BroadCastPlugin/logical/ServerInteractive/WebSocket/FrameMessageMgr.h"
+#include "TestProcess.h"
 #include "framework/business/BusinessCommon.h"
 #include "framework/business/PlatformLogin.h"
 #include "framework/clientframe/FrameworkManagerInterface.h"
@@ -57,18 +60,38 @@ void CEventLog::Clear() {
     batches_.clear();
 }
 
+CStartCall::CStartCall(std::function<bool()> start)
+    : thread_([this, start = std::move(start)] {
+          result_ = start();
+          done_ = true;
+      }) {}
+
+CStartCall::~CStartCall() {
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+bool CStartCall::Finish(int timeoutMs) {
+    const bool done = BcastTest::WaitFor([this] { return done_.load(); }, timeoutMs);
+    if (done && thread_.joinable()) {
+        thread_.join();
+    }
+    return done;
+}
+
 BcastTest::CPulseAudioPeer* CManagerTest::pulse_ = nullptr;
 PlatformTest::CPlatformProcess* CManagerTest::platform_ = nullptr;
 CEventLog* CManagerTest::events_ = nullptr;
 std::string CManagerTest::captureDir_;
 
-void CManagerTest::StartPeers(const std::vector<std::string>& platformArgs) {
+void CManagerTest::StartPeers(const std::vector<std::string>& platformArgs, const std::string& fixture) {
     pulse_ = new BcastTest::CPulseAudioPeer();
     std::string error;
     ASSERT_TRUE(pulse_->Start(&error)) << error;
     pulse_->ExportClientEnvironment();
     platform_ = new PlatformTest::CPlatformProcess();
-    std::vector<std::string> args = {"--fixture", PlatformTest::DemoFixture()};
+    std::vector<std::string> args = {"--fixture", fixture.empty() ? PlatformTest::DemoFixture() : fixture};
     args.insert(args.end(), platformArgs.begin(), platformArgs.end());
     ASSERT_TRUE(platform_->Start(args)) << platform_->Error();
     BusinessCommon::InitBusinessCommon(nullptr, "en_US");
@@ -161,6 +184,65 @@ CRapidJsonProto CManagerTest::Speaker(int elementId) {
 
 CRapidJsonProto CManagerTest::Device(int deviceId) {
     return ControlEntry("/devices", "Devices", "DeviceID", deviceId);
+}
+
+BcastTool::AudioMatch CManagerTest::MatchOf(int elementId, const BcastTool::PcmAudio& reference) {
+    BcastTool::PcmAudio recording;
+    std::string error;
+    if (!BcastTool::ReadWavMono(Speaker(elementId).get_v("/WavPath"), recording, error)) {
+        ADD_FAILURE() << "speaker " << elementId << ": " << error;
+        return {};
+    }
+    return BcastTool::CompareAudio(reference, recording, 8.0);
+}
+
+std::string CManagerTest::GroupOf(int elementId) {
+    const auto speakers = CIPSpeakerManager::Instance()->GetSpeakerStates();
+    const auto it = speakers.find(elementId);
+    return it != speakers.end() ? it->second.groupGUID : "<none>";
+}
+
+std::vector<int> CManagerTest::ServerStatuses() {
+    std::vector<int> statuses;
+    for (const CRapidJsonProto& body : Requests(Plugin("/RealTimeBroadcast/UpdateBroadcastStatus"))) {
+        statuses.push_back(body.get_int_v("/Status", -1));
+    }
+    return statuses;
+}
+
+std::vector<int> CManagerTest::OperationLogTypes() {
+    CRapidJsonProto log;
+    log.set_str(Control("GET", "/oplog").body);
+    std::vector<int> types;
+    for (int i = 1; i <= log.get_cnt("/ResponseStatus/Data/OperationLogList"); ++i) {
+        types.push_back(
+            log.get_int_v("/ResponseStatus/Data/OperationLogList[" + std::to_string(i) + "]/LogType", 0));
+    }
+    return types;
+}
+
+int CManagerTest::AddFault(const std::string& method, const std::string& path, const std::string& rest) {
+    PlatformTest::RestReply r =
+        Control("POST", "/fault", R"({"Method":")" + method + R"(","Path":")" + path + R"(",)" + rest + "}");
+    return r.Int("/ResponseStatus/Data/FaultID", -1);
+}
+
+void CManagerTest::ExpectStartedThenStopped() {
+    const std::vector<int> statuses = ServerStatuses();
+    ASSERT_FALSE(statuses.empty());
+    EXPECT_EQ(statuses.front(), 1);
+    EXPECT_EQ(statuses.back(), 3);
+    EXPECT_EQ(std::count(statuses.begin(), statuses.end(), 2), 0);
+}
+
+void CManagerTest::MakeSpeech(const std::string& path, const std::string& text,
+                              BcastTool::PcmAudio& reference) {
+    BcastTest::ProcessResult made = BcastTest::RunProcess({"espeak-ng", "-v", "en", "-w", path, text}, 60000);
+    ASSERT_EQ(made.exitCode, 0) << "espeak-ng (installed by scripts/setup.sh): " << made.output;
+    std::string error;
+    BcastTool::PcmAudio raw;
+    ASSERT_TRUE(BcastTool::ReadWavMono(path, raw, error)) << error;
+    ASSERT_TRUE(BcastTool::ToRate(raw, 8000, reference));
 }
 
 int CManagerTest::ThreadCount() {

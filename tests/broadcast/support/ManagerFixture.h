@@ -4,8 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"
@@ -13,6 +16,7 @@
 #include "PulseAudioPeer.h"
 #include "RestClient.h"
 #include "framework/netcomm/RapidJsonProto.h"
+#include "tool/audio/AudioCompare.h"
 
 namespace BroadcastTest {
 
@@ -34,11 +38,33 @@ private:
     std::vector<std::vector<BroadCastPlugin::IPSpeakerNotifyParam>> batches_;
 };
 
+/// A start of the manager on a thread of its own, the way the controller's worker runs it.
+class CStartCall {
+public:
+    explicit CStartCall(std::function<bool()> start);
+    /// Joins the thread: a call that never returns hangs the test here rather than crashing it.
+    ~CStartCall();
+    CStartCall(const CStartCall&) = delete;
+    CStartCall& operator=(const CStartCall&) = delete;
+
+    /// Waits up to `timeoutMs` (events keep flowing); true when the call returned.
+    bool Finish(int timeoutMs = 30000);
+    bool Done() const { return done_.load(); }
+    /// What the call returned; valid once Finish is true.
+    bool Result() const { return result_; }
+
+private:
+    std::atomic<bool> done_{false};
+    bool result_ = false;
+    std::thread thread_;
+};
+
 class CManagerTest : public ::testing::Test {
 protected:
-    /// Starts PulseAudio and the platform (extra platform arguments allowed), logs in, wires pushes to the
-    /// manager and initialises it.
-    static void StartPeers(const std::vector<std::string>& platformArgs = {});
+    /// Starts PulseAudio and the platform with `fixture` (default: the demo site) and extra arguments, logs
+    /// in, wires pushes to the manager and initialises it.
+    static void StartPeers(const std::vector<std::string>& platformArgs = {},
+                           const std::string& fixture = {});
     static void StopPeers();
     static void SetUpTestSuite() { StartPeers(); }
     static void TearDownTestSuite() { StopPeers(); }
@@ -61,6 +87,27 @@ protected:
                                                               const std::string& idKey, int id);
     /// Threads of this process now.
     static int ThreadCount();
+
+    // What the simulated speakers did, from the platform's control interface.
+    static int SamplesPlayed(int elementId) { return Speaker(elementId).get_int_v("/SamplesPlayed", -1); }
+    static double TotalSeconds(int elementId) {
+        return Speaker(elementId).get_double_v("/TotalSecondsPlayed", -1);
+    }
+    static std::string Phase(int elementId) { return Speaker(elementId).get_v("/Phase"); }
+    /// How well the speaker's recording matches `reference` (8000 Hz); a failure when it cannot be read.
+    static BcastTool::AudioMatch MatchOf(int elementId, const BcastTool::PcmAudio& reference);
+    /// The broadcast group the manager holds the speaker in, "<none>" when none.
+    static std::string GroupOf(int elementId);
+    /// Statuses the client reported to the platform for its device groups, in order.
+    static std::vector<int> ServerStatuses();
+    /// Operation-log types the platform received, in order.
+    static std::vector<int> OperationLogTypes();
+    /// Installs a platform fault (`rest`: the fault's other keys as JSON members); returns its id.
+    static int AddFault(const std::string& method, const std::string& path, const std::string& rest);
+    /// The device groups were told "started" and then "stopped", never "failed".
+    static void ExpectStartedThenStopped();
+    /// Speaks `text` with espeak-ng into the WAV `path` and gives it at 8000 Hz as `reference`.
+    static void MakeSpeech(const std::string& path, const std::string& text, BcastTool::PcmAudio& reference);
 
     static BcastTest::CPulseAudioPeer* pulse_;
     static PlatformTest::CPlatformProcess* platform_;

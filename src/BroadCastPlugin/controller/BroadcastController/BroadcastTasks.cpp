@@ -107,6 +107,12 @@ void CTTSPlayTask::Exec() {
     std::vector<TTSResponseError> errors;
     if (!CIPSpeakerManager::Instance()->StartTTSBroadcast(errors, param_)) {
         BCAST_LOG(5, "[%s]Start tts play failed.[%s(%d)]");
+        if (errors.empty()) {
+            // The request itself failed: one entry without an element carries the reason.
+            TTSResponseError whole;
+            whole.Error = GetLastError();
+            errors.push_back(whole);
+        }
     }
     if (callback_) {
         callback_(errors);

@@ -36,6 +36,7 @@ const MethodEntry kMethods[] = {
     {"Config", &CPublishAPIManager::GetBroadcastConfig},
     {"RegisterMessageCallback", &CPublishAPIManager::RegisterMessageCallback},
     {"BroadcastTerminals", &CPublishAPIManager::GetAllTerminals},
+    {"StartTTSBroadcast", &CPublishAPIManager::StartTTSBroadcast},
 };
 
 ErrorCode InvalidRequest() {
@@ -59,6 +60,8 @@ bool CPublishAPIManager::Init() {
             &CPublishAPIManager::OnSignalBroadcastState, Qt::UniqueConnection);
     connect(controller, &CBroadcastController::SignalStopBroadcast, this,
             &CPublishAPIManager::OnSignalStopBroadcast, Qt::UniqueConnection);
+    connect(controller, &CBroadcastController::SignalTTSBroadcastState, this,
+            &CPublishAPIManager::OnSignalTTSBroadcastState, Qt::UniqueConnection);
     connect(controller, &CBroadcastController::SignalDownloadResult, this,
             &CPublishAPIManager::OnSignalDownloadResult, Qt::UniqueConnection);
 
@@ -139,6 +142,25 @@ bool CPublishAPIManager::StartIPSpeakerBroadcast(const std::string& request, std
     return ok;
 }
 
+bool CPublishAPIManager::StartTTSBroadcast(const std::string& request, std::string& response) {
+    BCAST_LOG(3, "[%s]Receive tts broadcast request: %s[%s(%d)]", request.c_str());
+    SetLastError(ErrorCode());
+    TTSRequestParam tts;
+    bool ok = false;
+    if (!CProtocalFactory::ParseStartTTSJson(request, tts)) {
+        BCAST_LOG(5, "[%s]Parse request failed.[%s(%d)]");
+        SetLastError(InvalidRequest());
+    } else {
+        ok = CBroadcastController::Instance()->AsyncTTSPlay(tts);
+        if (!ok) {
+            BCAST_LOG(5, "[%s]AsyncTTSPlay failed.[%s(%d)]");
+            SetLastError(InvalidRequest());
+        }
+    }
+    response = CProtocalFactory::BuildResultResponse(GetLastError());
+    return ok;
+}
+
 bool CPublishAPIManager::UploadRecordFile(const std::string& request, std::string& response) {
     BCAST_LOG(3, "[%s]Receive upload record file request: %s.[%s(%d)]", request.c_str());
     SetLastError(ErrorCode());
@@ -148,7 +170,16 @@ bool CPublishAPIManager::UploadRecordFile(const std::string& request, std::strin
         BCAST_LOG(5, "[%s]Parse upload record file json failed. json: %s[%s(%d)]", request.c_str());
         SetLastError(InvalidRequest());
     } else {
-        ok = CBroadcastController::Instance()->AsyncUploadRecordFile(record);
+        // The result goes to the registered plugins from the main thread, where notifications are sent.
+        ok = CBroadcastController::Instance()->AsyncUploadRecordFile(
+            record, [this, record](bool, ErrorCode error) {
+                QMetaObject::invokeMethod(
+                    this,
+                    [this, record, error] {
+                        NotifyMessage(CProtocalFactory::BuildPluginRecordUploaded(record, error));
+                    },
+                    Qt::QueuedConnection);
+            });
         if (!ok) {
             BCAST_LOG(5, "[%s]Upload record file failed.[%s(%d)]");
             SetLastError(InvalidRequest());
@@ -241,6 +272,10 @@ void CPublishAPIManager::OnSignalBroadcastState(std::vector<IPSpeakerNotifyParam
             NotifyMessage(CProtocalFactory::BuildPluginSpeakerState(param));
         }
     }
+}
+
+void CPublishAPIManager::OnSignalTTSBroadcastState(std::vector<TTSResponseError> errors) {
+    NotifyMessage(CProtocalFactory::BuildPluginTTSResult(errors));
 }
 
 void CPublishAPIManager::OnSignalStopBroadcast(std::string /*text*/, Tal::Base::Error::ErrorCode /*error*/,

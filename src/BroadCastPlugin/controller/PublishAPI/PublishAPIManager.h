@@ -37,6 +37,8 @@ public:
     bool GetBroadcastConfig(const std::string& request, std::string& response);
     bool RegisterMessageCallback(const std::string& request, std::string& response);
     bool GetAllTerminals(const std::string& request, std::string& response);
+    /// Text to speech played by the platform; "StopIPSpeakerBroadcast" stops it like any broadcast.
+    bool StartTTSBroadcast(const std::string& request, std::string& response);
 
     std::vector<std::string> GetListeners() const;
     /// Sends one message to every registered plugin.
@@ -44,6 +46,7 @@ public:
 
 private slots:
     void OnSignalBroadcastState(std::vector<BroadCastPlugin::IPSpeakerNotifyParam> params);
+    void OnSignalTTSBroadcastState(std::vector<BroadCastPlugin::TTSResponseError> errors);
     void OnSignalStopBroadcast(std::string text, Tal::Base::Error::ErrorCode error, void* user);
     void OnSignalDownloadResult(BroadCastPlugin::DownloadResourceState state,
                                 Tal::Base::Error::ErrorCode error);

@@ -480,7 +480,7 @@ void CIPSpeakerManager::ClearBroadcastParamLocked() {
     startTime_.clear();
     broadcastKind_ = kBroadcastNone;
     promptVoiceActive_ = false;
-    stopped_ = true;
+    SetStopFlagLocked(true);
     voiceRecorder_->ClearRecordFilePath();
 }
 
@@ -491,7 +491,17 @@ int CIPSpeakerManager::GetBroadcastKind() const {
 
 void CIPSpeakerManager::SetStopFlag(bool stopped) {
     std::lock_guard<std::mutex> lock(mutex_);
+    SetStopFlagLocked(stopped);
+}
+
+void CIPSpeakerManager::SetStopFlagLocked(bool stopped) {
     stopped_ = stopped;
+    // The senders and a file conversion in progress see the request at once: a stop ends a file broadcast
+    // within a frame interval even while its task still waits for the sending to finish.
+    CVoiceTransferManager::Instance()->SetStopFlag(stopped);
+    if (stopped) {
+        fileEncoder_->StopEncode();
+    }
 }
 
 bool CIPSpeakerManager::IsStopped() const {

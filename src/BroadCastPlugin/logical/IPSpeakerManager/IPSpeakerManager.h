@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -118,6 +119,7 @@ private:
     // Caller holds mutex_.
     void NotifyLocked(const std::vector<IPSpeakerNotifyParam>& params);
     void ClearBroadcastParamLocked();
+    void SetStopFlagLocked(bool stopped);
     IPSpeakerNotifyParam StageEvent(int32_t broadcastStatus, int64_t requestID) const;
     /// Shared by the live talk and the file broadcast: records the speakers of the addresses.
     void RecordSpeakers(const std::vector<BroadcastUrlInfo>& urls);
@@ -135,7 +137,8 @@ private:
     void AddOperationLog(int logType, const std::vector<int32_t>& elementIDs) const;
     std::vector<std::string> PromptGroups() const;
     bool AnyPromptToneFinished() const;
-    bool AnySpeakerConnecting() const;
+    /// Whether a speaker of these broadcast groups has not reported, or reports connecting or a prompt tone.
+    bool AnySpeakerConnecting(const std::set<std::string>& groups) const;
     bool AllSpeakersFailed() const;
     void OnEncodeState(EncodeState state, int64_t requestID);
 

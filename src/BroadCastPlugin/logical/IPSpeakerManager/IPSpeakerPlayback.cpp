@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <set>
 
 #include "BroadCastPlugin/BroadcastConstants.h"
 #include "BroadCastPlugin/logical/DataProcess/SpeakerDataManagers.h"
@@ -30,12 +31,27 @@ constexpr int kFrameIntervalMp3Ms = 24;
 bool IsConnecting(int32_t status) {
     return status == 0 || (status >= 100 && status <= 103);
 }
+
+// Broadcast groups whose audio goes through the streaming server.
+std::set<std::string> StreamingGroups(const std::vector<BroadcastUrlInfo>& urls) {
+    std::set<std::string> groups;
+    for (const BroadcastUrlInfo& url : urls) {
+        if (url.Method == kMethodStreamingV1) {
+            groups.insert(url.ResourceGuid);
+        }
+    }
+    return groups;
+}
 }  // namespace
 
-bool CIPSpeakerManager::AnySpeakerConnecting() const {
+bool CIPSpeakerManager::AnySpeakerConnecting(const std::set<std::string>& groups) const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return std::any_of(speakerStates_.begin(), speakerStates_.end(),
-                       [](const auto& s) { return IsConnecting(s.second.status); });
+    // Only speakers of these groups: device and RTP speakers cannot connect before their senders start,
+    // which is after this wait. A speaker that has not reported yet (-1) has not connected either.
+    return std::any_of(speakerStates_.begin(), speakerStates_.end(), [&groups](const auto& s) {
+        return groups.count(s.second.groupGUID) != 0 &&
+               (s.second.status == -1 || IsConnecting(s.second.status));
+    });
 }
 
 bool CIPSpeakerManager::AllSpeakersFailed() const {
@@ -105,7 +121,8 @@ bool CIPSpeakerManager::StartPlayAudioFile(const std::vector<int32_t>& elementID
                 break;
             }
             BCAST_LOG(3, "[%s]Start to wait all device connect finish by zps.[%s(%d)]");
-            while (!IsStopped() && AnySpeakerConnecting()) {
+            const std::set<std::string> streamingGroups = StreamingGroups(urls);
+            while (!IsStopped() && AnySpeakerConnecting(streamingGroups)) {
                 BusinessCommon::MSleep(kPollMs);
             }
             BCAST_LOG(3, "[%s]Finish to wait all device connect by zps.[%s(%d)]");

@@ -117,6 +117,20 @@ bool CProtocalFactory::ParseDownloadMediaFileRequest(const std::string& json, in
     return true;
 }
 
+bool CProtocalFactory::ParseStartTTSJson(const std::string& json, TTSRequestParam& tts) {
+    CRapidJsonProto doc;
+    if (!doc.set_str(json) || !ParseElementIDs(doc.get_v("/Data/ElementIDs", ""), tts.elementIDs) ||
+        tts.elementIDs.empty()) {
+        return false;
+    }
+    tts.CustomContent = doc.get_v("/Data/CustomContent", "");
+    tts.Language = doc.get_v("/Data/Language", "");
+    tts.PlayMode = doc.get_int_v("/Data/PlayMode", 0);
+    tts.AssignPlaybackDuration = doc.get_v("/Data/AssignPlaybackDuration", "");
+    tts.PlayType = true;
+    return !tts.CustomContent.empty();
+}
+
 std::string CProtocalFactory::BuildResultResponse(const ErrorCode& error) {
     CRapidJsonProto doc;
     doc.set_v("/Response/ErrorModule", error.GetMainErrorCode());
@@ -193,6 +207,38 @@ std::string CProtocalFactory::BuildPluginSpeakerState(const IPSpeakerNotifyParam
     doc.set_v("/Data/PlayState", PlayStateOf(param));
     doc.set_v("/Data/ConnectState", param.speakerStatus);
     doc.set_v("/Data/WorkState", param.resourceStatus);
+    return doc.get_str(0);
+}
+
+// {"Method":5,"Data":{"RecordFilePath":"..","Mode":0,"MediaFileID":-1,"ErrorModule":0,"ErrorCode":0,
+//   "ErrorInfo":""}}
+std::string CProtocalFactory::BuildPluginRecordUploaded(const RecordTaskParam& record,
+                                                        const ErrorCode& error) {
+    CRapidJsonProto doc;
+    doc.set_v("/Method", static_cast<int>(kNotifyRecordUploaded));
+    doc.set_v("/Data/RecordFilePath", record.recordFilePath);
+    doc.set_v("/Data/Mode", record.mode);
+    doc.set_v("/Data/MediaFileID", record.mediaFileID);
+    doc.set_v("/Data/ErrorModule", error.GetMainErrorCode());
+    doc.set_v("/Data/ErrorCode", error.GetSubErrorCode());
+    doc.set_v("/Data/ErrorInfo", ErrorCodeTrans::GetErrorInfoByErrorCode(error));
+    return doc.get_str(0);
+}
+
+// {"Method":6,"Data":{"ErrorList":[{"ElementID":1007,"ElementName":"..","ErrorModule":30,"ErrorCode":7,
+//   "ErrorInfo":".."}]}}: the speakers that did not start (empty: all started).
+std::string CProtocalFactory::BuildPluginTTSResult(const std::vector<TTSResponseError>& errors) {
+    CRapidJsonProto doc;
+    doc.set_v("/Method", static_cast<int>(kNotifyTTSStarted));
+    doc.set_node_str("/Data/ErrorList", "[]");
+    for (std::size_t i = 0; i < errors.size(); ++i) {
+        const std::string item = "/Data/ErrorList[" + std::to_string(i + 1) + "]";
+        doc.set_v(item + "/ElementID", errors[i].ElementID);
+        doc.set_v(item + "/ElementName", errors[i].ElementName);
+        doc.set_v(item + "/ErrorModule", errors[i].Error.GetMainErrorCode());
+        doc.set_v(item + "/ErrorCode", errors[i].Error.GetSubErrorCode());
+        doc.set_v(item + "/ErrorInfo", ErrorCodeTrans::GetErrorInfoByErrorCode(errors[i].Error));
+    }
     return doc.get_str(0);
 }
 

@@ -20,6 +20,8 @@ enum PluginNotifyMethod {
     kNotifySpeakerState = 2,
     kNotifyDownloadFinished = 3,
     kNotifyDownloadFailed = 4,
+    kNotifyRecordUploaded = 5,  ///< an "UploadRecordFile" request finished, with its result
+    kNotifyTTSStarted = 6,      ///< a text-to-speech start finished, with the speakers that failed
 };
 
 struct StartIPSpeakerRequest {
@@ -42,6 +44,9 @@ public:
     static bool ParseUploadRecordFileJson(const std::string& json, RecordTaskParam& record);
     static bool ParseListenRequest(const std::string& json, ListenRequest& request);
     static bool ParseDownloadMediaFileRequest(const std::string& json, int32_t& fileID);
+    /// {"Data":{"ElementIDs":"1001,1003","CustomContent":"text","Language":"en-US","PlayMode":0,
+    /// "AssignPlaybackDuration":""}}: the ids and a non-empty text are required.
+    static bool ParseStartTTSJson(const std::string& json, TTSRequestParam& tts);
     /// "1,2,3" -> {1,2,3}; false when a piece is not a whole number. An empty text is an empty list.
     static bool ParseElementIDs(const std::string& text, std::vector<int32_t>& ids);
 
@@ -55,6 +60,8 @@ public:
     // Notifications to registered plugins (integer "/Method").
     static std::string BuildPluginNotification(PluginNotifyMethod method);
     static std::string BuildPluginSpeakerState(const IPSpeakerNotifyParam& param);
+    static std::string BuildPluginRecordUploaded(const RecordTaskParam& record, const ErrorCode& error);
+    static std::string BuildPluginTTSResult(const std::vector<TTSResponseError>& errors);
 
     // Notifications to the web front end (named "/Method").
     static std::string BuildBroadcastStartFinish();

@@ -285,16 +285,26 @@ void CVoiceTransferManager::WaitTransferFinish() {
     TAL_LOG(3, "Broadcast", "[%s]all send finish.[%s(%d)]");
 }
 
-void CVoiceTransferManager::StopTransfer() {
-    stopFlag = true;
+void CVoiceTransferManager::SetStopFlag(bool stopped) {
+    stopFlag = stopped;
+    if (!stopped) {
+        return;
+    }
     clock_->WakeSleepers();
+    for (const auto& group : {zpsParam, sdkParam, oemParam}) {
+        std::lock_guard<std::mutex> lock(group->mutex);
+        group->dataReady.notify_all();
+    }
+}
+
+void CVoiceTransferManager::StopTransfer() {
+    SetStopFlag(true);
     std::vector<std::shared_ptr<IVoiceTransfer>> closing;
     for (const auto& group : {zpsParam, sdkParam, oemParam}) {
         group->started = false;
         std::deque<VoiceDataBlock> dropped;
         {
             std::lock_guard<std::mutex> lock(group->mutex);
-            group->dataReady.notify_all();
             dropped.swap(group->dataQueue);
             for (auto it = group->transfers.begin(); it != group->transfers.end();) {
                 if ((*it)->GetTransferType() == kTransferSend) {

@@ -69,6 +69,10 @@ public:
     void SetInputFinished();
     void WaitTransferFinish();
     void StopTransfer();
+    /// The broadcast logic's stop request: set, the sending threads drop what is queued and end at once
+    /// (also out of their pacing and pre-buffer sleeps) and SendData takes nothing more; cleared, sending
+    /// may start again. Transports stay open until StopTransfer.
+    void SetStopFlag(bool stopped);
 
     bool StartListenFromZPS(const ZPSTransferTarget& target, ZPSDataCallback callback);
     void StopListenFromZPS();

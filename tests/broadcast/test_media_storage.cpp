@@ -1,0 +1,296 @@
+// Media files, recordings and text-to-speech against the platform's real object stores: the media manager
+// of this process downloads the library's files (local cloud storage and storage server 501) into the audio
+// cache once, uploads a live talk's recording and registers it, and the platform speaks a text at the
+// speakers. Stores that are down or refuse the keys fail with the codes the user interface has messages
+// for, leave no partial file and lose no recording.
+
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+
+#include <fstream>
+#include <memory>
+
+#include "ManagerFixture.h"
+#include "TestProcess.h"
+#include "framework/base/ErrorCode.h"
+#include "framework/base/FormatLog.h"
+#include "framework/clientframe/FrameworkManagerInterface.h"
+#include "support/QtWait.h"
+#include "tool/audio/AudioCompare.h"
+
+#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"
+
+using namespace BroadCastPlugin;
+using BcastTest::WaitFor;
+using NetworkCommunication::CRapidJsonProto;
+using Tal::Base::CLogCapture;
+
+namespace {
+
+constexpr int kModuleObjectClient = 60;
+constexpr const char* kTtsText = "Visitors are kindly asked to leave their bags at the reception.";
+
+class MediaStorageTest : public BroadcastTest::CManagerTest {
+protected:
+    static ErrorCode LastError() { return Tal::Base::Error::GetLastError(); }
+    static bool Exists(const std::string& path) { return std::ifstream(path).good(); }
+    static long SizeOf(const std::string& path) {
+        std::ifstream in(path, std::ios::binary | std::ios::ate);
+        return in ? static_cast<long>(in.tellg()) : -1;
+    }
+    /// Entries of a directory whose names start with `stem` (a partial download would be one).
+    static int EntriesStartingWith(const std::string& dir, const std::string& stem) {
+        int n = 0;
+        if (DIR* d = opendir(dir.c_str())) {
+            while (dirent* e = readdir(d)) {
+                n += std::string(e->d_name).rfind(stem, 0) == 0 ? 1 : 0;
+            }
+            closedir(d);
+        }
+        return n;
+    }
+    static void SetStore(const std::string& store, const std::string& body) {
+        ASSERT_EQ(Control("POST", "/storage/" + store, body).ErrorCode(), 0) << store << " " << body;
+    }
+    /// The recordings the platform registered, as a document rooted at the /_control/broadcasts answer.
+    static CRapidJsonProto Broadcasts() {
+        CRapidJsonProto doc;
+        doc.set_str(Control("GET", "/broadcasts").body);
+        return doc;
+    }
+    static int RecordCount() { return Broadcasts().get_cnt("/ResponseStatus/Data/Records"); }
+    static std::string RecordValue(int index, const std::string& key) {
+        return Broadcasts().get_v("/ResponseStatus/Data/Records[" + std::to_string(index + 1) + "]/" + key);
+    }
+
+    /// A live talk to 1006 for `seconds`; returns the recording's path as the manager had it.
+    static std::string RecordedTalk(int seconds, int64_t requestId) {
+        BroadcastTest::CStartCall call(
+            [requestId] { return CIPSpeakerManager::Instance()->StartSpeakVoice({1006}, requestId); });
+        EXPECT_TRUE(call.Finish());
+        EXPECT_TRUE(call.Result());
+        const std::string path = CIPSpeakerManager::Instance()->GetRecordedFilePath();
+        EXPECT_TRUE(WaitFor([] { return SamplesPlayed(1006) > 4000; }, 10000)) << "the talk is heard";
+        BcastTest::Settle(seconds * 1000);
+        CIPSpeakerManager::Instance()->Stop();  // uploads the recording
+        return path;
+    }
+};
+
+}  // namespace
+
+TEST_F(MediaStorageTest, MediaFilesAreDownloadedOnceFromEitherStorageAndAFailedDownloadLeavesNoFile) {
+    CMediaFileManager* media = CMediaFileManager::Instance();
+    ASSERT_TRUE(media->DownloadAllMediaFiles());
+
+    std::string opening;  // media file 2: local cloud storage
+    ASSERT_TRUE(media->DownloadMediaFileToLocal(opening, 2)) << LastError().GetSubErrorCode();
+    ASSERT_TRUE(Exists(opening)) << opening;
+    const long openingBytes = SizeOf(opening);
+    EXPECT_GT(openingBytes, 10000) << "a six-second MP3";
+    EXPECT_EQ(CMediaFileManager::GetLocalFileSize(opening), static_cast<uint32_t>(openingBytes));
+    {
+        std::ifstream in(opening, std::ios::binary);
+        char head[3] = {};
+        in.read(head, 3);
+        const bool mp3 = std::string(head, 3) == "ID3" ||
+                         (static_cast<unsigned char>(head[0]) == 0xFF && (head[1] & 0xE0) == 0xE0);
+        EXPECT_TRUE(mp3) << "the stored audio, not an error page";
+    }
+
+    std::string evacuation;  // media file 4: storage server 501, reached through its access way
+    ASSERT_TRUE(media->DownloadMediaFileToLocal(evacuation, 4)) << LastError().GetSubErrorCode();
+    EXPECT_GT(SizeOf(evacuation), 10000);
+
+    {
+        SCOPED_TRACE("the second download is the cached copy: it needs no store");
+        SetStore("local", R"({"Running":false})");
+        std::string again;
+        EXPECT_TRUE(media->DownloadMediaFileToLocal(again, 2));
+        EXPECT_EQ(again, opening);
+        EXPECT_EQ(SizeOf(again), openingBytes);
+    }
+    {
+        SCOPED_TRACE("store down: the download client cannot start, nothing is left behind");
+        ASSERT_EQ(std::remove(opening.c_str()), 0);
+        std::string path;
+        EXPECT_FALSE(media->DownloadMediaFileToLocal(path, 2));
+        EXPECT_EQ(LastError().GetMainErrorCode(), kModuleBroadcast);
+        EXPECT_EQ(LastError().GetSubErrorCode(), kErrorDownloadClientStart);
+        EXPECT_FALSE(Exists(opening));
+    }
+    const std::string audioDir = opening.substr(0, opening.find_last_of('/') + 1);
+    {
+        SCOPED_TRACE("store refuses the keys");
+        SetStore("local", R"({"Running":true})");
+        SetStore("local", R"({"AccessKey":"OTHERACCESSKEY000001","SecretKey":"other/secret"})");
+        std::string path;
+        EXPECT_FALSE(media->DownloadMediaFileToLocal(path, 2));
+        EXPECT_EQ(LastError().GetSubErrorCode(), kErrorDownloadClientStart);
+        EXPECT_EQ(EntriesStartingWith(audioDir, "opening"), 0) << "no file and no partial file";
+    }
+    {
+        SCOPED_TRACE("a media record whose object is not in the store");
+        ASSERT_EQ(Control("POST", "/reset").ErrorCode(), 0);  // the fixture's keys again
+        MediaFile ghost;
+        ASSERT_TRUE(media->GetMediaFile(2, ghost));
+        ghost.ID = 77;
+        ghost.Name = "ghost";
+        ghost.LocalPath = audioDir + "ghost.mp3";
+        ghost.StoreUrl = ghost.StoreUrl.substr(0, ghost.StoreUrl.find_last_of('/')) + "/ghost.mp3";
+        ASSERT_TRUE(media->UpdateMediaFile(ghost));
+        CLogCapture log;
+        std::string path;
+        EXPECT_FALSE(media->DownloadMediaFileToLocal(path, 77));
+        EXPECT_EQ(LastError().GetMainErrorCode(), kModuleObjectClient);
+        EXPECT_EQ(LastError().GetSubErrorCode(), CloudStorage::kObjectNotFound);
+        EXPECT_TRUE(log.Contains("DownloadFile failed!", 5));
+        EXPECT_EQ(EntriesStartingWith(audioDir, "ghost"), 0);
+    }
+    {
+        SCOPED_TRACE("a media file the platform does not know");
+        std::string path;
+        EXPECT_FALSE(media->DownloadMediaFileToLocal(path, 4242));
+        EXPECT_NE(LastError().GetSubErrorCode(), 0);
+    }
+    {
+        SCOPED_TRACE("after the faults the store serves again");
+        std::string path;
+        EXPECT_TRUE(media->DownloadMediaFileToLocal(path, 2));
+        EXPECT_EQ(SizeOf(path), openingBytes);
+    }
+}
+
+TEST_F(MediaStorageTest, ARecordedTalkIsUploadedAndRegisteredAndAFailedUploadKeepsTheRecording) {
+    const std::string first = RecordedTalk(2, 41);
+    ASSERT_FALSE(first.empty()) << "the demo site records live talks";
+    EXPECT_TRUE(WaitFor([] { return RecordCount() == 1; }, 10000)) << Control("GET", "/broadcasts").body;
+    EXPECT_NE(RecordValue(0, "StoreUrl").find("/pool-records/"), std::string::npos)
+        << RecordValue(0, "StoreUrl");
+    EXPECT_EQ(RecordValue(0, "Store"), "501");
+    const long bytes = SizeOf(first);
+    EXPECT_GT(bytes, 8000) << "two seconds and more of audio";
+    EXPECT_EQ(Broadcasts().get_int_v("/ResponseStatus/Data/Records[1]/Bytes", -1), bytes)
+        << "the stored object is the whole recording";
+
+    {
+        SCOPED_TRACE("storage server down: the upload fails and the recording stays");
+        SetStore("501", R"({"Running":false})");
+        CLogCapture log;
+        const std::string second = RecordedTalk(1, 42);
+        EXPECT_TRUE(log.Contains("Upload record file failed.", 5));
+        EXPECT_TRUE(log.Contains("CObjectClient Init failed!", 5));
+        EXPECT_GT(SizeOf(second), 4000) << second;
+        EXPECT_EQ(RecordCount(), 1) << "nothing registered";
+
+        RecordTaskParam retry;
+        retry.mode = 0;
+        retry.recordDevice = "1006";
+        retry.recordFilePath = second;
+        retry.recordStartTime = "2026-11-24 10:00:00";
+        EXPECT_FALSE(CMediaFileManager::Instance()->UploadRecordFile(retry));
+        EXPECT_EQ(LastError().GetSubErrorCode(), kErrorUploadClientStart);
+
+        SCOPED_TRACE("the store back: the kept recording uploads");
+        SetStore("501", R"({"Running":true})");
+        EXPECT_TRUE(CMediaFileManager::Instance()->UploadRecordFile(retry));
+        EXPECT_EQ(RecordCount(), 2);
+        EXPECT_TRUE(Exists(second)) << "the local recording stays after an upload";
+    }
+    {
+        SCOPED_TRACE("nothing to upload");
+        RecordTaskParam empty;
+        empty.mode = 0;
+        empty.recordDevice = "1006";
+        EXPECT_FALSE(CMediaFileManager::Instance()->UploadRecordFile(empty));
+        EXPECT_EQ(LastError().GetSubErrorCode(), Tal::Base::Error::kCodeInvalidInput);
+    }
+    {
+        SCOPED_TRACE("a played media file is registered with its stored object");
+        ASSERT_TRUE(CMediaFileManager::Instance()->DownloadAllMediaFiles());
+        MediaFile file;
+        ASSERT_TRUE(CMediaFileManager::Instance()->GetMediaFile(4, file));
+        RecordTaskParam played;
+        played.mode = 1;
+        played.mediaFileID = 4;
+        played.recordDevice = "1003,1006";
+        played.recordStartTime = "2026-11-24 10:05:00";
+        const int before = RecordCount();
+        EXPECT_TRUE(CMediaFileManager::Instance()->UpdateMediaRecord(played));
+        ASSERT_EQ(RecordCount(), before + 1);
+        EXPECT_EQ(RecordValue(before, "StoreUrl"), file.StoreUrl);
+        played.mediaFileID = 4242;
+        played.recordFilePath = "/nowhere/unknown.mp3";
+        EXPECT_FALSE(CMediaFileManager::Instance()->UpdateMediaRecord(played));
+    }
+}
+
+TEST_F(MediaStorageTest, TextToSpeechIsHeardAtTheSpeakersStopsOnRequestAndNamesOfflineTerminals) {
+    BcastTest::CTempDir dir("tts-reference");
+    // The platform speaks en-US with espeak-ng's en-us voice: the same sound the speakers must play.
+    const std::string wav = dir.File("reference.wav");
+    ASSERT_EQ(BcastTest::RunProcess({"espeak-ng", "-v", "en-us", "-w", wav, kTtsText}, 60000).exitCode, 0);
+    BcastTool::PcmAudio raw, reference;
+    std::string error;
+    ASSERT_TRUE(BcastTool::ReadWavMono(wav, raw, error)) << error;
+    ASSERT_TRUE(BcastTool::ToRate(raw, 8000, reference));
+
+    TTSRequestParam request;
+    request.elementIDs = {1001, 1006};
+    request.CustomContent = kTtsText;
+    request.Language = "en-US";
+    std::vector<TTSResponseError> errors;
+    ASSERT_TRUE(CIPSpeakerManager::Instance()->StartTTSBroadcast(errors, request));
+    EXPECT_TRUE(errors.empty());
+    EXPECT_TRUE(WaitFor([] { return events_->CountSpeakerStatus(1006, 1) > 0; }, 20000)) << "speech starts";
+    EXPECT_TRUE(WaitFor([] { return events_->CountSpeakerStatus(1006, 3) > 0; }, 30000)) << "and ends";
+    for (int id : {1001, 1006}) {
+        SCOPED_TRACE("speaker " + std::to_string(id));
+        const BcastTool::AudioMatch match = MatchOf(id, reference);
+        EXPECT_GE(match.correlation, 0.9) << "delay " << match.delayMs << " ms";
+    }
+
+    {
+        SCOPED_TRACE("a stop ends a long text at once");
+        events_->Clear();
+        std::string longText;
+        for (int i = 0; i < 10; ++i) {
+            longText += std::string(kTtsText) + " ";
+        }
+        request.CustomContent = longText;
+        errors.clear();
+        ASSERT_TRUE(CIPSpeakerManager::Instance()->StartTTSBroadcast(errors, request));
+        ASSERT_TRUE(WaitFor([] { return events_->CountSpeakerStatus(1006, 1) > 0; }, 30000));
+        BcastTest::Settle(1000);
+        CIPSpeakerManager::Instance()->StopTTSBroadcast();
+        EXPECT_TRUE(WaitFor([] { return events_->CountSpeakerStatus(1006, 3) > 0; }, 2000))
+            << "stopped within two seconds";
+        EXPECT_LT(TotalSeconds(1006), 20.0) << "not the whole text";
+        CIPSpeakerManager::Instance()->Stop();
+    }
+    {
+        SCOPED_TRACE("an offline terminal is named in the error list, the others speak");
+        ASSERT_EQ(Control("POST", "/speaker/1006", R"({"Online":false})").ErrorCode(), 0);
+        events_->Clear();
+        request.CustomContent = kTtsText;
+        errors.clear();
+        EXPECT_TRUE(CIPSpeakerManager::Instance()->StartTTSBroadcast(errors, request));
+        ASSERT_EQ(errors.size(), 1u);
+        EXPECT_EQ(errors[0].ElementID, 1006);
+        EXPECT_EQ(errors[0].Error.GetSubErrorCode(), 7);
+        EXPECT_TRUE(WaitFor([] { return events_->CountSpeakerStatus(1001, 1) > 0; }, 20000));
+        CIPSpeakerManager::Instance()->StopTTSBroadcast();
+        CIPSpeakerManager::Instance()->Stop();
+    }
+    {
+        SCOPED_TRACE("a refused request fails the start");
+        ASSERT_EQ(Control("POST", "/reset").ErrorCode(), 0);
+        AddFault("POST", Plugin("/RealTimeBroadcast/TTS"),
+                 R"("Kind":"error","ErrorModule":30,"ErrorCode":6)");
+        errors.clear();
+        EXPECT_FALSE(CIPSpeakerManager::Instance()->StartTTSBroadcast(errors, request));
+        EXPECT_EQ(CIPSpeakerManager::Instance()->GetBroadcastKind(), -1);
+    }
+}
