@@ -5,7 +5,9 @@
 #include <QWidget>
 
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QThread>
+#include <QTimer>
 
 #include <atomic>
 #include <mutex>
@@ -23,10 +25,12 @@ const char* Result(bool ok) {
     return ok ? "true" : "false";
 }
 
-// Lets queued deliveries from the module's worker threads reach their receivers between steps.
+// Turns the event loop for one 50 ms slice: queued deliveries from the module's worker threads reach their
+// receivers as they come, and the caller's checks between slices do not spin a core.
 void Pump() {
-    QCoreApplication::sendPostedEvents();
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    QEventLoop loop;
+    QTimer::singleShot(50, &loop, &QEventLoop::quit);
+    loop.exec();
 }
 
 }  // namespace
@@ -85,8 +89,10 @@ public:
             return;
         }
         out_ << "notification: " << message << std::endl;
-        // "/Method" 4: the resource download failed.
-        if (lastMethod_ == 4) {
+        // "/Method" 4: the resource download failed; 5 with an error: a record upload failed; 6 with errors:
+        // speakers that did not start a text-to-speech broadcast.
+        if (lastMethod_ == 4 || (lastMethod_ == 5 && doc.get_int_v("/Data/ErrorCode", 0) != 0) ||
+            (lastMethod_ == 6 && doc.get_cnt("/Data/ErrorList") > 0)) {
             failed_ = true;
         }
     }

@@ -1,9 +1,10 @@
 // The real host, module and platform as separate programs, with a PulseAudio virtual microphone and output:
-// a live talk driven through the plugin bus and a listen driven through the web controller, from the
-// command line as an integrator would run them.
+// a live talk and file broadcasts driven through the plugin bus and a listen driven through the web
+// controller, from the command line as an integrator would run them.
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -13,6 +14,7 @@
 #include "PulseAudioPeer.h"
 #include "RestClient.h"
 #include "TestProcess.h"
+#include "tool/audio/AudioCompare.h"
 
 using BcastTest::CBackgroundProcess;
 using BcastTest::ProcessResult;
@@ -188,4 +190,70 @@ TEST_F(HostBroadcastTest, WebListenAnswersWithItsResultAndPlaysTheSpeakerToTheOu
     EXPECT_EQ(refused.exitCode, 0) << "the call itself is accepted\n" << refused.output;
     EXPECT_NE(refused.output.find(R"("Result":0)"), std::string::npos) << refused.output;
     EXPECT_EQ(Host({"web", "NoSuchMethod"}).exitCode, 2);
+}
+
+TEST_F(HostBroadcastTest, ApiFileBroadcastsPlayWholeOnEveryTransportAndAStopEndsALongFileAtOnce) {
+    // An announcement of about three seconds, as an MP3 a user would have made.
+    const std::string wav = dir_->File("announcement.wav");
+    const std::string mp3 = dir_->File("announcement.mp3");
+    ASSERT_EQ(BcastTest::RunProcess(
+                  {"espeak-ng", "-v", "en", "-w", wav, "The car park closes at ten tonight."}, 60000)
+                  .exitCode,
+              0);
+    ASSERT_EQ(
+        BcastTest::RunProcess({"ffmpeg", "-loglevel", "error", "-y", "-i", wav, "-ar", "44100", mp3}, 60000)
+            .exitCode,
+        0);
+    std::string error;
+    BcastTool::PcmAudio raw;
+    BcastTool::PcmAudio reference;
+    ASSERT_TRUE(BcastTool::ReadWavMono(wav, raw, error)) << error;
+    ASSERT_TRUE(BcastTool::ToRate(raw, 8000, reference));
+
+    // The three commands of a user: a mix of all transports, the streaming speaker alone, device speakers.
+    for (const char* ids : {"1001,1003,1006", "1001", "1003,1006"}) {
+        SCOPED_TRACE(ids);
+        Control("POST", "/reset");
+        const ProcessResult run = Host({"api", "StartIPSpeakerBroadcast",
+                                        std::string(R"({"Data":{"ElementIDs":")") + ids +
+                                            R"(","Mode":1,"MediaFilePath":")" + mp3 + R"("}})"});
+        ASSERT_EQ(run.exitCode, 0) << run.output;
+        ASSERT_FALSE(run.timedOut);
+        std::stringstream list(ids);
+        for (std::string id; std::getline(list, id, ',');) {
+            SCOPED_TRACE("speaker " + id);
+            BcastTool::PcmAudio recording;
+            ASSERT_TRUE(BcastTool::ReadWavMono(platform_->SpeakerDir() + "/" + id + ".wav", recording, error))
+                << error;
+            const BcastTool::AudioMatch match = BcastTool::CompareAudio(reference, recording, 8.0);
+            EXPECT_GE(match.correlation, 0.9) << "delay " << match.delayMs << " ms";
+            EXPECT_GE(match.delayMs, -30.0) << "the head of the file is missing";
+            EXPECT_GE(match.recordingSeconds * 1000.0, match.delayMs + match.referenceSeconds * 1000.0 - 60.0)
+                << "the tail of the file is missing";
+        }
+    }
+
+    // A minute of tone, stopped two seconds in: the speakers hear about two seconds and the host is done
+    // soon.
+    const std::string minute = dir_->File("minute.wav");
+    ASSERT_EQ(BcastTest::MakeToneWav(minute, 16000, {500.0}, 60.0), "");
+    Control("POST", "/reset");
+    const auto started = std::chrono::steady_clock::now();
+    const ProcessResult stopped = Host(
+        {"api", "StartIPSpeakerBroadcast",
+         std::string(R"({"Data":{"ElementIDs":"1003,1006","Mode":1,"MediaFilePath":")") + minute + R"("}})",
+         "StopIPSpeakerBroadcast", "--wait", "2"});
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    ASSERT_EQ(stopped.exitCode, 0) << stopped.output;
+    EXPECT_LT(seconds, 20.0) << "the host did not wait for the file to end";
+    for (const char* id : {"1003", "1006"}) {
+        SCOPED_TRACE(std::string("speaker ") + id);
+        const std::vector<int16_t> played =
+            BcastTest::DecodeWithSox(platform_->SpeakerDir() + "/" + id + ".wav", 8000, {}, &error);
+        ASSERT_TRUE(error.empty()) << error;
+        EXPECT_GT(played.size(), 8000u) << "the file started";
+        // The stop came two seconds after the request; what was sent before it plus one frame and 100 ms.
+        EXPECT_LE(played.size(), static_cast<std::size_t>(2.5 * 8000))
+            << "the sending went on after the stop";
+    }
 }
