@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <memory>
 
 #include "ManagerFixture.h"
@@ -124,9 +125,36 @@ protected:
 BcastTest::CTempDir* FileBroadcastTest::files_ = nullptr;
 BcastTool::PcmAudio* FileBroadcastTest::reference_ = nullptr;
 
+// The same broadcasts on a site whose configured encoding is MP3 (24 ms frames).
+class Mp3FileBroadcastTest : public FileBroadcastTest {
+protected:
+    static void SetUpTestSuite() {
+        fixtureDir_ = new BcastTest::CTempDir("mp3-site");
+        std::ifstream in(PlatformTest::DemoFixture());
+        std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const std::string from = "\"AudioCompressionType\": \"G711_u\"";
+        const std::size_t at = text.find(from);
+        ASSERT_NE(at, std::string::npos) << "the demo site names its encoding";
+        text.replace(at, from.size(), "\"AudioCompressionType\": \"MP3\"");
+        std::ofstream(fixtureDir_->File("site.json")) << text;
+        StartSuite(fixtureDir_->File("site.json"));
+    }
+    static void TearDownTestSuite() {
+        StopSuite();
+        delete fixtureDir_;
+    }
+    static BcastTest::CTempDir* fixtureDir_;
+};
+
+BcastTest::CTempDir* Mp3FileBroadcastTest::fixtureDir_ = nullptr;
+
 }  // namespace
 
 TEST_F(FileBroadcastTest, WavAndMp3FilesAreHeardWholeOnEveryTransportAsG711) {
+    PlaysWholeFilesEverywhere();
+}
+
+TEST_F(Mp3FileBroadcastTest, WavAndMp3FilesAreHeardWholeOnEveryTransportAsMp3) {
     PlaysWholeFilesEverywhere();
 }
 

@@ -88,6 +88,17 @@ bool CSpeakerDecoder::Decode(const uint8_t* data, std::size_t size, std::vector<
             return false;
         }
     }
+    if (codec_ == SpeakerCodec::kMp3) {
+        wholeFrames_.clear();
+        mp3Frames_.Push(data, size, [this](const uint8_t* frame, std::size_t bytes) {
+            wholeFrames_.insert(wholeFrames_.end(), frame, frame + bytes);
+        });
+        if (wholeFrames_.empty()) {
+            return true;
+        }
+        data = wholeFrames_.data();
+        size = wholeFrames_.size();
+    }
     scratch_.clear();
     const int result = decoder_->Decode(data, size, &scratch_);
     const AudioFormat format = decoder_->OutputFormat();

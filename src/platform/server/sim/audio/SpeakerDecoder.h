@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "framework/media/codec/Mp3Frame.h"
+
 namespace Tal {
 namespace MediaCodec {
 class IAudioDecoder;
@@ -36,7 +38,8 @@ public:
 
     SpeakerCodec Codec() const { return codec_; }
     /// Appends the decoded samples to `out`. False with a reason on data the codec cannot decode; what
-    /// decoded before the fault is kept.
+    /// decoded before the fault is kept. MP3 is taken frame by frame, found by their headers: bytes between
+    /// frames (the zero padding of fixed-size device pieces) are skipped, as a device's decoder does.
     bool Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>& out, std::string& error);
 
 private:
@@ -48,6 +51,8 @@ private:
     std::unique_ptr<Tal::MediaCodec::CResampler> resampler_;
     int resamplerRate_ = 0;
     std::vector<int16_t> scratch_;
+    Tal::MediaCodec::CMp3FrameSplitter mp3Frames_;
+    std::vector<uint8_t> wholeFrames_;
 };
 
 }  // namespace Platform

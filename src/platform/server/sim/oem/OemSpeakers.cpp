@@ -48,7 +48,7 @@ struct COemSpeakers::Socket {
     uint16_t lastSequence = 0;
     uint32_t ssrc = 0;
     bool warned = false;  ///< a decoding problem was logged (once per speaker)
-    std::map<int, std::unique_ptr<CSpeakerDecoder>> decoders;  ///< by payload type
+    std::map<int, std::unique_ptr<CSpeakerDecoder>> decoders;  ///< by codec
 };
 
 COemSpeakers::COemSpeakers(CSpeakerSim& speakers) : speakers_(speakers) {}
@@ -184,6 +184,14 @@ void COemSpeakers::Receive(Socket& socket) {
                 ++socket.stats.unsupported;
                 continue;
             }
+            // The module sends MP3 with payload type 9, one whole frame per packet: a speaker configured
+            // for MP3 plays it, so a packet that is exactly one MP3 frame is taken as MP3.
+            Tal::MediaCodec::Mp3FrameInfo frame;
+            if (codec == SpeakerCodec::kG722 &&
+                Tal::MediaCodec::ParseMp3FrameHeader(packet.payload, packet.payloadSize, &frame) &&
+                frame.frameBytes == packet.payloadSize) {
+                codec = SpeakerCodec::kMp3;
+            }
             // A new sender (another SSRC) starts a new sequence.
             if (socket.haveSequence && packet.ssrc == socket.ssrc) {
                 const int16_t delta = static_cast<int16_t>(packet.sequence - socket.lastSequence);
@@ -200,7 +208,7 @@ void COemSpeakers::Receive(Socket& socket) {
             socket.stats.payloadBytes += packet.payloadSize;
             socket.stats.codec = CodecName(codec);
         }
-        auto& decoder = socket.decoders[packet.payloadType];
+        auto& decoder = socket.decoders[static_cast<int>(codec)];
         if (!decoder) {
             decoder = std::make_unique<CSpeakerDecoder>(codec);
         }
