@@ -7,9 +7,10 @@ streaming server (1001), the device interface (1003, 1004) and RTP over UDP (100
 arrives; stops after the sentence; then says where each speaker's WAV is and how well it matches what was
 spoken, and shows the recording of the talk that the module uploaded to the platform's object store.
 
-With --file it broadcasts from the media library instead: downloads a media file from the object store
+With --file it first broadcasts from the media library: downloads a media file from the object store
 (twice: the second time comes from the cache), plays it to the same speakers, then has the platform speak a
-text at 1001 and 1006, and compares what each speaker played with the file and the text.
+text at 1001 and 1006, and compares what each speaker played with the file and the text; the recorded live
+talk follows.
 
 Every process it started is stopped, also on failure.
 """
@@ -220,12 +221,15 @@ def live_talk(host, work, speakers, args, client_env, procs):
     log("speakers (%s):" % speakers)
     ok = compare(args.build, sentence, ELEMENTS, speakers, args.min_correlation)
     records = platform_records()
+    # The platform's broadcast records: the played media files (mode 1) and the recorded talks (mode 0).
+    talks = [r for r in records if r["BroadcastMode"] == 0]
     for record in records:
-        log("recording %s of %s: %s, %s bytes in store %s" % (record["RecordID"], record["ElementIDs"],
-                                                             record["StoreUrl"], record["Bytes"], record["Store"]))
-    if not records:
-        log("no recording registered at the platform")
-    return ok and bool(records)
+        what = "recorded talk" if record["BroadcastMode"] == 0 else "media file played"
+        log("record %s, %s at %s: %s, %s bytes in store %s" % (
+            record["RecordID"], what, record["ElementIDs"], record["StoreUrl"], record["Bytes"], record["Store"]))
+    if not talks:
+        log("the talk's recording is not registered at the platform")
+    return ok and bool(talks)
 
 
 def file_broadcast(host, work, speakers, args):
@@ -274,7 +278,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", default=os.path.join(ROOT, "build"))
     parser.add_argument("--keep", action="store_true", help="keep the work directory")
-    parser.add_argument("--file", action="store_true", help="download and play a media file, then text to speech")
+    parser.add_argument("--file", action="store_true",
+                        help="first download and play a media file and speak a text, then the live talk")
     parser.add_argument("--min-correlation", type=float, default=0.5)
     args = parser.parse_args()
 
@@ -292,10 +297,8 @@ def main():
         with open(config_path, "w") as f:
             json.dump(config, f)
         host = Host(procs, args.build, config_path, client_env)
-        if args.file:
-            ok = file_broadcast(host, work, speakers, args)
-        else:
-            ok = live_talk(host, work, speakers, args, client_env, procs)
+        ok = file_broadcast(host, work, speakers, args) if args.file else True
+        ok = live_talk(host, work, speakers, args, client_env, procs) and ok
         log("demo " + ("ok" if ok else "FAILED"))
     finally:
         procs.stop_all()
