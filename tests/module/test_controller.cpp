@@ -180,9 +180,10 @@ TEST_F(ControllerTest, TasksRunInPostOrderAndCallbacksCarryTheThreadsLastError) 
     // platform requests fail at the transport because no session exists here.
     const ErrorCode notAvailable(2, Tal::Base::Error::kModuleFramework, Tal::Base::Error::kCodeNotAvailable);
     const ErrorCode noSession(2, 11, 7);
-    const std::map<std::string, ErrorCode> expected = {
-        {"file 7", notAvailable}, {"search", noSession}, {"download 0", ErrorCode()}, {"download 2", noSession},
-        {"tts", ErrorCode()},     {"device", notAvailable}, {"listen 11", noSession}};
+    const std::map<std::string, ErrorCode> expected = {{"file 7", noSession},       {"search", noSession},
+                                                       {"download 0", ErrorCode()}, {"download 2", noSession},
+                                                       {"tts", ErrorCode()},        {"device", notAvailable},
+                                                       {"listen 11", noSession}};
     auto errors = recorder.Errors();
     for (std::size_t i = 0; i < names.size(); ++i) {
         EXPECT_EQ(errors[i], expected.at(names[i])) << names[i];
