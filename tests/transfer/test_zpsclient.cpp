@@ -97,7 +97,8 @@ struct Received {
 };
 
 /// MP3 frames (48 kHz mono, 1152 samples each) made by ffmpeg's LAME encoder, split at their headers.
-bool MakeMp3Frames(const std::string& directory, std::vector<std::string>& frames) {
+bool MakeMp3Frames(const std::string& directory, std::vector<std::string>& frames, int seconds = 1,
+                   const char* bitRate = "64k") {
     const std::string path = directory + "/tone.mp3";
     CChildProcess ffmpeg;
     if (!ffmpeg.Start({"/usr/bin/ffmpeg",
@@ -107,13 +108,13 @@ bool MakeMp3Frames(const std::string& directory, std::vector<std::string>& frame
                        "-f",
                        "lavfi",
                        "-i",
-                       "sine=frequency=440:duration=1:sample_rate=48000",
+                       "sine=frequency=440:duration=" + std::to_string(seconds) + ":sample_rate=48000",
                        "-ac",
                        "1",
                        "-c:a",
                        "libmp3lame",
                        "-b:a",
-                       "64k",
+                       bitRate,
                        "-write_xing",
                        "0",
                        "-id3v2_version",
@@ -274,6 +275,20 @@ TEST_F(ZPSClientTest, Mp3FramesGoUpTheBackchannelUnchanged) {
     const int session = NewSession();
     ASSERT_EQ(Start(session, "/talk-mp3"), 0) << "error " << ZPSClient_GetLastError();
     // The MPEG audio packetiser sends a frame when the next one comes; the stop drains the last one.
+    const std::string arrived = TalkAndCollect(session, "/talk-mp3", frames, frames.back().size());
+    EXPECT_TRUE(arrived == Join(frames))
+        << "sent " << Join(frames).size() << " bytes, " << arrived.size() << " arrived";
+}
+
+TEST_F(ZPSClientTest, ABurstLargerThanTheSendBufferGoesThroughWhole) {
+    ASSERT_TRUE(StartServer());
+    std::vector<std::string> frames;
+    // Four seconds at 192 kbit/s: twice the 36864-byte send buffer and more, handed over at once as the
+    // streaming group's first hundred frames are.
+    ASSERT_TRUE(MakeMp3Frames(server.Directory(), frames, 4, "192k")) << "ffmpeg with libmp3lame is needed";
+    ASSERT_GT(Join(frames).size(), 2u * 36864u);
+    const int session = NewSession();
+    ASSERT_EQ(Start(session, "/talk-mp3"), 0) << "error " << ZPSClient_GetLastError();
     const std::string arrived = TalkAndCollect(session, "/talk-mp3", frames, frames.back().size());
     EXPECT_TRUE(arrived == Join(frames))
         << "sent " << Join(frames).size() << " bytes, " << arrived.size() << " arrived";

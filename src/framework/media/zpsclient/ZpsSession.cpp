@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "framework/base/FormatLog.h"
 #include "framework/media/zpsclient/TcpNoDelay.h"
@@ -24,6 +25,10 @@ constexpr guint kDownstreamLatencyMs = 200;
 constexpr auto kDrainMargin = std::chrono::seconds(2);
 /// One MP3 frame of 1152 samples at 48 kHz: a packet per frame keeps the latency of a frame.
 constexpr gint64 kMpaMaxPtimeNs = 24 * GST_MSECOND;
+// How long a frame waits for room in the send buffer, as a blocking socket send would, before it is refused:
+// a burst of frames larger than the buffer goes through as fast as the backchannel takes it.
+constexpr auto kSendRoomWait = std::chrono::milliseconds(100);
+constexpr auto kSendRoomPoll = std::chrono::milliseconds(2);
 
 std::string StructureString(const GstStructure* structure, const char* field) {
     const gchar* value = gst_structure_get_string(structure, field);
@@ -378,8 +383,9 @@ int CZpsSession::Send(const unsigned char* data, int size) {
     ElementPtr appsrc;
     GstClockTime pts = GST_CLOCK_TIME_NONE;
     GstClockTime duration = GST_CLOCK_TIME_NONE;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
+    const auto roomDeadline = std::chrono::steady_clock::now() + kSendRoomWait;
+    for (;;) {
+        std::unique_lock<std::mutex> lock(mutex_);
         if (phase_ != Phase::Playing) {
             return ZPS_ERR_STATE;
         }
@@ -393,16 +399,21 @@ int CZpsSession::Send(const unsigned char* data, int size) {
             return ZPS_ERR_CODEC;
         }
         const guint64 queued = gst_app_src_get_current_level_bytes(GST_APP_SRC(appsrc_.get()));
-        if (queued + static_cast<guint64>(size) > static_cast<guint64>(bufferBytes_)) {
+        if (queued + static_cast<guint64>(size) <= static_cast<guint64>(bufferBytes_)) {
+            if (sendCodec_->bytesPerSecond != 0) {
+                pts = gst_util_uint64_scale(sentBytes_, GST_SECOND, sendCodec_->bytesPerSecond);
+                duration =
+                    gst_util_uint64_scale(static_cast<guint64>(size), GST_SECOND, sendCodec_->bytesPerSecond);
+            }
+            sentBytes_ += static_cast<uint64_t>(size);
+            appsrc = RefElement(appsrc_.get());
+            break;
+        }
+        if (std::chrono::steady_clock::now() >= roomDeadline) {
             return ZPS_ERR_BUFFER_FULL;
         }
-        if (sendCodec_->bytesPerSecond != 0) {
-            pts = gst_util_uint64_scale(sentBytes_, GST_SECOND, sendCodec_->bytesPerSecond);
-            duration =
-                gst_util_uint64_scale(static_cast<guint64>(size), GST_SECOND, sendCodec_->bytesPerSecond);
-        }
-        sentBytes_ += static_cast<uint64_t>(size);
-        appsrc = RefElement(appsrc_.get());
+        lock.unlock();
+        std::this_thread::sleep_for(kSendRoomPoll);
     }
     GstBuffer* buffer = gst_buffer_new_memdup(data, static_cast<gsize>(size));
     GST_BUFFER_PTS(buffer) = pts;
