@@ -181,6 +181,15 @@ struct ReceiverSetup {
     std::string samplesPath;  ///< when set, the signed send error of each frame k >= 1 goes there
 };
 
+/// One receiver of ffmpeg's stream, measured against its RTP time stamps.
+ReceiverSetup FfmpegPeer() {
+    ReceiverSetup peer;
+    peer.count = 1;
+    peer.send = Schedule::kTimestamp;
+    peer.late = Schedule::kTimestamp;
+    return peer;
+}
+
 double Percentile(std::vector<double> values, double fraction) {
     if (values.empty()) {
         return 0;
@@ -792,10 +801,7 @@ int RunFileMode(const FileBroadcast& file, const std::vector<int>& counts, const
     }
 
     // The peer: ffmpeg -re converting and sending the same file to one receiver.
-    ReceiverSetup peer;
-    peer.count = 1;
-    peer.send = Schedule::kTimestamp;
-    peer.late = Schedule::kTimestamp;
+    ReceiverSetup peer = FfmpegPeer();
     peer.intervalMs = file.IntervalMs();
     peer.clockRate = mp3 ? kMpaClockRate : kClockRate;
     const int smallPacket = mp3 ? kMp3PacketSize : kFrameBytes + 12;
@@ -947,10 +953,7 @@ int main(int argc, char** argv) {
             oneReceiver = figures;
         }
     }
-    ReceiverSetup peer;
-    peer.count = 1;
-    peer.send = Schedule::kTimestamp;
-    peer.late = Schedule::kTimestamp;
+    const ReceiverSetup peer = FfmpegPeer();
     Figures ffmpeg;
     Figures ffmpegSmall;
     if (!RunFfmpeg(ToneFfmpegArguments(toneFile, 0), peer, ffmpeg) ||

@@ -17,8 +17,8 @@ void WriteWholeFile(const std::string& path, const std::string& data) {
     std::ofstream(path, std::ios::binary) << data;
 }
 
-std::string RandomBytes(std::size_t size, unsigned seed) {
-    std::mt19937 random(seed);
+std::string RandomBytes(std::size_t size, unsigned variant) {
+    std::mt19937 random(variant);
     std::string data(size, '\0');
     for (char& c : data) {
         c = static_cast<char>(random() & 0xFF);

@@ -10,7 +10,7 @@ namespace BcastTest {
 std::string ReadWholeFile(const std::string& path);
 /// Replaces the file with `data`.
 void WriteWholeFile(const std::string& path, const std::string& data);
-/// `size` bytes from a generator seeded with `seed`: the same bytes for the same seed.
-std::string RandomBytes(std::size_t size, unsigned seed);
+/// `size` pseudo-random bytes, the same for the same `variant`.
+std::string RandomBytes(std::size_t size, unsigned variant);
 
 }  // namespace BcastTest

@@ -53,8 +53,10 @@ std::string BaseName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-void LogInitFailure(const CObjectClient& client, const SStorageServerConfig& config, int storageType,
-                    int storageServerID) {
+// A client that does not start: logged with its configuration, and the client's own code replaced by
+// `userCode`, one the user interface has a message for.
+void FailClientStart(const CObjectClient& client, const SStorageServerConfig& config, int storageType,
+                     int storageServerID, int userCode) {
     int code = 0;
     std::string message;
     client.GetLastError(code, message);
@@ -64,6 +66,14 @@ void LogInitFailure(const CObjectClient& client, const SStorageServerConfig& con
         "%d, pool name: [%s], error code: [%d],msg:[%s][%s(%d)]",
         storageType, storageServerID, config.ServerIp.c_str(), config.DownloadPort, config.UploadPort,
         config.PoolName.c_str(), code, message.c_str());
+    SetLastError(ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleBroadcast, userCode));
+    BCAST_LOG(5, "[%s]Reset error code to: %d, in order to give tips to user.[%s(%d)]", userCode);
+}
+
+// A failed transfer keeps the client's own code (module 60) as the thread's last error.
+void SetClientError(const CObjectClient& client, int& code, std::string& message) {
+    client.GetLastError(code, message);
+    SetLastError(ErrorCode(kModuleObjectClient, code));
 }
 
 // Logs a long download's progress in quarters.
@@ -154,12 +164,7 @@ bool CMediaFileManager::DownloadMediaFileToLocal(std::string& localPath, int32_t
     }
     CObjectClient client(config);
     if (!client.Init()) {
-        LogInitFailure(client, config, file.StorageType, file.StorageServerID);
-        // The client's own code is replaced by one the user interface has a message for.
-        SetLastError(
-            ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleBroadcast, kErrorDownloadClientStart));
-        BCAST_LOG(5, "[%s]Reset error code to: %d, in order to give tips to user.[%s(%d)]",
-                  kErrorDownloadClientStart);
+        FailClientStart(client, config, file.StorageType, file.StorageServerID, kErrorDownloadClientStart);
         return false;
     }
     BCAST_LOG(
@@ -171,20 +176,17 @@ bool CMediaFileManager::DownloadMediaFileToLocal(std::string& localPath, int32_t
     BCAST_LOG(3, "[%s]Start download file, url: %s, save path: %s[%s(%d)]", file.StoreUrl.c_str(),
               localPath.c_str());
     client.SetProgressCallback(QuarterProgressLog(file.StoreUrl));
+    // The client writes beside the file and renames it when complete: a failure leaves nothing behind.
     if (client.DownloadFile(file.StoreUrl, localPath)) {
-        client.Uninit();
         BCAST_LOG(3, "[%s]download file Succ, url: %s, save path: %s[%s(%d)]", file.StoreUrl.c_str(),
                   localPath.c_str());
         return true;
     }
     int code = 0;
     std::string message;
-    client.GetLastError(code, message);
-    SetLastError(ErrorCode(kModuleObjectClient, code));
+    SetClientError(client, code, message);
     BCAST_LOG(5, "[%s]DownloadFile failed!,error code: [%d],msg:[%s],local_path:[%s][%s(%d)]", code,
               message.c_str(), localPath.c_str());
-    client.Uninit();
-    Tal::Base::FileSystem::DeleteFileW(localPath);
     return false;
 }
 
@@ -275,24 +277,18 @@ bool CMediaFileManager::UploadRecordFile(const std::vector<int32_t>& elementIDs,
     config.PoolName = storage.RecordPoolID;
     CObjectClient client(config);
     if (!client.Init()) {
-        LogInitFailure(client, config, storage.RecordStorageType, storage.RecordStorageServerID);
-        SetLastError(
-            ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleBroadcast, kErrorUploadClientStart));
-        BCAST_LOG(5, "[%s]Reset error code to: %d, in order to give tips to user.[%s(%d)]",
-                  kErrorUploadClientStart);
+        FailClientStart(client, config, storage.RecordStorageType, storage.RecordStorageServerID,
+                        kErrorUploadClientStart);
         return false;
     }
     std::string url;
     if (!client.UploadFile(url, localFilePath)) {
         int code = 0;
         std::string message;
-        client.GetLastError(code, message);
+        SetClientError(client, code, message);
         BCAST_LOG(5, "[%s]UploadFile failed! error_code:[%d],error_msg:[%s][%s(%d)]", code, message.c_str());
-        SetLastError(ErrorCode(kModuleObjectClient, code));
-        client.Uninit();
         return false;
     }
-    client.Uninit();
     BroadcastRecordInfo record;
     record.ElementIDs = elementIDs;
     record.StartTime = startTime;

@@ -16,6 +16,8 @@ namespace {
 
 // An error answer is a short XML document; more than this is not kept.
 constexpr std::size_t kMaxErrorBody = 64 * 1024;
+// A body kept in the outcome (a listing) is small; more than this is not a store's answer.
+constexpr std::size_t kMaxKeptBody = 8u << 20;
 
 void EnsureCurl() {
     static std::once_flag once;
@@ -60,12 +62,20 @@ size_t OnHeader(char* data, size_t size, size_t count, void* user) {
 size_t OnBody(char* data, size_t size, size_t count, void* user) {
     auto* state = static_cast<SRequestState*>(user);
     const size_t bytes = size * count;
-    if (state->plan->sink == nullptr || !state->Successful()) {
+    if (!state->Successful()) {
         // A refusal's explanation, never part of the file.
         std::string& body = state->outcome->errorBody;
-        if (!state->Successful() && body.size() < kMaxErrorBody) {
+        if (body.size() < kMaxErrorBody) {
             body.append(data, std::min(bytes, kMaxErrorBody - body.size()));
         }
+        return bytes;
+    }
+    if (state->plan->sink == nullptr) {
+        std::string& body = state->outcome->body;
+        if (body.size() + bytes > kMaxKeptBody) {
+            return 0;
+        }
+        body.append(data, bytes);
         return bytes;
     }
     if (std::fwrite(data, 1, bytes, state->plan->sink) != bytes) {
@@ -186,6 +196,10 @@ SRequestOutcome CSignedRequest::Perform(const SRequestPlan& plan) {
     curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorBuffer);
     curl_easy_setopt(handle, CURLOPT_URL, plan.url.c_str());
     ApplyLimits(handle);
+    if (plan.timeoutMs > 0) {
+        curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, plan.timeoutMs);
+        curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, plan.timeoutMs);
+    }
     ConfigureSigV4(handle, accessKey_, secretKey_);
     curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
 
@@ -214,6 +228,9 @@ SRequestOutcome CSignedRequest::Perform(const SRequestPlan& plan) {
         outcome.curlError = errorBuffer[0] != '\0' ? errorBuffer : curl_easy_strerror(outcome.code);
     }
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &outcome.status);
+    curl_off_t length = -1;
+    curl_easy_getinfo(handle, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    outcome.contentLength = static_cast<int64_t>(length);
 
     curl_off_t connectUs = 0;
     curl_off_t tlsUs = 0;

@@ -1,90 +1,42 @@
 #include "platform/server/storage/ObjectProbe.h"
 
-#include <curl/curl.h>
+#include <atomic>
 
-#include <memory>
-
+#include "framework/media/objectclient/FileDigest.h"
 #include "framework/media/objectclient/ObjectAddress.h"
+#include "framework/media/objectclient/SignedRequest.h"
 #include "platform/server/storage/StoragePlan.h"
 
 namespace Platform {
 
 namespace {
 
-// SHA-256 of an empty body: what the store checks the (empty) payload against.
-constexpr char kEmptyPayloadHash[] =
-    "x-amz-content-sha256: e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
 constexpr long kTimeoutMs = 5000;
-
-struct CurlDeleter {
-    void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
-};
-struct SlistDeleter {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-
-size_t Collect(char* data, size_t size, size_t count, void* user) {
-    auto* body = static_cast<std::string*>(user);
-    // A listing is small; more than this is not a store's answer to our requests.
-    if (body->size() + size * count > (8u << 20)) {
-        return 0;
-    }
-    body->append(data, size * count);
-    return size * count;
-}
 
 std::string HostOf(const std::string& address) {
     return address.find(':') != std::string::npos ? "[" + address + "]" : address;
 }
 
-struct Answer {
-    bool reached = false;
-    long status = 0;
-    curl_off_t length = -1;
-    std::string body;
-    std::string error;
-};
-
-// One signed request without a body.
-Answer Signed(const StoreEndpoint& store, const std::string& pathAndQuery, bool head) {
-    Answer answer;
-    std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
-    std::unique_ptr<curl_slist, SlistDeleter> headers(curl_slist_append(nullptr, kEmptyPayloadHash));
-    if (!curl || !headers) {
-        answer.error = "cannot set up libcurl";
-        return answer;
-    }
-    const std::string url =
-        "http://" + HostOf(store.address) + ":" + std::to_string(store.port) + pathAndQuery;
-    char curlError[CURL_ERROR_SIZE] = {0};
-    curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
-    curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, kTimeoutMs);
-    curl_easy_setopt(curl.get(), CURLOPT_CONNECTTIMEOUT_MS, kTimeoutMs);
-    curl_easy_setopt(curl.get(), CURLOPT_ERRORBUFFER, curlError);
-    curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
-    curl_easy_setopt(curl.get(), CURLOPT_AWS_SIGV4, "aws:amz:us-east-1:s3");
-    curl_easy_setopt(curl.get(), CURLOPT_USERNAME, store.accessKey.c_str());
-    curl_easy_setopt(curl.get(), CURLOPT_PASSWORD, store.secretKey.c_str());
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, Collect);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &answer.body);
-    if (head) {
-        curl_easy_setopt(curl.get(), CURLOPT_NOBODY, 1L);
-    }
-    const CURLcode rc = curl_easy_perform(curl.get());
-    if (rc != CURLE_OK) {
-        answer.error = curlError[0] != '\0' ? curlError : curl_easy_strerror(rc);
-        return answer;
-    }
-    answer.reached = true;
-    curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &answer.status);
-    curl_easy_getinfo(curl.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &answer.length);
-    return answer;
+// One signed request without a body, through the object client's signed request.
+CloudStorage::SRequestOutcome Signed(const StoreEndpoint& store, const std::string& pathAndQuery, bool head) {
+    static const std::atomic<bool> kNeverCancelled{false};
+    CloudStorage::CSignedRequest request(store.accessKey, store.secretKey, kNeverCancelled, nullptr);
+    CloudStorage::SRequestPlan plan;
+    plan.method = head ? "HEAD" : "GET";
+    plan.url = CloudStorage::ServerBase(false, store.address, store.port) + pathAndQuery;
+    plan.payloadSha256 = CloudStorage::kEmptyBodySha256;
+    plan.timeoutMs = kTimeoutMs;
+    return request.Perform(plan);
 }
 
-ProbeResult Classify(const Answer& answer, const std::string& what, std::string& error) {
-    if (!answer.reached) {
-        error = "the store at " + what + " does not answer: " + answer.error;
+bool Reached(const CloudStorage::SRequestOutcome& answer) {
+    return answer.code == CURLE_OK;
+}
+
+ProbeResult Classify(const CloudStorage::SRequestOutcome& answer, const std::string& what,
+                     std::string& error) {
+    if (!Reached(answer)) {
+        error = "the store at " + what + " does not answer: " + answer.curlError;
         return ProbeResult::kUnreachable;
     }
     if (answer.status == 404) {
@@ -119,12 +71,12 @@ ProbeResult HeadObject(const StoreEndpoint& store, const std::string& pool, cons
                        int64_t& bytes, std::string& error) {
     const std::string path =
         "/" + CloudStorage::EncodePath(pool, false) + "/" + CloudStorage::EncodePath(key);
-    const Answer answer = Signed(store, path, true);
+    const CloudStorage::SRequestOutcome answer = Signed(store, path, true);
     const std::string what = "object " + pool + "/" + key;
     const ProbeResult result = Classify(
-        answer, answer.reached ? what : HostOf(store.address) + ":" + std::to_string(store.port), error);
+        answer, Reached(answer) ? what : HostOf(store.address) + ":" + std::to_string(store.port), error);
     if (result == ProbeResult::kFound) {
-        bytes = static_cast<int64_t>(answer.length);
+        bytes = answer.contentLength;
         if (bytes < 0) {
             error = "the store gave no size for " + what;
             return ProbeResult::kFailed;
@@ -137,9 +89,9 @@ ProbeResult CountObjects(const StoreEndpoint& store, const std::string& pool, in
                          std::string& error, int limit) {
     const std::string path =
         "/" + CloudStorage::EncodePath(pool, false) + "?list-type=2&max-keys=" + std::to_string(limit);
-    const Answer answer = Signed(store, path, false);
+    const CloudStorage::SRequestOutcome answer = Signed(store, path, false);
     const ProbeResult result = Classify(
-        answer, answer.reached ? "pool " + pool : HostOf(store.address) + ":" + std::to_string(store.port),
+        answer, Reached(answer) ? "pool " + pool : HostOf(store.address) + ":" + std::to_string(store.port),
         error);
     if (result != ProbeResult::kFound) {
         return result;
