@@ -41,16 +41,30 @@ TEST(FormatLog, MacroPutsQualifiedFunctionFirstAndSourceLineLast) {
     EXPECT_EQ(lines[0].level, 3);
     EXPECT_EQ(lines[0].module, "Broadcast");
     const std::string& text = lines[0].text;
-    EXPECT_EQ(text.rfind("[{anonymous}::Widget::Method]Succ Init nice thing 42.[tests/base/test_log.cpp(", 0), 0u)
+    EXPECT_EQ(text.rfind("[{anonymous}::Widget::Method]Succ Init nice thing 42.[tests/base/test_log.cpp(", 0),
+              0u)
         << text;
     EXPECT_EQ(text.back(), ']');
+}
+
+TEST(FormatLog, SourcePathIsRelativeToTheRepositoryHoweverTheCompilerGotIt) {
+    // Absolute: the repository root prefix goes.
+    EXPECT_STREQ(SourceRelative("/work/repo/src/a.cpp", 11), "src/a.cpp");
+    EXPECT_STREQ(SourceRelative("/short", 11), "/short");
+    // Relative to a build directory inside the tree, as a compiler cache passes it: the prefix length does
+    // not apply, the leading steps up go.
+    EXPECT_STREQ(SourceRelative("../../../tests/base/x.cpp", 17), "tests/base/x.cpp");
+    EXPECT_STREQ(SourceRelative("./../src/a.cpp", 3), "src/a.cpp");
+    EXPECT_STREQ(SourceRelative("src/a.cpp", 30), "src/a.cpp");
+    EXPECT_STREQ(SourceRelative("..hidden/a.cpp", 0), "..hidden/a.cpp");
 }
 
 TEST(FormatLog, QualifiedFunctionNameHandlesTemplatesOperatorsAndLambdas) {
     EXPECT_EQ(QualifiedFunctionName("bool BroadCastPlugin::CBroadcastController::Init()"),
               "BroadCastPlugin::CBroadcastController::Init");
     EXPECT_EQ(QualifiedFunctionName("std::vector<int> ns::Make(std::function<void(int)>)"), "ns::Make");
-    EXPECT_EQ(QualifiedFunctionName("void ns::C<T>::Run(int) [with T = std::pair<int, int>]"), "ns::C<T>::Run");
+    EXPECT_EQ(QualifiedFunctionName("void ns::C<T>::Run(int) [with T = std::pair<int, int>]"),
+              "ns::C<T>::Run");
     EXPECT_EQ(QualifiedFunctionName("bool ns::F::operator()(int) const"), "ns::F::operator()");
     EXPECT_EQ(QualifiedFunctionName("ns::C::Init()::<lambda(int)>"), "ns::C::Init");
     EXPECT_EQ(QualifiedFunctionName("const char* ns::Name()"), "ns::Name");
@@ -97,7 +111,8 @@ TEST(FormatLog, WritesRotatingFileAndKeepsLinesFromManyThreads) {
     EXPECT_NE(content.find("[info] [Broadcast] thread 3 line 249"), std::string::npos);
     EXPECT_EQ(content.find("debug line below"), std::string::npos);
     std::size_t count = 0;
-    for (std::size_t pos = content.find("line "); pos != std::string::npos; pos = content.find("line ", pos + 1)) {
+    for (std::size_t pos = content.find("line "); pos != std::string::npos;
+         pos = content.find("line ", pos + 1)) {
         ++count;
     }
     EXPECT_EQ(count, 1000u);

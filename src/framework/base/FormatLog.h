@@ -73,6 +73,14 @@ std::string QualifiedFunctionName(const char* prettyFunction);
 
 /// The path without the repository root prefix; the whole path when it is not longer than the prefix.
 constexpr const char* SourceRelative(const char* path, std::size_t prefixLength) {
+    if (path[0] != '/') {
+        // A compiler cache may hand the compiler a path relative to the build directory
+        // ("../../tests/x.cpp"); the build directories live in the source tree, so the rest is the path.
+        while ((path[0] == '.' && path[1] == '/') || (path[0] == '.' && path[1] == '.' && path[2] == '/')) {
+            path += path[1] == '/' ? 2 : 3;
+        }
+        return path;
+    }
     std::size_t length = 0;
     while (path[length] != '\0') {
         ++length;
@@ -91,7 +99,7 @@ constexpr const char* SourceRelative(const char* path, std::size_t prefixLength)
 
 /// Logs a line whose format begins with "[%s]" (the qualified function name) and ends with "[%s(%d)]"
 /// (source path and line); the caller's own arguments go between.
-#define TAL_LOG(level, module, format, ...)                                                                 \
+#define TAL_LOG(level, module, format, ...)                                                                \
     ::Tal::Base::FormatLog((level), (module), format,                                                      \
                            ::Tal::Base::QualifiedFunctionName(__PRETTY_FUNCTION__).c_str(), ##__VA_ARGS__, \
                            TAL_SOURCE_FILE, __LINE__)
