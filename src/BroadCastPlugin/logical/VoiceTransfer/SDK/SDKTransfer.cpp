@@ -7,6 +7,7 @@
 #include "framework/base/ErrorCode.h"
 #include "framework/base/FormatLog.h"
 #include "framework/media/devnet/DevNet.h"
+#include "framework/media/devnet/RealtimeFormat.h"
 #include "framework/resource/ResourceManager.h"
 
 namespace BroadCastPlugin {
@@ -15,23 +16,7 @@ namespace {
 
 using Tal::Base::Error::ErrorCode;
 
-/// Module of the device network interface's errors.
-constexpr int kModuleDeviceNetwork = 1;
-constexpr uint32_t kConfigAnswerSize = 4096;
-constexpr const char* kRealtimeRequest = "PUT /DXAPI/VideoIntercom/broadcast/realtime?format=json";
-
-std::string RealtimeConfigBody(int32_t encodeType) {
-    switch (encodeType) {
-        case kEncodeMP3:
-            return "{\"BroadcastRealtime\":{\"enabled\":true,\"transportType\":\"unicast\",\"audioLevel\":15,"
-                   "\"audioType\":\"MP3\",\"samplingRate\":48}}";
-        case kEncodeG711U:
-            return "{\"BroadcastRealtime\":{\"enabled\":true,\"transportType\":\"unicast\",\"audioLevel\":15,"
-                   "\"audioType\":\"G.711ulaw\"}}";
-        default:
-            return std::string();
-    }
-}
+using DevNet::kErrorModule;
 
 }  // namespace
 
@@ -83,7 +68,7 @@ bool CSDKTransfer::Init(const SDKTransferTarget& target) {
             TAL_LOG(5, "Broadcast", "[%s]DEVNET_StartVoiceTalk error, %d!\n[%s(%d)]",
                     static_cast<int>(error));
             Tal::Base::Error::SetLastError(
-                ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleDeviceNetwork, static_cast<int>(error)));
+                ErrorCode(Tal::Base::Error::kSubSystemClient, kErrorModule, static_cast<int>(error)));
             Uninit();
             return false;
         }
@@ -94,28 +79,18 @@ bool CSDKTransfer::Init(const SDKTransferTarget& target) {
 }
 
 void CSDKTransfer::SetVoiceEncodeInfo(int32_t encodeType, int32_t userId) {
-    const std::string body = RealtimeConfigBody(encodeType);
-    std::string answer(kConfigAnswerSize, '\0');
-    DEVNET_STDCONFIG_INPUT input{};
-    input.requestUrl = kRealtimeRequest;
-    input.inBuffer = body.c_str();
-    input.inBufferSize = static_cast<uint32_t>(body.size());
-    DEVNET_STDCONFIG_OUTPUT output{};
-    output.outBuffer = &answer[0];
-    output.outBufferSize = kConfigAnswerSize;
-    if (!DEVNET_StdConfig(userId, &input, &output)) {
+    const DevNet::RealtimeFormatResult result = DevNet::ConfigureRealtimeFormat(userId, encodeType);
+    if (!result.stdConfigOk) {
         TAL_LOG(5, "Broadcast", "[%s]DEVNET_StdConfig Error. [%ld][%s(%d)]",
-                static_cast<long>(DEVNET_GetLastError()));
+                static_cast<long>(result.stdConfigError));
         // Older devices take the format as a binary configuration instead.
-        DEVNET_BROADCAST_REALTIME_CFG config{};
-        config.encodeType = static_cast<uint8_t>(encodeType);
-        if (!DEVNET_SetDeviceConfig(userId, DEVNET_SET_BROADCAST_REALTIME_CFG, 1, &config, sizeof(config))) {
+        if (!result.fallbackOk) {
             TAL_LOG(5, "Broadcast", "[%s]DEVNET_SetDeviceConfig Error. [%ld][%s(%d)]",
-                    static_cast<long>(DEVNET_GetLastError()));
+                    static_cast<long>(result.fallbackError));
         }
         return;
     }
-    TAL_LOG(3, "Broadcast", "[%s]DEVNET_StdConfig return. message: [%s][%s(%d)]", answer.c_str());
+    TAL_LOG(3, "Broadcast", "[%s]DEVNET_StdConfig return. message: [%s][%s(%d)]", result.answer.c_str());
 }
 
 bool CSDKTransfer::SendVoice(const uint8_t* data, int32_t size) {
