@@ -60,6 +60,12 @@ constexpr int kCodeInvalidInput = 2;
 constexpr int kCodeBadServerAnswer = 3;
 /// Framework code: the platform knows none of the requested resources.
 constexpr int kCodeResourceNotFound = 4;
+/// Another operation of the same kind is running.
+constexpr int kCodeBusy = 5;
+/// None of the targets of an operation could be reached.
+constexpr int kCodeNoTargetReached = 6;
+/// The operation was stopped before it finished.
+constexpr int kCodeCancelled = 7;
 
 /// The calling thread's last error.
 void SetLastError(const ErrorCode& error);

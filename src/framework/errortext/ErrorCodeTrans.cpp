@@ -14,13 +14,28 @@ struct ErrorText {
     const char* chinese;
 };
 
-// Module 10: the client framework; 20: the broadcast module; 25 and 61: streaming client; 29: audio
-// devices; 60: object storage client.
+// Module 1: the device network interface; 10: the client framework; 20: the broadcast module; 25 and 61:
+// streaming client; 29: audio devices; 60: object storage client.
 const ErrorText kTexts[] = {
+    {1, 1, "The device refused the user name or password.", "设备拒绝了用户名或密码。"},
+    {1, 2, "The device refused the request.", "设备拒绝了该请求。"},
+    {1, 4, "The device does not have the channel or refused it.", "设备没有该通道或拒绝了该通道。"},
+    {1, 5, "The device's channel is already talking.", "设备通道正在对讲中。"},
+    {1, 7, "The device cannot be reached.", "无法连接设备。"},
+    {1, 8, "The connection to the device broke while sending.", "向设备发送数据时连接中断。"},
+    {1, 9, "The connection to the device broke, or the device answered badly.",
+     "与设备的连接中断或设备应答异常。"},
+    {1, 10, "The device did not answer in time.", "设备应答超时。"},
+    {1, 23, "The device does not support the request.", "设备不支持该请求。"},
+    {1, 50, "The device does not take the audio fast enough.", "设备接收音频过慢。"},
+    {1, 52, "The device accepts no login now.", "设备当前不允许登录。"},
     {10, 1, "The operation is not available in this version of the client.", "当前客户端版本不支持该操作。"},
     {10, 2, "The request is invalid.", "请求参数无效。"},
     {10, 3, "The platform returned an empty or malformed response.", "平台返回的数据为空或格式错误。"},
     {10, 4, "The platform does not know the requested resources.", "平台上不存在所请求的资源。"},
+    {10, 5, "A broadcast of this kind is already running.", "已有同类广播正在进行。"},
+    {10, 6, "None of the devices could be reached.", "所有设备均无法连接。"},
+    {10, 7, "The broadcast was stopped before it started.", "广播在启动完成前被停止。"},
     {20, 2001, "The platform returned an empty or malformed response.", "平台返回的数据为空或格式错误。"},
     {20, 2002, "The client is on the WAN, but the platform has not opened its WAN port.",
      "客户端位于外网，但平台未开放外网端口。"},
