@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "AudioCheck.h"
+#include "ManualScheduler.h"
 #include "framework/media/codec/AudioCodec.h"
 #include "framework/media/codec/G711Codec.h"
 #include "framework/media/codec/Mp3Frame.h"
@@ -414,28 +415,7 @@ private:
     std::vector<Item> items_;
 };
 
-// Keeps tasks until the test runs them.
-class CManualScheduler : public IScheduler {
-public:
-    void After(int, std::function<void()> task) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        tasks_.push_back(std::move(task));
-    }
-    void RunPending() {
-        std::vector<std::function<void()>> tasks;
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            tasks.swap(tasks_);
-        }
-        for (auto& t : tasks) {
-            t();
-        }
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<std::function<void()>> tasks_;
-};
+using PlatformTest::CManualScheduler;
 
 // A streaming speaker (1), a two-channel device (2, 3), and an offline UDP speaker (4); a chime of
 // `promptSeconds`.

@@ -51,7 +51,7 @@ void Answer(httplib::Response& response, int httpStatus, int statusCode, const s
 struct CDeviceSimulator::Impl {
     DeviceSimConfig config;
     std::unique_ptr<CDigestAuthenticator> auth;
-    httplib::Server server;
+    std::unique_ptr<httplib::Server> server;
     std::thread thread;
     int port = -1;
     std::atomic<bool> stopping{false};
@@ -68,6 +68,10 @@ struct CDeviceSimulator::Impl {
     std::map<std::string, Talk> talks;
     std::map<std::string, std::unique_ptr<CChannelRecorder>> recorders;  ///< by file path
     int nextTalk = 1;
+
+    static std::string PeerOf(const httplib::Request& request) {
+        return request.remote_addr + ":" + std::to_string(request.remote_port);
+    }
 
     bool Authorize(const httplib::Request& request, httplib::Response& response) {
         const std::string authorization = request.get_header_value("Authorization");
@@ -111,9 +115,13 @@ struct CDeviceSimulator::Impl {
         if (!Authorize(request, response)) {
             return;
         }
-        std::lock_guard<std::mutex> lock(mutex);
+        std::unique_lock<std::mutex> lock(mutex);
         if (config.refuseLogin) {
             Answer(response, 403, 4, "Login refused", "loginRefused");
+            lock.unlock();
+            if (config.talkSink) {
+                config.talkSink->OnLoginRefused(PeerOf(request));
+            }
             return;
         }
         ++stats.logins;
@@ -205,6 +213,10 @@ struct CDeviceSimulator::Impl {
         if (config.refusedChannels.count(channel) != 0) {
             ++stats.talksRefused;
             Answer(response, 403, 4, "Channel refused", "channelRefused");
+            lock.unlock();
+            if (config.talkSink) {
+                config.talkSink->OnTalkRefused(channel, PeerOf(request));
+            }
             return;
         }
         if (!ChannelExists(channel)) {
@@ -234,8 +246,7 @@ struct CDeviceSimulator::Impl {
             "application/json");
         lock.unlock();
         if (config.talkSink) {
-            config.talkSink->OnTalkOpened(talkId, channel,
-                                          request.remote_addr + ":" + std::to_string(request.remote_port));
+            config.talkSink->OnTalkOpened(talkId, channel, PeerOf(request));
         }
     }
 
@@ -309,6 +320,75 @@ struct CDeviceSimulator::Impl {
             config.talkSink->OnTalkClosed(talkId, channel);
         }
     }
+
+    /// A new server with every route, bound to `wantedPort` (0: any) and serving on its own thread.
+    bool Serve(int wantedPort) {
+        auto fresh = std::make_unique<httplib::Server>();
+        fresh->set_keep_alive_timeout(1);
+        fresh->Get("/DXAPI/System/deviceInfo",
+                   [this](const httplib::Request& q, httplib::Response& r) { HandleDeviceInfo(q, r); });
+        fresh->Put("/DXAPI/VideoIntercom/broadcast/realtime",
+                   [this](const httplib::Request& q, httplib::Response& r) { HandleRealtimeConfig(q, r); });
+        fresh->Put(R"(/DXAPI/System/deviceConfig/(\d+))",
+                   [this](const httplib::Request& q, httplib::Response& r) { HandleBinaryConfig(q, r); });
+        fresh->Post("/DXAPI/VideoIntercom/voiceTalk/open",
+                    [this](const httplib::Request& q, httplib::Response& r) { HandleOpenTalk(q, r); });
+        fresh->Put(R"(/DXAPI/VideoIntercom/voiceTalk/([^/]+)/audio)",
+                   [this](const httplib::Request& q, httplib::Response& r, const httplib::ContentReader& c) {
+                       HandleTalkAudio(q, r, c);
+                   });
+        fresh->Delete(R"(/DXAPI/VideoIntercom/voiceTalk/([^/]+))",
+                      [this](const httplib::Request& q, httplib::Response& r) { HandleCloseTalk(q, r); });
+        int bound = -1;
+        if (wantedPort == 0) {
+            bound = fresh->bind_to_any_port(config.host);
+        } else {
+            bound = fresh->bind_to_port(config.host, wantedPort) ? wantedPort : -1;
+        }
+        if (bound <= 0) {
+            if (port <= 0) {
+                port = -1;
+            }
+            return false;
+        }
+        port = bound;
+        stopping = false;
+        server = std::move(fresh);
+        httplib::Server* serving = server.get();
+        thread = std::thread([serving] { serving->listen_after_bind(); });
+        return true;
+    }
+
+    /// Stops the server; talk uploads in progress are cut off.
+    void Halt() {
+        if (!thread.joinable()) {
+            return;
+        }
+        stopping = true;
+        server->stop();
+        thread.join();
+    }
+
+    /// Ends every open talk, as a device that goes down does; the sink hears of each.
+    void EndTalks() {
+        std::map<std::string, Talk> ended;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            ended.swap(talks);
+            for (auto& talk : ended) {
+                if (talk.second.recorder != nullptr) {
+                    talk.second.recorder->Flush();
+                }
+            }
+            stats.talksActive = 0;
+            changed.notify_all();
+        }
+        if (config.talkSink) {
+            for (const auto& talk : ended) {
+                config.talkSink->OnTalkClosed(talk.first, talk.second.channel);
+            }
+        }
+    }
 };
 
 CDeviceSimulator::CDeviceSimulator() : impl_(std::make_unique<Impl>()) {}
@@ -322,50 +402,29 @@ bool CDeviceSimulator::Start(const DeviceSimConfig& config) {
     impl.config = config;
     impl.stats.audioType = kG711;
     impl.auth = std::make_unique<CDigestAuthenticator>(config.realm, config.userName, config.password);
-    impl.server.set_keep_alive_timeout(1);
-    impl.server.Get("/DXAPI/System/deviceInfo", [&impl](const httplib::Request& q, httplib::Response& r) {
-        impl.HandleDeviceInfo(q, r);
-    });
-    impl.server.Put(
-        "/DXAPI/VideoIntercom/broadcast/realtime",
-        [&impl](const httplib::Request& q, httplib::Response& r) { impl.HandleRealtimeConfig(q, r); });
-    impl.server.Put(
-        R"(/DXAPI/System/deviceConfig/(\d+))",
-        [&impl](const httplib::Request& q, httplib::Response& r) { impl.HandleBinaryConfig(q, r); });
-    impl.server.Post("/DXAPI/VideoIntercom/voiceTalk/open",
-                     [&impl](const httplib::Request& q, httplib::Response& r) { impl.HandleOpenTalk(q, r); });
-    impl.server.Put(R"(/DXAPI/VideoIntercom/voiceTalk/([^/]+)/audio)",
-                    [&impl](const httplib::Request& q, httplib::Response& r,
-                            const httplib::ContentReader& c) { impl.HandleTalkAudio(q, r, c); });
-    impl.server.Delete(
-        R"(/DXAPI/VideoIntercom/voiceTalk/([^/]+))",
-        [&impl](const httplib::Request& q, httplib::Response& r) { impl.HandleCloseTalk(q, r); });
-
-    if (config.port == 0) {
-        impl.port = impl.server.bind_to_any_port(config.host);
-    } else {
-        impl.port = impl.server.bind_to_port(config.host, config.port) ? config.port : -1;
-    }
-    if (impl.port <= 0) {
-        impl.port = -1;
-        return false;
-    }
-    impl.thread = std::thread([&impl] { impl.server.listen_after_bind(); });
-    return true;
+    return impl.Serve(config.port);
 }
 
 void CDeviceSimulator::Stop() {
     Impl& impl = *impl_;
-    if (!impl.thread.joinable()) {
-        return;
-    }
-    impl.stopping = true;
-    impl.server.stop();
-    impl.thread.join();
+    impl.Halt();
     std::lock_guard<std::mutex> lock(impl.mutex);
     for (auto& recorder : impl.recorders) {
         recorder.second->Flush();
     }
+}
+
+bool CDeviceSimulator::SetListening(bool listening) {
+    Impl& impl = *impl_;
+    if (listening == impl.thread.joinable()) {
+        return true;
+    }
+    if (listening) {
+        return impl.port > 0 && impl.Serve(impl.port);
+    }
+    impl.Halt();
+    impl.EndTalks();
+    return true;
 }
 
 int CDeviceSimulator::Port() const {

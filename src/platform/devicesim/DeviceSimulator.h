@@ -22,6 +22,10 @@ public:
     virtual void OnTalkAudio(const std::string& talkId, int channel, const std::string& audioType,
                              const char* data, std::size_t size) = 0;
     virtual void OnTalkClosed(const std::string& talkId, int channel) = 0;
+    /// A login the device refused because it was told to (SetRefuseLogin).
+    virtual void OnLoginRefused(const std::string& /*peer*/) {}
+    /// A talk the device refused because its channel was refused (SetChannelRefused).
+    virtual void OnTalkRefused(int /*channel*/, const std::string& /*peer*/) {}
 };
 
 struct DeviceSimConfig {
@@ -79,6 +83,9 @@ public:
     /// Ends open talks and the server; recordings are complete afterwards.
     void Stop();
     int Port() const;
+    /// False: the listener stops and open talks end, so that connections are refused as by a switched-off
+    /// device; true: it listens again on the same port. False when the port cannot be bound again.
+    bool SetListening(bool listening);
 
     DeviceSimStats Stats() const;
     void SetRefuseLogin(bool refuse);

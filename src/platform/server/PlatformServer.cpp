@@ -244,6 +244,7 @@ void CPlatformServer::RegisterRoutes() {
     AddRealtimeRoutes(api_, *context_);
     AddRecordRoutes(api_, *context_);
     AddResourceRoutes(api_, *context_);
+    AddDeviceBroadcastRoutes(api_, *context_);
     AddOplogRoutes(api_, *context_);
     AddVoiceTalkRoutes(api_, *context_);
     if (options_.control) {

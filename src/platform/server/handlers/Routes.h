@@ -18,6 +18,8 @@ void AddConfigRoutes(CRouter& router, PlatformContext& context);
 void AddRealtimeRoutes(CRouter& router, PlatformContext& context);
 /// Recordings of live broadcasts: registering one (its object must be stored) and listing them.
 void AddRecordRoutes(CRouter& router, PlatformContext& context);
+/// Device broadcasts: live talk to devices through the device network interface.
+void AddDeviceBroadcastRoutes(CRouter& router, PlatformContext& context);
 /// Elements and devices, stream access types.
 void AddResourceRoutes(CRouter& router, PlatformContext& context);
 /// The operation log.

@@ -1,6 +1,6 @@
-// The control interface of the simulated site: what the speakers, devices and streaming server did, and
-// switches that make them misbehave (a speaker offline or never connecting, a device refusing, a streaming
-// server refusing sessions).
+// The control interface of the simulated site: what the speakers, devices, device broadcasts and streaming
+// server did, and switches that make them misbehave (a speaker offline or never connecting, a device
+// refusing or switched off, a streaming server refusing sessions).
 
 #include <set>
 
@@ -9,6 +9,7 @@
 #include "platform/server/handlers/Routes.h"
 #include "platform/server/json/Json.h"
 #include "platform/server/sim/devices/DeviceFarm.h"
+#include "platform/server/sim/devices/DeviceGroups.h"
 #include "platform/server/sim/oem/OemSpeakers.h"
 #include "platform/server/sim/speakers/SpeakerSim.h"
 #include "platform/server/sim/streaming/StreamingServer.h"
@@ -78,12 +79,13 @@ RestResponse SetSpeaker(const RestRequest& request, PlatformContext& context) {
 
 // Data: {"Devices":[{"DeviceID":103,"Kind":"sdk","Address":"127.0.0.1","Port":18663,"RefuseLogin":false,
 //   "RefusedChannels":[],"Logins":1,"AuthFailures":0,"TalksOpened":1,"TalksRefused":0,"TalksActive":0,
-//   "AudioType":"G.711ulaw","Bytes":16000},{"DeviceID":301,"Kind":"udp","Address":"127.0.0.1","Port":18670,
+//   "AudioType":"G.711ulaw","Bytes":16000,"Online":true,"WavPath":"/tmp/../device-103.wav"},{"DeviceID":301,"Kind":"udp","Address":"127.0.0.1","Port":18670,
 //   "Packets":50,"PayloadBytes":16000,"Lost":0,"Late":0,"Malformed":0,"Unsupported":0,"Codec":"PCMU",
 //   "LastSource":"127.0.0.1:50000"}]}
 RestResponse Devices(const RestRequest&, PlatformContext& context) {
     Json::CWriter w;
     w.BeginObject().BeginArray("Devices");
+    CDeviceGroups* groups = context.site.DeviceGroups();
     if (CDeviceFarm* farm = context.site.Devices()) {
         for (const SimDeviceStats& d : farm->Stats()) {
             w.BeginObject().Int("DeviceID", d.deviceId).String("Kind", "sdk").String("Address", d.address);
@@ -92,7 +94,10 @@ RestResponse Devices(const RestRequest&, PlatformContext& context) {
                 .IntArray("RefusedChannels", d.refusedChannels);
             w.Int("Logins", d.logins).Int("AuthFailures", d.authFailures).Int("TalksOpened", d.talksOpened);
             w.Int("TalksRefused", d.talksRefused).Int("TalksActive", d.talksActive);
-            w.String("AudioType", d.audioType).Int("Bytes", static_cast<int64_t>(d.bytes)).EndObject();
+            w.String("AudioType", d.audioType).Int("Bytes", static_cast<int64_t>(d.bytes));
+            w.Bool("Online", d.online)
+                .String("WavPath", groups != nullptr ? groups->WavPathOf(d.deviceId) : "");
+            w.EndObject();
         }
     }
     if (COemSpeakers* oem = context.site.Oem()) {
@@ -110,7 +115,8 @@ RestResponse Devices(const RestRequest&, PlatformContext& context) {
     return Ok(w.Text());
 }
 
-// Request: {"RefuseLogin":true,"RefusedChannels":[1]}: devices of the device network interface only.
+// Request: {"RefuseLogin":true,"RefusedChannels":[1],"Online":false} (any of the keys): devices of the device
+// network interface only. Offline stops the device's listener; online starts it again on the same port.
 RestResponse SetDevice(const RestRequest& request, PlatformContext& context) {
     rapidjson::Document body;
     RestResponse error;
@@ -128,10 +134,13 @@ RestResponse SetDevice(const RestRequest& request, PlatformContext& context) {
     }
     const rapidjson::Value* refuseLogin = Json::Find(body, "RefuseLogin");
     const rapidjson::Value* channels = Json::Find(body, "RefusedChannels");
+    const rapidjson::Value* online = Json::Find(body, "Online");
     if ((refuseLogin != nullptr && !refuseLogin->IsBool()) || (channels != nullptr && !channels->IsArray()) ||
-        (refuseLogin == nullptr && channels == nullptr)) {
-        return PlatformError(kErrBadRequest,
-                             "give \"RefuseLogin\" (true/false) and/or \"RefusedChannels\" (array)");
+        (online != nullptr && !online->IsBool()) ||
+        (refuseLogin == nullptr && channels == nullptr && online == nullptr)) {
+        return PlatformError(
+            kErrBadRequest,
+            "give \"RefuseLogin\" (true/false), \"RefusedChannels\" (array) and/or \"Online\" (true/false)");
     }
     std::set<int> refused;
     if (channels != nullptr) {
@@ -146,10 +155,38 @@ RestResponse SetDevice(const RestRequest& request, PlatformContext& context) {
     if (refuseLogin != nullptr) {
         farm->SetRefuseLogin(id, refuseLogin->GetBool());
     }
+    if (online != nullptr && !farm->SetOnline(id, online->GetBool())) {
+        return PlatformError(kErrInternal,
+                             "device " + std::to_string(id) + " cannot listen on its port again", 500);
+    }
     TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]device %d: login %s, %d channels refused[%s(%d)]", id,
             refuseLogin != nullptr && refuseLogin->GetBool() ? "refused" : "unchanged or accepted",
             static_cast<int>(refused.size()));
     return Ok();
+}
+
+// Data: {"Groups":[{"GroupId":"..","DeviceIDs":[201,202],"Type":0,"Record":0,"FilePath":"","Active":true,
+//   "Devices":[{"DeviceID":201,"Status":2,"ResourceStatus":1,"ErrorInfo":"","BytesReceived":16000,
+//   "WavPath":"/tmp/../device-201.wav"}]}]}: active groups, then the last ended ones.
+RestResponse DeviceBroadcasts(const RestRequest&, PlatformContext& context) {
+    Json::CWriter w;
+    w.BeginObject().BeginArray("Groups");
+    if (CDeviceGroups* groups = context.site.DeviceGroups()) {
+        for (const DeviceGroupInfo& g : groups->Snapshot()) {
+            w.BeginObject().String("GroupId", g.guid).IntArray("DeviceIDs", g.requestedIds);
+            w.Int("Type", g.type).Int("Record", g.record).String("FilePath", g.filePath);
+            w.Bool("Active", g.active).BeginArray("Devices");
+            for (const DeviceMemberInfo& m : g.members) {
+                w.BeginObject().Int("DeviceID", m.deviceId).Int("Status", m.status);
+                w.Int("ResourceStatus", m.resourceStatus).String("ErrorInfo", m.errorInfo);
+                w.Int("BytesReceived", static_cast<int64_t>(m.bytesReceived)).String("WavPath", m.wavPath);
+                w.EndObject();
+            }
+            w.EndArray().EndObject();
+        }
+    }
+    w.EndArray().EndObject();
+    return Ok(w.Text());
 }
 
 // Data: {"Port":18654,"Refusing":false,"RefuseStatus":503,"TalkMounts":2,"ListenMounts":6,"TalkStreams":1,
@@ -211,6 +248,7 @@ void AddSimulationControlRoutes(CRouter& router, PlatformContext& context) {
     add("POST", "/speaker/{int}", SetSpeaker);
     add("GET", "/devices", Devices);
     add("POST", "/device/{int}", SetDevice);
+    add("GET", "/device-broadcasts", DeviceBroadcasts);
     add("GET", "/streaming", Streaming);
     add("POST", "/streaming", SetStreaming);
 }

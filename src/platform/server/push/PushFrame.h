@@ -6,6 +6,8 @@
 // Broadcast status data ("/Msg/Data"):
 //   {"Event":{"BroadcastStatusList":[{"BoardcastGroupGUID":"..","ResourceID":1001,"ErrorCode":0,
 //     "ErrorModule":0,"ResourceType":1027,"ResourceStatus":1,"Status":1,"PromptToneBeginEnd":0}]}}
+// Device broadcast status data (one device per frame, same message and event type):
+//   {"NotifyType":1,"GroupId":"..","IndexCode":"201","ErrorInfo":"","ResourceStatus":1,"Status":1}
 
 #include <functional>
 #include <string>

@@ -5,6 +5,7 @@
 
 #include "framework/base/FormatLog.h"
 #include "platform/server/sim/devices/DeviceFarm.h"
+#include "platform/server/sim/devices/DeviceGroups.h"
 #include "platform/server/sim/oem/OemSpeakers.h"
 #include "platform/server/sim/speakers/SpeakerSim.h"
 #include "platform/server/sim/streaming/StreamingServer.h"
@@ -15,7 +16,9 @@ CSimulatedSite::CSimulatedSite(Fixture& fixture, CBroadcastRegistry& registry, I
                                IScheduler& scheduler, SiteOptions options)
     : fixture_(fixture),
       options_(std::move(options)),
-      speakers_(std::make_unique<CSpeakerSim>(fixture, registry, sink, scheduler, options_.speakerDir)) {}
+      speakers_(std::make_unique<CSpeakerSim>(fixture, registry, sink, scheduler, options_.speakerDir)),
+      sink_(sink),
+      scheduler_(scheduler) {}
 
 CSimulatedSite::~CSimulatedSite() {
     Stop();
@@ -32,17 +35,11 @@ bool CSimulatedSite::Start(std::string& error) {
         Stop();
         return false;
     };
-    std::set<int> sdkDevices;
     std::map<int, int> channels;  // device id -> highest element channel
     std::set<int> listened;
     for (const Element& e : fixture_.elements) {
         listened.insert(e.deviceId);
         channels[e.deviceId] = std::max(channels[e.deviceId], e.channel);
-        const Device* d = fixture_.FindDevice(e.deviceId);
-        if (e.stream == StreamKind::kSdk && d != nullptr &&
-            d->accessProtocol == kAccessProtocolDeviceNetwork) {
-            sdkDevices.insert(d->id);
-        }
     }
 
     StreamingServer& sms = fixture_.streamingServer;
@@ -70,7 +67,7 @@ bool CSimulatedSite::Start(std::string& error) {
     std::vector<SimDeviceConfig> farm;
     std::vector<OemSpeakerConfig> udp;
     for (const Device& d : fixture_.devices) {
-        if (sdkDevices.count(d.id) != 0) {
+        if (TakesDeviceBroadcast(fixture_, d)) {
             SimDeviceConfig c;
             c.deviceId = d.id;
             c.name = d.name;
@@ -88,7 +85,8 @@ bool CSimulatedSite::Start(std::string& error) {
             udp.push_back(c);
         }
     }
-    devices_ = std::make_unique<CDeviceFarm>(*speakers_);
+    deviceGroups_ = std::make_unique<CDeviceGroups>(sink_, scheduler_, speakers_->SpeakerDir());
+    devices_ = std::make_unique<CDeviceFarm>(*speakers_, *deviceGroups_);
     if (!devices_->Start(farm, error)) {
         return fail();
     }
@@ -116,6 +114,9 @@ void CSimulatedSite::Stop() {
     if (oem_) {
         oem_->Stop();
     }
+    if (deviceGroups_) {
+        deviceGroups_->Reset();
+    }
     speakers_->Stop();
 }
 
@@ -130,6 +131,9 @@ void CSimulatedSite::Reset() {
     speakers_->Reset();
     if (streaming_) {
         streaming_->Reset();
+    }
+    if (deviceGroups_) {
+        deviceGroups_->Reset();
     }
     if (devices_) {
         devices_->Reset();

@@ -17,6 +17,7 @@ namespace Platform {
 class CSpeakerSim;
 class CStreamingServer;
 class CDeviceFarm;
+class CDeviceGroups;
 class COemSpeakers;
 
 struct SiteOptions {
@@ -43,19 +44,25 @@ public:
     /// Null when the site runs without peers.
     CStreamingServer* Streaming() { return streaming_.get(); }
     CDeviceFarm* Devices() { return devices_.get(); }
+    /// Device broadcast groups; null when the site runs without peers.
+    CDeviceGroups* DeviceGroups() { return deviceGroups_.get(); }
     COemSpeakers* Oem() { return oem_.get(); }
     const SiteOptions& Options() const { return options_; }
 
     /// A group's addresses were handed out: opens its talk address (streaming server) and lets its
     /// speakers join.
     void OnGroupCreated(const BroadcastGroup& group);
-    /// Back to the fixture's state: plays ended, talk addresses closed, refusals lifted.
+    /// Back to the fixture's state: plays and device groups ended, talk addresses closed, refusals lifted,
+    /// devices online.
     void Reset();
 
 private:
     Fixture& fixture_;
     SiteOptions options_;
     std::unique_ptr<CSpeakerSim> speakers_;
+    IPushSink& sink_;
+    IScheduler& scheduler_;
+    std::unique_ptr<CDeviceGroups> deviceGroups_;
     std::unique_ptr<CStreamingServer> streaming_;
     std::unique_ptr<CDeviceFarm> devices_;
     std::unique_ptr<COemSpeakers> oem_;

@@ -3,16 +3,19 @@
 #include "framework/base/FormatLog.h"
 #include "platform/devicesim/DeviceSimulator.h"
 #include "platform/server/sim/audio/SpeakerDecoder.h"
+#include "platform/server/sim/devices/DeviceGroups.h"
 #include "platform/server/sim/speakers/SpeakerSim.h"
 
 namespace Platform {
 
 namespace {
 
-// Hands the talks of one device to its speakers, decoded.
-class CTalkToSpeakers : public DeviceSim::ITalkSink {
+// Hands the talks of one device, decoded, to its speakers and to its broadcast group, and tells the group
+// about refused logins and talks.
+class CTalkRelay : public DeviceSim::ITalkSink {
 public:
-    CTalkToSpeakers(CSpeakerSim& speakers, int deviceId) : speakers_(speakers), deviceId_(deviceId) {}
+    CTalkRelay(CSpeakerSim& speakers, CDeviceGroups& groups, int deviceId)
+        : speakers_(speakers), groups_(groups), deviceId_(deviceId) {}
 
     void OnTalkOpened(const std::string& talkId, int channel, const std::string& peer) override {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -44,11 +47,24 @@ public:
         }
         speakers_.OnDeviceAudio(deviceId_, channel, SpeakerTransport::kDevice, peer, pcm.data(), pcm.size(),
                                 size);
+        groups_.OnAudio(deviceId_, channel, pcm.data(), pcm.size(), size);
     }
 
     void OnTalkClosed(const std::string& talkId, int) override {
         std::lock_guard<std::mutex> lock(mutex_);
         talks_.erase(talkId);
+    }
+
+    void OnLoginRefused(const std::string& peer) override {
+        TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]device %d: login from %s refused[%s(%d)]", deviceId_,
+                peer.c_str());
+        groups_.OnLoginRefused(deviceId_);
+    }
+
+    void OnTalkRefused(int channel, const std::string& peer) override {
+        TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]device %d: talk on channel %d from %s refused[%s(%d)]",
+                deviceId_, channel, peer.c_str());
+        groups_.OnTalkRefused(deviceId_, channel);
     }
 
 private:
@@ -58,6 +74,7 @@ private:
         bool warned = false;
     };
     CSpeakerSim& speakers_;
+    CDeviceGroups& groups_;
     const int deviceId_;
     std::mutex mutex_;
     std::map<std::string, Talk> talks_;
@@ -70,9 +87,12 @@ struct CDeviceFarm::Device {
     std::unique_ptr<DeviceSim::CDeviceSimulator> simulator;
     bool refuseLogin = false;
     std::set<int> refusedChannels;
+    bool online = true;
+    std::mutex power;  ///< one switch on or off at a time; held while the listener stops or starts
 };
 
-CDeviceFarm::CDeviceFarm(CSpeakerSim& speakers) : speakers_(speakers) {}
+CDeviceFarm::CDeviceFarm(CSpeakerSim& speakers, CDeviceGroups& groups)
+    : speakers_(speakers), groups_(groups) {}
 
 CDeviceFarm::~CDeviceFarm() {
     Stop();
@@ -91,7 +111,7 @@ bool CDeviceFarm::Start(const std::vector<SimDeviceConfig>& devices, std::string
         sim.deviceName = config.name;
         sim.serialNumber = "SIM-" + std::to_string(config.deviceId);
         sim.channelCount = config.channels;
-        sim.talkSink = std::make_shared<CTalkToSpeakers>(speakers_, config.deviceId);
+        sim.talkSink = std::make_shared<CTalkRelay>(speakers_, groups_, config.deviceId);
         device->simulator = std::make_unique<DeviceSim::CDeviceSimulator>();
         if (!device->simulator->Start(sim)) {
             error = "device " + std::to_string(config.deviceId) + " (" + config.name + ") cannot listen on " +
@@ -168,6 +188,39 @@ bool CDeviceFarm::SetRefusedChannels(int deviceId, const std::set<int>& channels
     return true;
 }
 
+bool CDeviceFarm::SetOnline(int deviceId, bool online) {
+    Device* d = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        d = Find(deviceId);
+    }
+    if (d == nullptr) {
+        return false;
+    }
+    // The device list only changes at Start and Stop, so `d` stays valid; stopping or starting the
+    // listener waits for its thread, which must not happen under the farm's lock.
+    std::lock_guard<std::mutex> power(d->power);
+    if (!d->simulator->SetListening(online)) {
+        TAL_LOG(Tal::Base::kLogError, "Platform", "[%s]device %d cannot listen on port %d again[%s(%d)]",
+                deviceId, d->config.port);
+        return false;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        d->online = online;
+    }
+    TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]device %d is %s[%s(%d)]", deviceId,
+            online ? "online" : "offline");
+    groups_.OnOnline(deviceId, online);
+    return true;
+}
+
+bool CDeviceFarm::IsOnline(int deviceId) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const Device* d = Find(deviceId);
+    return d != nullptr && d->online;
+}
+
 std::vector<SimDeviceStats> CDeviceFarm::Stats() const {
     std::lock_guard<std::mutex> lock(mutex_);
     std::vector<SimDeviceStats> out;
@@ -185,6 +238,7 @@ std::vector<SimDeviceStats> CDeviceFarm::Stats() const {
         stats.talksRefused = s.talksRefused;
         stats.talksActive = s.talksActive;
         stats.audioType = s.audioType;
+        stats.online = d->online;
         for (const auto& channel : s.channels) {
             stats.bytes += channel.second.bytes;
         }
@@ -204,6 +258,9 @@ void CDeviceFarm::Reset() {
     for (int id : ids) {
         SetRefuseLogin(id, false);
         SetRefusedChannels(id, {});
+        if (!IsOnline(id)) {
+            SetOnline(id, true);
+        }
     }
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 // The site's devices reached through the device network interface: one simulated device (bcast_devicesim)
-// per device of access protocol 1 that an element broadcasts to directly, on the fixture's address, port
-// and credentials. Audio of a talk on a channel is played by the element on that channel.
+// per device of access protocol 1 that takes a device broadcast (a loudspeaker of its own, or elements
+// broadcast to directly), on the fixture's address, port and credentials. Audio of a talk on a channel is
+// played by the element on that channel, and belongs to the device's broadcast group when it is in one.
 
 #include <cstdint>
 #include <map>
@@ -18,6 +19,7 @@ class CDeviceSimulator;
 namespace Platform {
 
 class CSpeakerSim;
+class CDeviceGroups;
 
 struct SimDeviceConfig {
     int deviceId = 0;
@@ -42,11 +44,12 @@ struct SimDeviceStats {
     int talksActive = 0;
     std::string audioType;
     uint64_t bytes = 0;
+    bool online = true;
 };
 
 class CDeviceFarm {
 public:
-    explicit CDeviceFarm(CSpeakerSim& speakers);
+    CDeviceFarm(CSpeakerSim& speakers, CDeviceGroups& groups);
     ~CDeviceFarm();
     CDeviceFarm(const CDeviceFarm&) = delete;
     CDeviceFarm& operator=(const CDeviceFarm&) = delete;
@@ -59,8 +62,12 @@ public:
     /// False for a device the farm does not run.
     bool SetRefuseLogin(int deviceId, bool refuse);
     bool SetRefusedChannels(int deviceId, const std::set<int>& channels);
+    /// Offline: the device stops listening (connections are refused) and its talks end; online: it listens
+    /// again on the same port. False for a device the farm does not run, or one that cannot listen again.
+    bool SetOnline(int deviceId, bool online);
+    bool IsOnline(int deviceId) const;
     std::vector<SimDeviceStats> Stats() const;
-    /// Accepts logins and every channel again.
+    /// Accepts logins and every channel again, and brings every device online.
     void Reset();
 
 private:
@@ -68,8 +75,9 @@ private:
     Device* Find(int deviceId) const;
 
     CSpeakerSim& speakers_;
+    CDeviceGroups& groups_;
     std::vector<std::unique_ptr<Device>> devices_;
-    mutable std::mutex mutex_;  ///< guards the refusal records
+    mutable std::mutex mutex_;  ///< guards the refusal records and online states
 };
 
 }  // namespace Platform
