@@ -11,6 +11,8 @@
 #include "framework/business/PluginCommManager.h"
 #include "framework/clientframe/FrameworkManagerInterface.h"
 #include "framework/errortext/ErrorCodeTrans.h"
+#include "framework/media/videotool/DeviceBroadcastGroup.h"
+#include "framework/media/videotool/DeviceStateBoard.h"
 #include "framework/media/videotool/VideoTool.h"
 #include "framework/netcomm/NetlibWrapper.h"
 #include "framework/netcomm/RapidJsonProto.h"
@@ -173,26 +175,108 @@ void CollectDeviceMessage(const std::string& message, void* context) {
 }
 }  // namespace
 
-TEST(VideoTool, DeviceBroadcastManagerForwardsOnlyDeviceStatusWhileInitialised) {
+TEST(VideoTool, DeviceBroadcastManagerRefusesWhatItCannotDoAndForwardsNoStrayPushes) {
+    using Tal::Base::Error::GetLastError;
     using TOOL::CBroadcastBusinessManager;
     g_deviceMessages.clear();
-    CBroadcastBusinessManager::SetBroadcastResoluteCallback(&CollectDeviceMessage, &g_deviceMessages);
-    EXPECT_FALSE(CBroadcastBusinessManager::PushBroadcastState(R"({"NotifyType":1})")) << "not initialised";
-    ASSERT_TRUE(CBroadcastBusinessManager::InitManager());
-    CBroadcastBusinessManager::SetBroadcastResoluteCallback(&CollectDeviceMessage, &g_deviceMessages);
-    EXPECT_TRUE(CBroadcastBusinessManager::PushBroadcastState(R"({"NotifyType":1,"Status":2})"));
-    EXPECT_FALSE(CBroadcastBusinessManager::PushBroadcastState(R"({"Event":{"BroadcastStatusList":[]}})"));
-    EXPECT_FALSE(CBroadcastBusinessManager::PushBroadcastState("garbage"));
-    ASSERT_EQ(g_deviceMessages.size(), 1u);
-    EXPECT_EQ(g_deviceMessages[0], R"({"NotifyType":1,"Status":2})");
-
     TOOL::CRequestBroadcast request;
     request.device_ids = "1,2";
+
+    // Not initialised: nothing starts and no push is passed on.
+    CBroadcastBusinessManager::SetBroadcastResoluteCallback(&CollectDeviceMessage, &g_deviceMessages);
     EXPECT_FALSE(CBroadcastBusinessManager::StartBroadcast(request));
-    EXPECT_EQ(Tal::Base::Error::GetLastError().GetMainErrorCode(), Tal::Base::Error::kModuleFramework);
+    EXPECT_EQ(GetLastError().GetSubErrorCode(), Tal::Base::Error::kCodeNotAvailable);
+    EXPECT_FALSE(CBroadcastBusinessManager::PushBroadcastState(R"({"NotifyType":1,"GroupId":"g"})"));
+
+    ASSERT_TRUE(CBroadcastBusinessManager::InitManager());
+    CBroadcastBusinessManager::SetBroadcastResoluteCallback(&CollectDeviceMessage, &g_deviceMessages);
+    // A device status of no running broadcast, a speaker status and garbage all stay here.
+    EXPECT_FALSE(
+        CBroadcastBusinessManager::PushBroadcastState(R"({"NotifyType":1,"GroupId":"g","Status":2})"));
+    EXPECT_FALSE(CBroadcastBusinessManager::PushBroadcastState(R"({"Event":{"BroadcastStatusList":[]}})"));
+    EXPECT_FALSE(CBroadcastBusinessManager::PushBroadcastState("garbage"));
+
+    // Ids that are not a list of ids fail before the platform is asked.
+    for (const char* ids : {"", "1,,2", "x", "3,-4", "5,"}) {
+        request.device_ids = ids;
+        EXPECT_FALSE(CBroadcastBusinessManager::StartBroadcast(request)) << ids;
+        EXPECT_EQ(GetLastError(), Tal::Base::Error::ErrorCode(Tal::Base::Error::kSubSystemClient,
+                                                              Tal::Base::Error::kModuleFramework,
+                                                              Tal::Base::Error::kCodeInvalidInput))
+            << ids;
+    }
+    // Without a platform session the group request fails at the transport, and nothing is left running.
+    request.device_ids = "1,2";
+    EXPECT_FALSE(CBroadcastBusinessManager::StartBroadcast(request));
+    EXPECT_NE(GetLastError().GetMainErrorCode(), Tal::Base::Error::kModuleFramework);
+    EXPECT_FALSE(GetLastError().IsSucceed());
+    EXPECT_FALSE(CBroadcastBusinessManager::StartBroadcast(request)) << "refused again, not busy";
+    EXPECT_NE(GetLastError().GetSubErrorCode(), Tal::Base::Error::kCodeBusy);
     EXPECT_TRUE(CBroadcastBusinessManager::StopBroadcast()) << "stopping nothing succeeds";
+    EXPECT_TRUE(g_deviceMessages.empty());
     ASSERT_TRUE(CBroadcastBusinessManager::UninitManager());
-    EXPECT_FALSE(CBroadcastBusinessManager::PushBroadcastState(R"({"NotifyType":1})"));
+}
+
+TEST(VideoTool, DeviceStateBoardDeliversEachChangeOnceAndNeverGoesBack) {
+    using TOOL::CDeviceStateBoard;
+    std::vector<std::string> delivered;
+    CDeviceStateBoard board([&delivered](const std::string& text) { delivered.push_back(text); });
+    EXPECT_FALSE(board.Offer(R"({"NotifyType":1,"GroupId":"","IndexCode":"201","Status":1})"))
+        << "no group yet";
+    board.SetGroup("G1");
+
+    board.Report(201, TOOL::kDeviceConnecting, TOOL::kDeviceBroadcasting, "");
+    ASSERT_EQ(delivered.size(), 1u);
+    NetworkCommunication::CRapidJsonProto first;
+    ASSERT_TRUE(first.set_str(delivered[0]));
+    EXPECT_EQ(first.get_int_v("/NotifyType", -1), 1);
+    EXPECT_EQ(first.get_v("/GroupId", ""), "G1");
+    EXPECT_EQ(first.get_v("/IndexCode", ""), "201");
+    EXPECT_EQ(first.get_int_v("/Status", -1), TOOL::kDeviceConnecting);
+    EXPECT_EQ(first.get_int_v("/ResourceStatus", -1), TOOL::kDeviceBroadcasting);
+    EXPECT_TRUE(first.is_exist("/ErrorInfo"));
+
+    // The platform says the same: absorbed. Its playing moves on and is passed on as it came.
+    EXPECT_TRUE(board.Offer(R"({"NotifyType":1,"GroupId":"G1","IndexCode":"201","Status":1})"));
+    const std::string playing = R"({"NotifyType":1,"GroupId":"G1","IndexCode":"201","Status":2,"Extra":7})";
+    EXPECT_TRUE(board.Offer(playing));
+    board.Report(201, TOOL::kDevicePlaying, TOOL::kDeviceBroadcasting, "");
+    ASSERT_EQ(delivered.size(), 2u);
+    EXPECT_EQ(delivered[1], playing);
+    // Another group's push is not ours; another notify type of ours goes on untouched.
+    EXPECT_FALSE(board.Offer(R"({"NotifyType":1,"GroupId":"G0","IndexCode":"201","Status":3})"));
+    EXPECT_TRUE(board.Offer(R"({"NotifyType":2,"GroupId":"G1"})"));
+    ASSERT_EQ(delivered.size(), 3u);
+    EXPECT_EQ(delivered[2], R"({"NotifyType":2,"GroupId":"G1"})");
+
+    // A late connecting does not undo playing; a failure does; nothing follows stopped.
+    board.Report(202, TOOL::kDeviceFailed, TOOL::kDeviceOffline, "The device cannot be reached.");
+    EXPECT_TRUE(board.Offer(R"({"NotifyType":1,"GroupId":"G1","IndexCode":"202","Status":1})"));
+    EXPECT_TRUE(board.Offer(R"({"NotifyType":1,"GroupId":"G1","IndexCode":"202","Status":3})"));
+    ASSERT_EQ(delivered.size(), 4u);
+    board.ReportAllStopped();
+    ASSERT_EQ(delivered.size(), 6u) << "both devices stopped, the failed one too";
+    board.ReportAllStopped();
+    board.Report(201, TOOL::kDevicePlaying, TOOL::kDeviceBroadcasting, "");
+    EXPECT_TRUE(board.Offer(R"({"NotifyType":1,"GroupId":"G1","IndexCode":"201","Status":0})"));
+    EXPECT_EQ(delivered.size(), 6u);
+
+    EXPECT_TRUE(CDeviceStateBoard::Advances(-1, TOOL::kDeviceFailed));
+    EXPECT_TRUE(CDeviceStateBoard::Advances(TOOL::kDevicePlaying, TOOL::kDeviceFailed));
+    EXPECT_FALSE(CDeviceStateBoard::Advances(TOOL::kDeviceFailed, TOOL::kDevicePlaying));
+    EXPECT_FALSE(CDeviceStateBoard::Advances(TOOL::kDeviceConnecting, 9)) << "unknown statuses stay out";
+}
+
+TEST(VideoTool, DeviceIdListsParseStrictly) {
+    std::vector<int> ids;
+    EXPECT_TRUE(TOOL::ParseDeviceIds("201", ids));
+    EXPECT_EQ(ids, std::vector<int>{201});
+    EXPECT_TRUE(TOOL::ParseDeviceIds("201,202,4242", ids));
+    EXPECT_EQ(ids, (std::vector<int>{201, 202, 4242}));
+    for (const char* bad : {"", ",", "201,", ",201", "201;202", "0", "2147483648", " 201", "20a"}) {
+        EXPECT_FALSE(TOOL::ParseDeviceIds(bad, ids)) << bad;
+        EXPECT_TRUE(ids.empty()) << bad;
+    }
 }
 
 TEST(BusinessCommon, PathsEndWithSlashLoopRunsOnlyAfterInit) {

@@ -18,7 +18,6 @@ namespace {
 
 using Tal::Base::Error::ErrorCode;
 using Tal::Base::Error::kCodeInvalidInput;
-using Tal::Base::Error::kCodeNotAvailable;
 using Tal::Base::Error::kModuleFramework;
 using Tal::Base::Error::kSubSystemClient;
 
@@ -46,19 +45,6 @@ void SilenceBackendProbes() {
 VoiceEnvironment& Voice() {
     static VoiceEnvironment env;
     return env;
-}
-
-struct BroadcastBusiness {
-    std::mutex mutex;
-    bool initialised = false;
-    bool broadcasting = false;
-    TOOL::BroadcastResoluteCallback callback = nullptr;
-    void* context = nullptr;
-};
-
-BroadcastBusiness& Business() {
-    static BroadcastBusiness state;
-    return state;
 }
 
 }  // namespace
@@ -161,71 +147,3 @@ bool RequestVoiceTalkUrl(ORVVideoComm::CVoiceTalkRequestObserverParam& answer, i
 }
 
 }  // namespace ORVVideoTool
-
-namespace TOOL {
-
-bool CBroadcastBusinessManager::InitManager() {
-    BroadcastBusiness& state = Business();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    state.initialised = true;
-    return true;
-}
-
-bool CBroadcastBusinessManager::UninitManager() {
-    BroadcastBusiness& state = Business();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    state.initialised = false;
-    state.callback = nullptr;
-    state.context = nullptr;
-    return true;
-}
-
-bool CBroadcastBusinessManager::IsInit() {
-    BroadcastBusiness& state = Business();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    return state.initialised;
-}
-
-void CBroadcastBusinessManager::SetBroadcastResoluteCallback(BroadcastResoluteCallback callback,
-                                                             void* context) {
-    BroadcastBusiness& state = Business();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    state.callback = callback;
-    state.context = context;
-}
-
-bool CBroadcastBusinessManager::PushBroadcastState(const std::string& text) {
-    NetworkCommunication::CRapidJsonProto message;
-    if (!message.set_str(text) || !message.is_exist("/NotifyType")) {
-        return false;
-    }
-    BroadcastResoluteCallback callback;
-    void* context;
-    {
-        BroadcastBusiness& state = Business();
-        std::lock_guard<std::mutex> lock(state.mutex);
-        if (!state.initialised || state.callback == nullptr) {
-            return false;
-        }
-        callback = state.callback;
-        context = state.context;
-    }
-    callback(text, context);
-    return true;
-}
-
-bool CBroadcastBusinessManager::StartBroadcast(const CRequestBroadcast& request) {
-    Tal::Base::Error::SetLastError(ErrorCode(kSubSystemClient, kModuleFramework, kCodeNotAvailable));
-    TAL_LOG(5, "VideoTool", "[%s]Device broadcast is not available in this build, devices: %s.[%s(%d)]",
-            request.device_ids.c_str());
-    return false;
-}
-
-bool CBroadcastBusinessManager::StopBroadcast() {
-    BroadcastBusiness& state = Business();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    state.broadcasting = false;
-    return true;
-}
-
-}  // namespace TOOL

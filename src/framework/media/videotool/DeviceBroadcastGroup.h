@@ -1,0 +1,54 @@
+#pragma once
+// The platform's side of a device broadcast: asks for a group of devices and their login data, and ends it.
+//
+//   POST /DXAPI/Galewing/Platform/V1/DeviceBroadcast/Start
+//   {"DeviceIDs":[201,202],"Type":0,"Record":0,"FilePath":""} POST
+//   /DXAPI/Galewing/Platform/V1/DeviceBroadcast/Stop   {"GroupId":"..."}
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace TOOL {
+
+/// A device the platform hands out for the group, with its login data (password decrypted).
+struct GroupDevice {
+    int deviceId = -1;
+    std::string name;
+    int deviceType = 0;
+    int accessProtocol = 0;
+    std::string address;
+    uint16_t port = 0;
+    std::string userName;
+    std::string password;
+    int channel = 1;
+    int encodeType = 1;
+    bool online = true;
+};
+
+/// A device the platform refused for the group.
+struct RefusedDevice {
+    int deviceId = -1;
+    int errorModule = 0;
+    int errorCode = 0;
+    std::string errorInfo;
+};
+
+struct DeviceGroup {
+    std::string groupId;
+    std::vector<GroupDevice> devices;
+    std::vector<RefusedDevice> refused;
+};
+
+/// Parses "201,202" into ids; false for an empty list or a part that is not a positive integer.
+bool ParseDeviceIds(const std::string& text, std::vector<int>& ids);
+
+/// Asks the platform for a group. False with the thread's last error set when the platform refuses or
+/// cannot be asked, or its answer lacks the group id.
+bool RequestDeviceGroup(const std::vector<int>& deviceIds, int type, int record, const std::string& filePath,
+                        DeviceGroup& group);
+
+/// Tells the platform that the group ended. False with the thread's last error set.
+bool EndDeviceGroup(const std::string& groupId);
+
+}  // namespace TOOL
