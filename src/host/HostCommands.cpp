@@ -89,9 +89,14 @@ public:
             return;
         }
         out_ << "notification: " << message << std::endl;
+        if (lastMethod_ == 8) {
+            PrintDeviceState(doc);
+        }
         // "/Method" 4: the resource download failed; 5 with an error: a record upload failed; 6 with errors:
         // speakers that did not start a text-to-speech broadcast.
+        // 7 with an error: a device broadcast that did not start.
         if (lastMethod_ == 4 || (lastMethod_ == 5 && doc.get_int_v("/Data/ErrorCode", 0) != 0) ||
+            (lastMethod_ == 7 && doc.get_int_v("/Data/ErrorCode", 0) != 0) ||
             (lastMethod_ == 6 && doc.get_cnt("/Data/ErrorList") > 0)) {
             failed_ = true;
         }
@@ -115,6 +120,19 @@ public:
     }
 
 private:
+    // "device 201: playing", with the reason of a failure.
+    void PrintDeviceState(const NetworkCommunication::CRapidJsonProto& doc) {
+        static const char* const kNames[] = {"connecting", "playing", "failed", "stopped"};
+        const int status = doc.get_int_v("/Data/Status", -1);
+        out_ << "device " << doc.get_int_v("/Data/ID", -1) << ": "
+             << (status >= 0 && status <= 3 ? kNames[status] : "unknown");
+        const std::string reason = doc.get_v("/Data/ErrorInfo", "");
+        if (!reason.empty()) {
+            out_ << " (" << reason << ")";
+        }
+        out_ << std::endl;
+    }
+
     std::mutex mutex_;
     std::ostream& out_;
     int count_ = 0;

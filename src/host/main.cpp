@@ -38,8 +38,11 @@ void PrintUsage(std::ostream& out) {
            "  web METHOD [JSON]   call a method of the module's web controller (StartIPSpeakerBroadcast,\n"
            "                      StopIPSpeakerBroadcast, DownloadMediaFile, StartBroadcastListen,\n"
            "                      StopBroadcastListen, CleanCache) and print each outgoing message\n"
+           "  device-talk IDS     talk from the microphone to the devices IDS (\"201,202\") for --wait "
+           "SECONDS\n"
+           "                      (default 5), printing each device's state, then stop\n"
            "  gui                 show the module's broadcast panel in a window (needs a display)\n"
-           "api, web and gui log in to the platform of the configuration first.\n"
+           "api, web, device-talk and gui log in to the platform of the configuration first.\n"
            "The module defaults to ../lib/libBroadCastPlugin.so beside this program, or $BCAST_MODULE.\n";
 }
 
@@ -84,9 +87,18 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         return false;
     }
     const bool takesMethod = options.mode == "api" || options.mode == "web";
-    const std::size_t allowed = options.mode == "api" ? options.arguments.size() : takesMethod ? 2 : 0;
+    const bool deviceTalk = options.mode == "device-talk";
+    const std::size_t allowed = options.mode == "api" ? options.arguments.size()
+                                : takesMethod         ? 2
+                                : deviceTalk          ? 1
+                                                      : 0;
     if (takesMethod && options.arguments.empty()) {
         error = options.mode + " needs a METHOD";
+        return false;
+    }
+    if (deviceTalk && (options.arguments.empty() || options.arguments[0].empty() ||
+                       options.arguments[0].find_first_not_of("0123456789,") != std::string::npos)) {
+        error = "device-talk needs the device ids, such as 201,202";
         return false;
     }
     if (options.arguments.size() > allowed) {
@@ -142,7 +154,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     if (options.mode != "lifecycle" && options.mode != "gui" && options.mode != "api" &&
-        options.mode != "web") {
+        options.mode != "web" && options.mode != "device-talk") {
         std::cerr << "bcast-host: unknown mode " << options.mode << "\n";
         PrintUsage(std::cerr);
         return 2;
@@ -210,6 +222,15 @@ int main(int argc, char** argv) {
                 }
             }
             api.waitSeconds = options.waitSeconds;
+            code = BcastHost::RunApi(config, module.Entry(), api, std::cout);
+        } else if (options.mode == "device-talk") {
+            // The talk runs for --wait seconds between the start and the stop; the stop then settles.
+            BcastHost::ApiOptions api;
+            api.calls.push_back(
+                BcastHost::ApiCall{"StartDeviceBroadcast",
+                                   "{\"Data\":{\"DeviceIDs\":\"" + options.arguments[0] + "\",\"Type\":0}}"});
+            api.calls.push_back(BcastHost::ApiCall{"StopDeviceBroadcast", "{}"});
+            api.waitSeconds = options.waitSeconds >= 0 ? options.waitSeconds : 5;
             code = BcastHost::RunApi(config, module.Entry(), api, std::cout);
         } else {
             code = BcastHost::RunGui(config, module.Entry(), std::cout);

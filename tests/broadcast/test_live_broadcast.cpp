@@ -28,28 +28,17 @@ namespace {
 
 constexpr const char* kSentence = "Attention please. The building will close in ten minutes.";
 
-class LiveBroadcastTest : public BroadcastTest::CManagerTest {
+class LiveBroadcastTest : public BroadcastTest::CSentenceTest {
 protected:
-    static void SetUpTestSuite() {
-        StartPeers();
-        speech_ = new BcastTest::CTempDir("live-speech");
-        sentence_ = new BcastTool::PcmAudio();
-        MakeSpeech(speech_->File("sentence.wav"), kSentence, *sentence_);
-    }
-    static void TearDownTestSuite() {
-        StopPeers();
-        delete speech_;
-        delete sentence_;
-    }
+    static void SetUpTestSuite() { StartWithSentence(kSentence, "live-speech"); }
+    static void TearDownTestSuite() { StopWithSentence(); }
 
     // Starts a live talk on a thread of its own, the way the controller's worker runs it.
     static std::unique_ptr<BroadcastTest::CStartCall> Start(std::vector<int32_t> ids, int64_t requestId) {
         return std::make_unique<BroadcastTest::CStartCall>(
             [ids, requestId] { return CIPSpeakerManager::Instance()->StartSpeakVoice(ids, requestId); });
     }
-    static bool SpeakOnce(CBackgroundProcess& player) {
-        return pulse_->StartPlaying(speech_->File("sentence.wav"), &player);
-    }
+    static bool SpeakOnce(CBackgroundProcess& player) { return pulse_->StartPlaying(SentenceWav(), &player); }
     static BcastTool::AudioMatch MatchOf(int elementId) {
         return CManagerTest::MatchOf(elementId, *sentence_);
     }
@@ -67,13 +56,7 @@ protected:
         CIPSpeakerManager::Instance()->Stop();
         EXPECT_TRUE(WaitFor([] { return Phase(1006) == "stopped"; }, 5000)) << Phase(1006);
     }
-
-    static BcastTest::CTempDir* speech_;
-    static BcastTool::PcmAudio* sentence_;
 };
-
-BcastTest::CTempDir* LiveBroadcastTest::speech_ = nullptr;
-BcastTool::PcmAudio* LiveBroadcastTest::sentence_ = nullptr;
 
 }  // namespace
 

@@ -61,9 +61,10 @@ protected:
         args.push_back(dir_->File("client.json"));
         return BcastTest::RunProcess(args, 120000, pulse_->ClientEnvironment());
     }
-    static PlatformTest::RestReply Control(const std::string& method, const std::string& path) {
+    static PlatformTest::RestReply Control(const std::string& method, const std::string& path,
+                                           const std::string& body = "") {
         PlatformTest::CRestClient control(platform_->RestUrl());
-        return control.Send(method, "/_control" + path, "");
+        return control.Send(method, "/_control" + path, body);
     }
     // The lines of the host's output that start with `prefix`, without it.
     static std::vector<std::string> Lines(const std::string& output, const std::string& prefix) {
@@ -255,5 +256,66 @@ TEST_F(HostBroadcastTest, ApiFileBroadcastsPlayWholeOnEveryTransportAndAStopEnds
         // The stop came two seconds after the request; what was sent before it plus one frame and 100 ms.
         EXPECT_LE(played.size(), static_cast<std::size_t>(2.5 * 8000))
             << "the sending went on after the stop";
+    }
+}
+
+TEST_F(HostBroadcastTest, DeviceTalkPrintsEachDevicesStatesAndTheDevicesPlayTheMicrophone) {
+    const std::string tone = dir_->File("tone700.wav");
+    ASSERT_EQ(BcastTest::MakeToneWav(tone, 16000, {700.0}, 30.0), "");
+    CBackgroundProcess voice;
+    ASSERT_TRUE(pulse_->StartPlaying(tone, &voice));
+    auto wavOf = [](int deviceId) {
+        PlatformTest::RestReply devices = Control("GET", "/devices");
+        const rapidjson::Value* list = devices.Node("/ResponseStatus/Data/Devices");
+        for (rapidjson::SizeType i = 0; list != nullptr && list->IsArray() && i < list->Size(); ++i) {
+            if ((*list)[i]["DeviceID"].GetInt() == deviceId && (*list)[i].HasMember("WavPath")) {
+                return std::string((*list)[i]["WavPath"].GetString());
+            }
+        }
+        return std::string();
+    };
+    {
+        SCOPED_TRACE("a door station and a camera");
+        const ProcessResult run = Host({"device-talk", "201,202", "--wait", "4"});
+        ASSERT_EQ(run.exitCode, 0) << run.output;
+        EXPECT_EQ(Lines(run.output, "device 201: "),
+                  (std::vector<std::string>{"connecting", "playing", "stopped"}))
+            << run.output;
+        EXPECT_EQ(Lines(run.output, "device 202: "),
+                  (std::vector<std::string>{"connecting", "playing", "stopped"}))
+            << run.output;
+        for (int id : {201, 202}) {
+            SCOPED_TRACE("device " + std::to_string(id));
+            std::string error;
+            const std::vector<int16_t> played = BcastTest::DecodeWithSox(wavOf(id), 8000, {}, &error);
+            ASSERT_TRUE(error.empty()) << error;
+            ASSERT_GT(played.size(), 16000u) << "at least two seconds were played";
+            const std::vector<int16_t> tail(played.end() - 8000, played.end());
+            EXPECT_NEAR(BcastTest::DominantFrequency(tail, 8000), 700.0, 10.0);
+        }
+    }
+    {
+        SCOPED_TRACE("the camera is switched off");
+        ASSERT_EQ(Control("POST", "/device/202", R"({"Online":false})").Int("/ResponseStatus/ErrorCode"), 0);
+        const ProcessResult run = Host({"device-talk", "201,202", "--wait", "2"});
+        Control("POST", "/device/202", R"({"Online":true})");
+        ASSERT_EQ(run.exitCode, 0) << "the door station talked\n" << run.output;
+        EXPECT_EQ(Lines(run.output, "device 201: "),
+                  (std::vector<std::string>{"connecting", "playing", "stopped"}))
+            << run.output;
+        const std::vector<std::string> camera = Lines(run.output, "device 202: ");
+        ASSERT_GE(camera.size(), 2u) << run.output;
+        EXPECT_EQ(camera.back(), "stopped");
+        EXPECT_EQ(camera[camera.size() - 2].rfind("failed (", 0), 0u) << "failed with its reason\n"
+                                                                      << run.output;
+    }
+    voice.Stop();
+    {
+        SCOPED_TRACE("no device can be reached");
+        const ProcessResult run = Host({"device-talk", "4242", "--wait", "1"});
+        EXPECT_NE(run.exitCode, 0) << run.output;
+        const std::vector<std::string> unknown = Lines(run.output, "device 4242: ");
+        ASSERT_EQ(unknown.size(), 1u) << run.output;
+        EXPECT_EQ(unknown[0].rfind("failed (", 0), 0u) << run.output;
     }
 }

@@ -245,6 +245,24 @@ void CManagerTest::MakeSpeech(const std::string& path, const std::string& text,
     ASSERT_TRUE(BcastTool::ToRate(raw, 8000, reference));
 }
 
+BcastTest::CTempDir* CSentenceTest::speech_ = nullptr;
+BcastTool::PcmAudio* CSentenceTest::sentence_ = nullptr;
+
+void CSentenceTest::StartWithSentence(const std::string& text, const std::string& dirName) {
+    StartPeers();
+    speech_ = new BcastTest::CTempDir(dirName);
+    sentence_ = new BcastTool::PcmAudio();
+    MakeSpeech(SentenceWav(), text, *sentence_);
+}
+
+void CSentenceTest::StopWithSentence() {
+    StopPeers();
+    delete speech_;
+    speech_ = nullptr;
+    delete sentence_;
+    sentence_ = nullptr;
+}
+
 int CManagerTest::ThreadCount() {
     int n = 0;
     if (DIR* dir = opendir("/proc/self/task")) {

@@ -15,6 +15,7 @@
 #include "PlatformProcess.h"
 #include "PulseAudioPeer.h"
 #include "RestClient.h"
+#include "TestProcess.h"
 #include "framework/netcomm/RapidJsonProto.h"
 #include "tool/audio/AudioCompare.h"
 
@@ -113,6 +114,18 @@ protected:
     static PlatformTest::CPlatformProcess* platform_;
     static CEventLog* events_;
     static std::string captureDir_;
+};
+
+/// A suite whose microphone speaks one sentence: the peers, and the sentence spoken with espeak-ng into a WAV
+/// file for the virtual microphone and at 8000 Hz as the reference the recordings are compared with.
+class CSentenceTest : public CManagerTest {
+protected:
+    static void StartWithSentence(const std::string& text, const std::string& dirName);
+    static void StopWithSentence();
+    static std::string SentenceWav() { return speech_->File("sentence.wav"); }
+
+    static BcastTest::CTempDir* speech_;
+    static BcastTool::PcmAudio* sentence_;
 };
 
 }  // namespace BroadcastTest

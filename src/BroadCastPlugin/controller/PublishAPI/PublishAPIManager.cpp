@@ -37,6 +37,8 @@ const MethodEntry kMethods[] = {
     {"RegisterMessageCallback", &CPublishAPIManager::RegisterMessageCallback},
     {"BroadcastTerminals", &CPublishAPIManager::GetAllTerminals},
     {"StartTTSBroadcast", &CPublishAPIManager::StartTTSBroadcast},
+    {"StartDeviceBroadcast", &CPublishAPIManager::StartDeviceBroadcast},
+    {"StopDeviceBroadcast", &CPublishAPIManager::StopDeviceBroadcast},
 };
 
 ErrorCode InvalidRequest() {
@@ -64,6 +66,10 @@ bool CPublishAPIManager::Init() {
             &CPublishAPIManager::OnSignalTTSBroadcastState, Qt::UniqueConnection);
     connect(controller, &CBroadcastController::SignalDownloadResult, this,
             &CPublishAPIManager::OnSignalDownloadResult, Qt::UniqueConnection);
+    connect(controller, &CBroadcastController::SignalStartDeviceBroadcast, this,
+            &CPublishAPIManager::OnSignalStartDeviceBroadcast, Qt::UniqueConnection);
+    connect(controller, &CBroadcastController::SignalDeviceBroadcastState, this,
+            &CPublishAPIManager::OnSignalDeviceBroadcastState, Qt::UniqueConnection);
 
     std::lock_guard<std::mutex> lock(mutex_);
     if (registered_) {
@@ -157,6 +163,33 @@ bool CPublishAPIManager::StartTTSBroadcast(const std::string& request, std::stri
             SetLastError(InvalidRequest());
         }
     }
+    response = CProtocalFactory::BuildResultResponse(GetLastError());
+    return ok;
+}
+
+bool CPublishAPIManager::StartDeviceBroadcast(const std::string& request, std::string& response) {
+    BCAST_LOG(3, "[%s]Receive device broadcast request: %s[%s(%d)]", request.c_str());
+    SetLastError(ErrorCode());
+    DeviceBroadcastRequest device;
+    bool ok = false;
+    if (!CProtocalFactory::ParseStartDeviceBroadcastJson(request, device)) {
+        BCAST_LOG(5, "[%s]Parse request failed.[%s(%d)]");
+        SetLastError(InvalidRequest());
+    } else {
+        ok = CBroadcastController::Instance()->AsyncStartDeviceBroadcast(device.deviceIDs, device.type);
+        if (!ok) {
+            BCAST_LOG(5, "[%s]AsyncStartDeviceBroadcast failed.[%s(%d)]");
+            SetLastError(InvalidRequest());
+        }
+    }
+    response = CProtocalFactory::BuildResultResponse(GetLastError());
+    return ok;
+}
+
+bool CPublishAPIManager::StopDeviceBroadcast(const std::string& /*request*/, std::string& response) {
+    BCAST_LOG(3, "[%s]Receive stop device broadcast request.[%s(%d)]");
+    SetLastError(ErrorCode());
+    const bool ok = CBroadcastController::Instance()->SyncStopDeviceBroadcast();
     response = CProtocalFactory::BuildResultResponse(GetLastError());
     return ok;
 }
@@ -290,6 +323,14 @@ void CPublishAPIManager::OnSignalDownloadResult(DownloadResourceState state,
     } else if (state == DownloadResourceFailed) {
         NotifyMessage(CProtocalFactory::BuildPluginNotification(kNotifyDownloadFailed));
     }
+}
+
+void CPublishAPIManager::OnSignalStartDeviceBroadcast(std::vector<ResourceManager::ID> ids, ErrorCode error) {
+    NotifyMessage(CProtocalFactory::BuildPluginDeviceBroadcastStarted(ids, error));
+}
+
+void CPublishAPIManager::OnSignalDeviceBroadcastState(DeviceNotifyParam param) {
+    NotifyMessage(CProtocalFactory::BuildPluginDeviceState(param));
 }
 
 }  // namespace BroadCastPlugin

@@ -39,6 +39,10 @@ public:
     bool GetAllTerminals(const std::string& request, std::string& response);
     /// Text to speech played by the platform; "StopIPSpeakerBroadcast" stops it like any broadcast.
     bool StartTTSBroadcast(const std::string& request, std::string& response);
+    /// Live talk from the microphone to devices that are not IP speakers; results and device states go to
+    /// the registered plugins.
+    bool StartDeviceBroadcast(const std::string& request, std::string& response);
+    bool StopDeviceBroadcast(const std::string& request, std::string& response);
 
     std::vector<std::string> GetListeners() const;
     /// Sends one message to every registered plugin.
@@ -50,6 +54,9 @@ private slots:
     void OnSignalStopBroadcast(std::string text, Tal::Base::Error::ErrorCode error, void* user);
     void OnSignalDownloadResult(BroadCastPlugin::DownloadResourceState state,
                                 Tal::Base::Error::ErrorCode error);
+    void OnSignalStartDeviceBroadcast(std::vector<ResourceManager::ID> ids,
+                                      Tal::Base::Error::ErrorCode error);
+    void OnSignalDeviceBroadcastState(BroadCastPlugin::DeviceNotifyParam param);
 
 private:
     mutable std::mutex mutex_;

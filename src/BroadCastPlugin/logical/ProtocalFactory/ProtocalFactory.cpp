@@ -131,6 +131,18 @@ bool CProtocalFactory::ParseStartTTSJson(const std::string& json, TTSRequestPara
     return !tts.CustomContent.empty();
 }
 
+bool CProtocalFactory::ParseStartDeviceBroadcastJson(const std::string& json,
+                                                     DeviceBroadcastRequest& request) {
+    CRapidJsonProto doc;
+    std::vector<int32_t> ids;
+    if (!doc.set_str(json) || !ParseElementIDs(doc.get_v("/Data/DeviceIDs", ""), ids) || ids.empty()) {
+        return false;
+    }
+    request.deviceIDs.assign(ids.begin(), ids.end());
+    request.type = doc.get_int_v("/Data/Type", 0);
+    return true;
+}
+
 std::string CProtocalFactory::BuildResultResponse(const ErrorCode& error) {
     CRapidJsonProto doc;
     doc.set_v("/Response/ErrorModule", error.GetMainErrorCode());
@@ -239,6 +251,35 @@ std::string CProtocalFactory::BuildPluginTTSResult(const std::vector<TTSResponse
         doc.set_v(item + "/ErrorCode", errors[i].Error.GetSubErrorCode());
         doc.set_v(item + "/ErrorInfo", ErrorCodeTrans::GetErrorInfoByErrorCode(errors[i].Error));
     }
+    return doc.get_str(0);
+}
+
+// {"Method":7,"Data":{"DeviceIDs":"201,202","ErrorModule":0,"ErrorCode":0,"ErrorInfo":""}}
+std::string CProtocalFactory::BuildPluginDeviceBroadcastStarted(
+    const std::vector<ResourceManager::ID>& deviceIDs, const ErrorCode& error) {
+    std::string ids;
+    for (ResourceManager::ID id : deviceIDs) {
+        ids += (ids.empty() ? "" : ",") + std::to_string(id);
+    }
+    CRapidJsonProto doc;
+    doc.set_v("/Method", static_cast<int>(kNotifyDeviceBroadcastStarted));
+    doc.set_v("/Data/DeviceIDs", ids);
+    doc.set_v("/Data/ErrorModule", error.GetMainErrorCode());
+    doc.set_v("/Data/ErrorCode", error.GetSubErrorCode());
+    doc.set_v("/Data/ErrorInfo", ErrorCodeTrans::GetErrorInfoByErrorCode(error));
+    return doc.get_str(0);
+}
+
+// {"Method":8,"Data":{"GroupId":"..","ID":201,"Status":1,"ResourceStatus":1,"ErrorInfo":""}}; Status as the
+// speakers' (0 connecting, 1 playing, 2 failed, 3 stopped).
+std::string CProtocalFactory::BuildPluginDeviceState(const DeviceNotifyParam& param) {
+    CRapidJsonProto doc;
+    doc.set_v("/Method", static_cast<int>(kNotifyDeviceState));
+    doc.set_v("/Data/GroupId", param.groupId);
+    doc.set_v("/Data/ID", static_cast<int>(param.resourceId));
+    doc.set_v("/Data/Status", param.status);
+    doc.set_v("/Data/ResourceStatus", param.resourceStatus);
+    doc.set_v("/Data/ErrorInfo", param.errorInfo);
     return doc.get_str(0);
 }
 

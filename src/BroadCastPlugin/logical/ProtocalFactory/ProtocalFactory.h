@@ -20,8 +20,15 @@ enum PluginNotifyMethod {
     kNotifySpeakerState = 2,
     kNotifyDownloadFinished = 3,
     kNotifyDownloadFailed = 4,
-    kNotifyRecordUploaded = 5,  ///< an "UploadRecordFile" request finished, with its result
-    kNotifyTTSStarted = 6,      ///< a text-to-speech start finished, with the speakers that failed
+    kNotifyRecordUploaded = 5,          ///< an "UploadRecordFile" request finished, with its result
+    kNotifyTTSStarted = 6,              ///< a text-to-speech start finished, with the speakers that failed
+    kNotifyDeviceBroadcastStarted = 7,  ///< a device broadcast start finished, with its result
+    kNotifyDeviceState = 8,             ///< a device of the device broadcast changed state
+};
+
+struct DeviceBroadcastRequest {
+    std::vector<ResourceManager::ID> deviceIDs;
+    int32_t type = 0;
 };
 
 struct StartIPSpeakerRequest {
@@ -47,6 +54,8 @@ public:
     /// {"Data":{"ElementIDs":"1001,1003","CustomContent":"text","Language":"en-US","PlayMode":0,
     /// "AssignPlaybackDuration":""}}: the ids and a non-empty text are required.
     static bool ParseStartTTSJson(const std::string& json, TTSRequestParam& tts);
+    /// {"Data":{"DeviceIDs":"201,202","Type":0}}: at least one id.
+    static bool ParseStartDeviceBroadcastJson(const std::string& json, DeviceBroadcastRequest& request);
     /// "1,2,3" -> {1,2,3}; false when a piece is not a whole number. An empty text is an empty list.
     static bool ParseElementIDs(const std::string& text, std::vector<int32_t>& ids);
 
@@ -62,6 +71,9 @@ public:
     static std::string BuildPluginSpeakerState(const IPSpeakerNotifyParam& param);
     static std::string BuildPluginRecordUploaded(const RecordTaskParam& record, const ErrorCode& error);
     static std::string BuildPluginTTSResult(const std::vector<TTSResponseError>& errors);
+    static std::string BuildPluginDeviceBroadcastStarted(const std::vector<ResourceManager::ID>& deviceIDs,
+                                                         const ErrorCode& error);
+    static std::string BuildPluginDeviceState(const DeviceNotifyParam& param);
 
     // Notifications to the web front end (named "/Method").
     static std::string BuildBroadcastStartFinish();
