@@ -12,6 +12,10 @@ With --file it first broadcasts from the media library: downloads a media file f
 text at 1001 and 1006, and compares what each speaker played with the file and the text; the recorded live
 talk follows.
 
+With --devices, after the live talk it talks the same way to the gate's door station (201) and the entrance
+camera (202), devices that are not IP speakers, printing each device's state, and compares what each
+recorded with what was spoken.
+
 Every process it started is stopped, also on failure.
 """
 
@@ -34,6 +38,8 @@ CONTROL = "http://127.0.0.1:18650/_control"
 MEDIA_FILE_ID = 4  # "evacuation", stored in the object store of storage server 501
 TTS_TEXT = "Visitors are kindly asked to leave their bags at the reception."
 TTS_ELEMENTS = "1001,1006"
+DEVICES = "201,202"  # the gate's door station and the entrance camera
+DEVICE_SENTENCE = "Visitor at the gate. Please open the barrier."
 
 
 def log(text):
@@ -137,6 +143,13 @@ def describe(notification):
             return "text to speech started at every speaker"
         return "text to speech did not start at " + ", ".join(
             "%s (%s)" % (e.get("ElementID"), e.get("ErrorInfo")) for e in failed)
+    if method == 7:
+        if data.get("ErrorCode", 0) == 0:
+            return "device broadcast started to %s" % data.get("DeviceIDs")
+        return "device broadcast to %s did not start: %s" % (data.get("DeviceIDs"), data.get("ErrorInfo"))
+    if method == 8:
+        return "device %s: status %s%s" % (data.get("ID"), data.get("Status"),
+                                           " (%s)" % data["ErrorInfo"] if data.get("ErrorInfo") else "")
     kind = {0: "stage", 1: "speaker", 2: "resource"}.get(data.get("NotifyType"), "?")
     text = "%-8s element %s: play state %s, status %s, work state %s" % (
         kind, data.get("ID"), data.get("PlayState"), data.get("ConnectState"), data.get("WorkState"))
@@ -232,6 +245,29 @@ def live_talk(host, work, speakers, args, client_env, procs):
     return ok and bool(talks)
 
 
+def device_talk(host, work, speakers, args, client_env, procs):
+    """Talks a sentence into the virtual microphone to the door station and the camera (not IP speakers)."""
+    sentence = os.path.join(work, "device-sentence.wav")
+    subprocess.run(["espeak-ng", "-v", "en", "-s", "150", "-w", sentence, DEVICE_SENTENCE], check=True)
+    seconds = float(subprocess.run(["soxi", "-D", sentence], check=True, capture_output=True, text=True).stdout)
+    log("device talk to %s: %.1f s \"%s\"" % (DEVICES, seconds, DEVICE_SENTENCE))
+    players = []
+
+    def speak_when_a_device_plays(notification):
+        if not players and notification.get("Method") == 8 and notification.get("Data", {}).get("Status") == 1:
+            log("  speaking into the microphone")
+            players.append(procs.start("paplay", ["paplay", "-d", "vmic", sentence], env=client_env))
+
+    code, _, _ = host.run(["device-talk", DEVICES, "--wait", "%.1f" % (seconds + 2.0)], speak_when_a_device_plays)
+    for player in players:
+        player.wait()
+    if code != 0 or not players:
+        raise RuntimeError("the device talk failed (see above)")
+    log("devices (%s):" % speakers)
+    return compare(args.build, sentence, ",".join("device-" + d for d in DEVICES.split(",")), speakers,
+                   args.min_correlation)
+
+
 def file_broadcast(host, work, speakers, args):
     """Downloads a media file, plays it, and has the platform speak a text."""
     path = None
@@ -280,6 +316,8 @@ def main():
     parser.add_argument("--keep", action="store_true", help="keep the work directory")
     parser.add_argument("--file", action="store_true",
                         help="first download and play a media file and speak a text, then the live talk")
+    parser.add_argument("--devices", action="store_true",
+                        help="after the live talk, talk to the door station and the camera (device broadcast)")
     parser.add_argument("--min-correlation", type=float, default=0.5)
     args = parser.parse_args()
 
@@ -299,6 +337,8 @@ def main():
         host = Host(procs, args.build, config_path, client_env)
         ok = file_broadcast(host, work, speakers, args) if args.file else True
         ok = live_talk(host, work, speakers, args, client_env, procs) and ok
+        if args.devices:
+            ok = device_talk(host, work, speakers, args, client_env, procs) and ok
         log("demo " + ("ok" if ok else "FAILED"))
     finally:
         procs.stop_all()
