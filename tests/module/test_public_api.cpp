@@ -34,7 +34,8 @@ protected:
         BusinessCommon::UnInitBusinessCommon();
     }
     void SetUp() override {
-        // Results of an earlier test's requests still queued for delivery must not reach this test's listener.
+        // Results of an earlier test's requests still queued for delivery must not reach this test's
+        // listener.
         WaitFor([] { return CBroadcastController::Instance()->GetMainTaskCount() == 0; });
         Settle(100);
         bus = BusinessCommon::CPluginCommManager::Instance();
@@ -161,6 +162,45 @@ TEST_F(PublicApiTest, SpeakerStatesBecomeMethodTwoMessagesAndStartsMethodZero) {
     EXPECT_EQ(state.get_int_v("/Data/WorkState", -1), 4);
     EXPECT_NE(state.get_v("/Data/ErrorInfo").find("malformed"), std::string::npos);
     EXPECT_EQ(messages[2], R"({"Method":1})");
+}
+
+TEST_F(PublicApiTest, DeviceBroadcastRequestsAreCheckedAndResultsAndStatesReachListeners) {
+    std::string response;
+    for (const char* bad : {R"({"Data":{"DeviceIDs":""}})", R"({"Data":{"DeviceIDs":"1,x"}})", "{{", "{}"}) {
+        EXPECT_FALSE(Call("StartDeviceBroadcast", bad, response)) << bad;
+        EXPECT_NE(Result(response), std::make_pair(0, 0)) << bad;
+    }
+    ASSERT_TRUE(Call("RegisterMessageCallback", R"({"IsRegister":true,"PluginID":"listener.c"})", response));
+    // Accepted and run: without a platform session the start fails, and the listener hears why.
+    ASSERT_TRUE(Call("StartDeviceBroadcast", R"({"Data":{"DeviceIDs":"5,6","Type":1}})", response));
+    EXPECT_EQ(Result(response), std::make_pair(0, 0));
+    ASSERT_TRUE(WaitFor([&] { return MessageCount() == 1; }));
+    CRapidJsonProto started;
+    ASSERT_TRUE(started.set_str(messages[0]));
+    EXPECT_EQ(started.get_int_v("/Method", -1), 7);
+    EXPECT_EQ(started.get_v("/Data/DeviceIDs"), "5,6");
+    EXPECT_NE(started.get_int_v("/Data/ErrorCode", 0), 0);
+    EXPECT_FALSE(started.get_v("/Data/ErrorInfo").empty());
+
+    DeviceNotifyParam state;
+    state.groupId = "G7";
+    state.resourceId = 201;
+    state.status = 2;
+    state.resourceStatus = 4;
+    state.errorInfo = "The device cannot be reached.";
+    emit CBroadcastController::Instance()->SignalDeviceBroadcastState(state);
+    ASSERT_TRUE(WaitFor([&] { return MessageCount() == 2; }));
+    CRapidJsonProto device;
+    ASSERT_TRUE(device.set_str(messages[1]));
+    EXPECT_EQ(device.get_int_v("/Method", -1), 8);
+    EXPECT_EQ(device.get_v("/Data/GroupId"), "G7");
+    EXPECT_EQ(device.get_int_v("/Data/ID", -1), 201);
+    EXPECT_EQ(device.get_int_v("/Data/Status", -1), 2);
+    EXPECT_EQ(device.get_int_v("/Data/ResourceStatus", -1), 4);
+    EXPECT_EQ(device.get_v("/Data/ErrorInfo"), "The device cannot be reached.");
+
+    EXPECT_TRUE(Call("StopDeviceBroadcast", "{}", response)) << "stopping nothing succeeds";
+    EXPECT_EQ(Result(response), std::make_pair(0, 0));
 }
 
 TEST_F(PublicApiTest, ConfigTerminalsWorkStateStopAndUpload) {
