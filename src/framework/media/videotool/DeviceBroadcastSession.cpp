@@ -85,12 +85,14 @@ bool CDeviceBroadcastSession::Start() {
         board_.Report(refused.deviceId, kDeviceFailed, kDeviceIdle,
                       ErrorCodeTrans::GetErrorInfoByErrorCode(error));
     }
-    if (!OpenTalks(group)) {
+    // The microphone runs before the talks open, so that each device has audio as soon as its talk is open:
+    // a device ends a talk whose audio does not come within its read time-out.
+    ErrorCode error;
+    if (!StartCapture(group, error)) {
+        Tal::Base::Error::SetLastError(error);
         return false;
     }
-    ErrorCode error;
-    if (Cancelled(error) || !StartCapture(error)) {
-        Tal::Base::Error::SetLastError(error);
+    if (!OpenTalks(group)) {
         return false;
     }
     TAL_LOG(3, "VideoTool", "[%s]Device broadcast %s runs to %zu devices.[%s(%d)]", group.groupId.c_str(),
@@ -130,7 +132,7 @@ bool CDeviceBroadcastSession::OpenTalks(const DeviceGroup& group) {
     return true;
 }
 
-bool CDeviceBroadcastSession::StartCapture(ErrorCode& error) {
+bool CDeviceBroadcastSession::StartCapture(const DeviceGroup& group, ErrorCode& error) {
     AUDIOCOM_SOUNDCARD_INFO card{};
     uint32_t cards = 0;
     if (AUDIOCOM_GetSoundCardNum(&cards) != kAudioComSucceeded || cards == 0 ||
@@ -157,15 +159,9 @@ bool CDeviceBroadcastSession::StartCapture(ErrorCode& error) {
     }
     TAL_LOG(5, "VideoTool", "[%s]Microphone capture for the device broadcast failed, error: %d.[%s(%d)]",
             error.GetSubErrorCode());
-    std::vector<int> devices;
-    {
-        std::lock_guard<std::mutex> lock(talksMutex_);
-        for (const LiveTalk& live : talks_) {
-            devices.push_back(live.talk->DeviceId());
-        }
-    }
-    for (int deviceId : devices) {
-        board_.Report(deviceId, kDeviceFailed, kDeviceIdle, ErrorCodeTrans::GetErrorInfoByErrorCode(error));
+    for (const GroupDevice& device : group.devices) {
+        board_.Report(device.deviceId, kDeviceFailed, kDeviceIdle,
+                      ErrorCodeTrans::GetErrorInfoByErrorCode(error));
     }
     return false;
 }

@@ -47,7 +47,8 @@ private:
     };
 
     bool OpenTalks(const DeviceGroup& group);
-    bool StartCapture(Tal::Base::Error::ErrorCode& error);
+    /// Starts the microphone; when it cannot, every device of the group is reported failed with the reason.
+    bool StartCapture(const DeviceGroup& group, Tal::Base::Error::ErrorCode& error);
     void StopCapture();
     static void OnEncodedAudio(int32_t handle, const uint8_t* data, uint32_t size, void* user);
     void SendToTalks(const uint8_t* data, uint32_t size);
