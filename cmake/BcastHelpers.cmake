@@ -3,9 +3,13 @@
 add_library(bcast_settings INTERFACE)
 target_compile_options(bcast_settings INTERFACE -Wall -Wextra)
 target_include_directories(bcast_settings INTERFACE ${PROJECT_SOURCE_DIR}/src)
-# Log lines name source files relative to the repository root.
-string(LENGTH "${PROJECT_SOURCE_DIR}/" BCAST_SOURCE_PREFIX_LEN)
-target_compile_definitions(bcast_settings INTERFACE TAL_SOURCE_PREFIX_LEN=${BCAST_SOURCE_PREFIX_LEN})
+# Log lines name source files relative to the repository root. Through ccache the compiler is given paths
+# relative to the build directory already (CCACHE_BASEDIR), and a definition that holds the length of the
+# clone's path would keep clones at other paths from sharing the cache.
+if(NOT CCACHE_PROGRAM)
+  string(LENGTH "${PROJECT_SOURCE_DIR}/" BCAST_SOURCE_PREFIX_LEN)
+  target_compile_definitions(bcast_settings INTERFACE TAL_SOURCE_PREFIX_LEN=${BCAST_SOURCE_PREFIX_LEN})
+endif()
 
 if(BCAST_SANITIZE AND BCAST_TSAN)
   message(FATAL_ERROR "BCAST_SANITIZE and BCAST_TSAN cannot be combined")
