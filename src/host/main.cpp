@@ -23,6 +23,9 @@
 
 namespace {
 
+// Exit code of a mode that needs the platform when the login fails (1: the work failed, 2: usage).
+constexpr int kExitLoginFailed = 3;
+
 void PrintUsage(std::ostream& out) {
     out << "usage: bcast-host MODE [ARGS] --config FILE [--module PATH] [--wait SECONDS]\n"
            "modes:\n"
@@ -188,8 +191,8 @@ int main(int argc, char** argv) {
             std::cerr << "bcast-host: " << error << "\n";
             return 1;
         }
-        // Every mode but the lifecycle check works against the platform. A failed login is reported and the
-        // module runs anyway: its requests then fail at the transport, as they would for a user.
+        // Every mode but the lifecycle check works against the platform: without a login none of them can do
+        // what was asked, so a failed login ends the host at once with its reason.
         const bool online = options.mode != "lifecycle";
         if (online) {
             BusinessCommon::PlatformLoginRequest login;
@@ -204,7 +207,9 @@ int main(int argc, char** argv) {
                 std::cout << "login: " << config.userName << "@" << config.platformAddress << ":"
                           << config.platformPort << std::endl;
             } else {
-                std::cout << "login failed: " << error << std::endl;
+                std::cout << "bcast-host: login to " << config.platformAddress << ":" << config.platformPort
+                          << " as " << config.userName << " failed: " << error << std::endl;
+                return kExitLoginFailed;
             }
         }
         if (options.mode == "lifecycle") {

@@ -177,6 +177,21 @@ TEST_F(HostBroadcastTest, WebListenAnswersWithItsResultAndPlaysTheSpeakerToTheOu
     ASSERT_GT(played.size(), 8000u) << "at least a second of the speaker reached the output";
     EXPECT_NEAR(BcastTest::DominantFrequency(played, 8000), idleTone, 10.0);
 
+    // By the device id, which no broadcast element has: the same speaker, and a result of its own outcome
+    // only (the element lookup that misses first is not the listen's error).
+    const ProcessResult byDevice =
+        Host({"web", "StartBroadcastListen", R"({"Data":{"ResourceID":101}})", "--wait", "1"});
+    ASSERT_EQ(byDevice.exitCode, 0) << byDevice.output;
+    bool deviceAnswered = false;
+    for (const std::string& message : Lines(byDevice.output, "web message [target 0]: ")) {
+        if (message.find("BroadcastListeningResult") != std::string::npos) {
+            deviceAnswered = true;
+            EXPECT_NE(message.find(R"("Result":1)"), std::string::npos) << message;
+            EXPECT_NE(message.find(R"("ErrorInfo":"")"), std::string::npos) << message;
+        }
+    }
+    EXPECT_TRUE(deviceAnswered) << byDevice.output;
+
     // A listen the platform refuses answers with result 0 and its reason, and plays nothing.
     ASSERT_EQ(Control("GET", "/speakers").ErrorCode(), 0);
     PlatformTest::CRestClient control(platform_->RestUrl());
@@ -317,5 +332,42 @@ TEST_F(HostBroadcastTest, DeviceTalkPrintsEachDevicesStatesAndTheDevicesPlayTheM
         const std::vector<std::string> unknown = Lines(run.output, "device 4242: ");
         ASSERT_EQ(unknown.size(), 1u) << run.output;
         EXPECT_EQ(unknown[0].rfind("failed (", 0), 0u) << run.output;
+    }
+}
+
+TEST_F(HostBroadcastTest, AFailedLoginEndsEveryModeAtOnceWithOneLine) {
+    const std::string& rest = platform_->RestUrl();
+    const std::string port = rest.substr(rest.rfind(':') + 1);
+    struct Case {
+        const char* what;
+        std::string address;
+        std::string port;
+        std::string password;
+    };
+    const std::vector<Case> cases = {
+        {"a wrong password", "127.0.0.1", port, "not-the-password"},
+        {"no platform at the address", "127.0.0.1", "1", PlatformTest::kPassword},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string config = dir_->File("bad-login.json");
+        std::ofstream(config) << R"({"Platform":{"Address":")" << c.address << R"(","Port":)" << c.port
+                              << R"(},"User":{"Name":")" << PlatformTest::kUser << R"(","Password":")"
+                              << c.password << R"("},"SysConfig":{"Language":"en_US","DataPath":")"
+                              << dir_->File("data-bad") << R"("}})";
+        for (std::vector<std::string> mode :
+             {std::vector<std::string>{"api", "Config"}, std::vector<std::string>{"web", "CleanCache"},
+              std::vector<std::string>{"device-talk", "201"}}) {
+            const std::string name = mode[0];
+            const char* binary = std::getenv("BCAST_BINARY_DIR");
+            mode.insert(mode.begin(), std::string(binary != nullptr ? binary : ".") + "/bin/bcast-host");
+            mode.push_back("--config");
+            mode.push_back(config);
+            const ProcessResult run = BcastTest::RunProcess(mode, 60000, pulse_->ClientEnvironment());
+            EXPECT_EQ(run.exitCode, 3) << name << "\n" << run.output;
+            EXPECT_EQ(Lines(run.output, "bcast-host: login to ").size(), 1u) << name << "\n" << run.output;
+            EXPECT_EQ(run.output.find(" ok"), std::string::npos) << name << ": nothing ran\n" << run.output;
+            EXPECT_TRUE(Lines(run.output, "notification: ").empty()) << name;
+        }
     }
 }

@@ -99,6 +99,9 @@ bool CIPSpeakerManager::StartBroadcastListen(int32_t id) {
             break;
         }
         AddListenLog(kOperationLogListenStart, deviceID);
+        // The listen plays: an error left by a step it did not need (an id looked up as an element first)
+        // is not its result.
+        Tal::Base::Error::SetLastError(ErrorCode());
         ok = true;
     } while (false);
     if (!ok) {
