@@ -180,7 +180,7 @@ TEST_F(HostBroadcastTest, WebListenAnswersWithItsResultAndPlaysTheSpeakerToTheOu
     // By the device id, which no broadcast element has: the same speaker, and a result of its own outcome
     // only (the element lookup that misses first is not the listen's error).
     const ProcessResult byDevice =
-        Host({"web", "StartBroadcastListen", R"({"Data":{"ResourceID":101}})", "--wait", "1"});
+        Host({"web", "StartBroadcastListen", R"({"Data":{"ResourceID":101}})"});  // until it answers
     ASSERT_EQ(byDevice.exitCode, 0) << byDevice.output;
     bool deviceAnswered = false;
     for (const std::string& message : Lines(byDevice.output, "web message [target 0]: ")) {
