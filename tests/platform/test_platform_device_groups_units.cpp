@@ -117,14 +117,14 @@ protected:
         }
     }
 
-    static DeviceGroupSpec Spec(const std::string& guid, std::vector<DeviceGroupSpec::Member> members) {
-        DeviceGroupSpec spec;
-        spec.guid = guid;
+    static DeviceGroupSetup Setup(const std::string& guid, std::vector<DeviceGroupSetup::Member> members) {
+        DeviceGroupSetup setup;
+        setup.guid = guid;
         for (const auto& m : members) {
-            spec.requestedIds.push_back(m.deviceId);
+            setup.requestedIds.push_back(m.deviceId);
         }
-        spec.members = std::move(members);
-        return spec;
+        setup.members = std::move(members);
+        return setup;
     }
 
     void Audio(int deviceId, int channel, std::size_t samples) {
@@ -141,7 +141,7 @@ protected:
 };
 
 TEST_F(DeviceGroupsTest, FirstStatusesWaitForTheAnswerUnlessSomethingHappensFirst) {
-    groups_->Start(Spec("g1", {{201, true}, {202, false}}));
+    groups_->Start(Setup("g1", {{201, true}, {202, false}}));
     EXPECT_TRUE(sink_.Items().empty()) << "nothing before the client has the answer";
     groups_->OnLoginRefused(201);
     EXPECT_EQ(sink_.Trace("g1"), (std::vector<std::string>{"201:1", "202:3", "201:3"}))
@@ -161,7 +161,7 @@ TEST_F(DeviceGroupsTest, FirstStatusesWaitForTheAnswerUnlessSomethingHappensFirs
 }
 
 TEST_F(DeviceGroupsTest, AudioOnVoiceChannelOnePlaysOnceIsRecordedAndTheStopEndsEveryDevice) {
-    groups_->Start(Spec("g1", {{201, true}, {202, false}}));
+    groups_->Start(Setup("g1", {{201, true}, {202, false}}));
     scheduler_.RunPending();
     Audio(201, 2, 160);
     EXPECT_EQ(sink_.Trace("g1"), (std::vector<std::string>{"201:1", "202:3"})) << "channel 2 is no group's";
@@ -194,8 +194,8 @@ TEST_F(DeviceGroupsTest, AudioOnVoiceChannelOnePlaysOnceIsRecordedAndTheStopEnds
 }
 
 TEST_F(DeviceGroupsTest, ANewerGroupTakesTheDeviceOverOfflineFailsItAndResetIsSilent) {
-    groups_->Start(Spec("old", {{201, true}, {202, true}}));
-    groups_->Start(Spec("new", {{202, true}}));
+    groups_->Start(Setup("old", {{201, true}, {202, true}}));
+    groups_->Start(Setup("new", {{202, true}}));
     EXPECT_EQ(sink_.Trace("old"), (std::vector<std::string>{"201:1", "202:1", "202:0"}));
     scheduler_.RunPending();
     Audio(202, 1, 80);
@@ -215,12 +215,12 @@ TEST_F(DeviceGroupsTest, ANewerGroupTakesTheDeviceOverOfflineFailsItAndResetIsSi
     EXPECT_FALSE(groups_->Stop("new"));
 
     for (int i = 0; i < 20; ++i) {
-        groups_->Start(Spec("g" + std::to_string(i), {{201, true}}));
+        groups_->Start(Setup("g" + std::to_string(i), {{201, true}}));
         groups_->Stop("g" + std::to_string(i));
     }
     const std::vector<DeviceGroupInfo> kept = groups_->Snapshot();
     ASSERT_EQ(kept.size(), CDeviceGroups::kEndedKept);
-    EXPECT_EQ(kept.front().guid, "g4") << "the oldest ended groups are forgotten";
+    EXPECT_EQ(kept.front().setup.guid, "g4") << "the oldest ended groups are forgotten";
 }
 
 }  // namespace

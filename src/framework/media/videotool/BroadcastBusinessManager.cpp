@@ -5,7 +5,6 @@
 #include "framework/base/FormatLog.h"
 #include "framework/media/videotool/DeviceBroadcastSession.h"
 #include "framework/media/videotool/VideoTool.h"
-#include "framework/netcomm/RapidJsonProto.h"
 
 namespace TOOL {
 
@@ -84,10 +83,6 @@ void CBroadcastBusinessManager::SetBroadcastResoluteCallback(BroadcastResoluteCa
 }
 
 bool CBroadcastBusinessManager::PushBroadcastState(const std::string& text) {
-    NetworkCommunication::CRapidJsonProto message;
-    if (!message.set_str(text) || !message.is_exist("/NotifyType")) {
-        return false;
-    }
     std::shared_ptr<CDeviceBroadcastSession> session;
     {
         BroadcastBusiness& state = Business();
@@ -97,7 +92,7 @@ bool CBroadcastBusinessManager::PushBroadcastState(const std::string& text) {
         }
         session = state.session;
     }
-    // Only the pushes of the running broadcast's group concern this client.
+    // Only the pushes of the running broadcast's group concern this client; the session reads the text.
     return session && session->Offer(text);
 }
 

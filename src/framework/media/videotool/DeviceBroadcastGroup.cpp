@@ -63,6 +63,7 @@ bool RequestDeviceGroup(const std::vector<int>& deviceIds, int type, int record,
     //  "AccessProtocol":1,"IP":"127.0.0.1","Port":18664,"UserName":"admin","Password":"<enc>","Channel":1,
     //  "EncodeType":1,"Online":true}],"FailedList":[{"DeviceID":4242,"ErrorCode":3,"ErrorModule":30,
     //  "ErrorInfo":"unknown device"}]}
+    // "Online" is not read: every device is tried, and its own login says whether it answers.
     const std::string data = NetworkCommunication::kEnvelopeData;
     group = DeviceGroup();
     group.groupId = reply.get_v(data + "/GroupId", "");
@@ -78,17 +79,17 @@ bool RequestDeviceGroup(const std::vector<int>& deviceIds, int type, int record,
     for (int i = 1; i <= devices; ++i) {
         const std::string item = data + "/DeviceList[" + std::to_string(i) + "]";
         GroupDevice device;
-        device.deviceId = reply.get_int_v(item + "/DeviceID", -1);
-        device.name = reply.get_v(item + "/Name", "");
-        device.deviceType = reply.get_int_v(item + "/DeviceType", 0);
-        device.accessProtocol = reply.get_int_v(item + "/AccessProtocol", 0);
-        device.address = reply.get_v(item + "/IP", "");
-        device.port = static_cast<uint16_t>(reply.get_int_v(item + "/Port", 0));
-        device.userName = reply.get_v(item + "/UserName", "");
+        ResourceManager::DeviceInfo& info = device.info;
+        info.id = reply.get_int_v(item + "/DeviceID", -1);
+        info.name = reply.get_v(item + "/Name", "");
+        info.deviceType = reply.get_int_v(item + "/DeviceType", 0);
+        info.accessProtocol = reply.get_int_v(item + "/AccessProtocol", 0);
+        info.ipAddress = reply.get_v(item + "/IP", "");
+        info.port = reply.get_int_v(item + "/Port", 0);
+        info.userName = reply.get_v(item + "/UserName", "");
         device.channel = reply.get_int_v(item + "/Channel", 1);
         device.encodeType = reply.get_int_v(item + "/EncodeType", 1);
-        device.online = reply.get_bool_v(item + "/Online", true);
-        if (!BusinessCommon::DecryptServerSecret(scheme, reply.get_v(item + "/Password", ""), device.password,
+        if (!BusinessCommon::DecryptServerSecret(scheme, reply.get_v(item + "/Password", ""), info.password,
                                                  "device password")) {
             return false;
         }

@@ -9,21 +9,16 @@
 #include <string>
 #include <vector>
 
+#include "framework/resource/ResourceManager.h"
+
 namespace TOOL {
 
-/// A device the platform hands out for the group, with its login data (password decrypted).
+/// A device the platform hands out for the group: what the device registry keeps of it (with the login,
+/// password decrypted) and how to talk to it.
 struct GroupDevice {
-    int deviceId = -1;
-    std::string name;
-    int deviceType = 0;
-    int accessProtocol = 0;
-    std::string address;
-    uint16_t port = 0;
-    std::string userName;
-    std::string password;
+    ResourceManager::DeviceInfo info;
     int channel = 1;
     int encodeType = 1;
-    bool online = true;
 };
 
 /// A device the platform refused for the group.

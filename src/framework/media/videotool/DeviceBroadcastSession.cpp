@@ -108,10 +108,10 @@ bool CDeviceBroadcastSession::OpenTalks(const DeviceGroup& group) {
             Tal::Base::Error::SetLastError(error);
             return false;
         }
-        board_.Report(device.deviceId, kDeviceConnecting, kDeviceBroadcasting, "");
+        board_.Report(device.info.id, kDeviceConnecting, kDeviceBroadcasting, "");
         auto talk = std::make_unique<CDeviceTalk>(device);
         if (!talk->Open(error)) {
-            board_.Report(device.deviceId, kDeviceFailed, ResourceStatusOf(error),
+            board_.Report(device.info.id, kDeviceFailed, ResourceStatusOf(error),
                           ErrorCodeTrans::GetErrorInfoByErrorCode(error));
             if (firstError.IsSucceed()) {
                 firstError = error;
@@ -160,7 +160,7 @@ bool CDeviceBroadcastSession::StartCapture(const DeviceGroup& group, ErrorCode& 
     TAL_LOG(5, "VideoTool", "[%s]Microphone capture for the device broadcast failed, error: %d.[%s(%d)]",
             error.GetSubErrorCode());
     for (const GroupDevice& device : group.devices) {
-        board_.Report(device.deviceId, kDeviceFailed, kDeviceIdle,
+        board_.Report(device.info.id, kDeviceFailed, kDeviceIdle,
                       ErrorCodeTrans::GetErrorInfoByErrorCode(error));
     }
     return false;

@@ -72,7 +72,7 @@ bool CDeviceStateBoard::Offer(const std::string& text) {
         return false;
     }
     const std::string group = Group();
-    if (group.empty() || message.get_v("/GroupId", "") != group) {
+    if (group.empty() || !message.is_exist("/NotifyType") || message.get_v("/GroupId", "") != group) {
         return false;
     }
     if (message.get_int_v("/NotifyType", -1) != 1) {

@@ -41,7 +41,8 @@ public:
     void Report(int deviceId, int status, int resourceStatus, const std::string& errorInfo);
     /// Stopped for every device that has a state and is not stopped yet.
     void ReportAllStopped();
-    /// A pushed status text. True when it belongs to this group (delivered or recognised as a repeat).
+    /// A pushed text. True when it is a status ("NotifyType") of this group, delivered or recognised as a
+    /// repeat.
     bool Offer(const std::string& text);
 
     static std::string StatusText(const std::string& groupId, int deviceId, int status, int resourceStatus,

@@ -27,27 +27,19 @@ CDeviceTalk::~CDeviceTalk() {
 }
 
 bool CDeviceTalk::Open(ErrorCode& error) {
-    ResourceManager::DeviceInfo info;
-    info.id = device_.deviceId;
-    info.name = device_.name;
-    info.deviceType = device_.deviceType;
-    info.accessProtocol = device_.accessProtocol;
-    info.ipAddress = device_.address;
-    info.port = device_.port;
-    info.userName = device_.userName;
-    info.password = device_.password;
+    const ResourceManager::DeviceInfo& info = device_.info;
     registryDevice_ = ResourceManager::CDeviceManager::Instance()->AddOrUpdateDevice(info);
     const auto& device = registryDevice_;
     ResourceManager::CLoginParam login;
-    login.SetVal_strLoginAddress(device_.address);
-    login.SetVal_uLoginPort(device_.port);
-    login.SetVal_strUserName(device_.userName);
-    login.SetVal_strUserPwd(device_.password);
+    login.SetVal_strLoginAddress(info.ipAddress);
+    login.SetVal_uLoginPort(static_cast<uint16_t>(info.port));
+    login.SetVal_strUserName(info.userName);
+    login.SetVal_strUserPwd(info.password);
     device->SetIPModeLoginParam(login);
     loggedInHere_ = !device->IsLogin();
     const int userId = device->Login(error);
     if (userId < 0) {
-        TAL_LOG(5, "VideoTool", "[%s]Login to device %d failed, error: %d.[%s(%d)]", device_.deviceId,
+        TAL_LOG(5, "VideoTool", "[%s]Login to device %d failed, error: %d.[%s(%d)]", device_.info.id,
                 error.GetSubErrorCode());
         return false;
     }
@@ -57,7 +49,7 @@ bool CDeviceTalk::Open(ErrorCode& error) {
             DevNet::ConfigureRealtimeFormat(userId, device_.encodeType);
         if (!format.stdConfigOk && !format.fallbackOk) {
             TAL_LOG(4, "VideoTool", "[%s]Device %d took no audio format (%u, %u); the talk goes on.[%s(%d)]",
-                    device_.deviceId, format.stdConfigError, format.fallbackError);
+                    device_.info.id, format.stdConfigError, format.fallbackError);
         }
         channel = 1;
     }
@@ -65,11 +57,11 @@ bool CDeviceTalk::Open(ErrorCode& error) {
     if (handle_ < 0) {
         error = DeviceError(DEVNET_GetLastError());
         TAL_LOG(5, "VideoTool", "[%s]Device %d refused the voice talk on channel %d, error: %d.[%s(%d)]",
-                device_.deviceId, channel, error.GetSubErrorCode());
+                device_.info.id, channel, error.GetSubErrorCode());
         return false;
     }
-    TAL_LOG(3, "VideoTool", "[%s]Voice talk to device %d (%s:%u) open, handle %d.[%s(%d)]", device_.deviceId,
-            device_.address.c_str(), static_cast<unsigned>(device_.port), handle_);
+    TAL_LOG(3, "VideoTool", "[%s]Voice talk to device %d (%s:%d) open, handle %d.[%s(%d)]", device_.info.id,
+            device_.info.ipAddress.c_str(), device_.info.port, handle_);
     return true;
 }
 
@@ -87,7 +79,7 @@ bool CDeviceTalk::Send(const char* data, uint32_t size, ErrorCode& error) {
 
 void CDeviceTalk::Close() {
     if (handle_ >= 0 && DEVNET_StopVoiceTalk(handle_) == 0) {
-        TAL_LOG(4, "VideoTool", "[%s]Voice talk to device %d ended with error %u.[%s(%d)]", device_.deviceId,
+        TAL_LOG(4, "VideoTool", "[%s]Voice talk to device %d ended with error %u.[%s(%d)]", device_.info.id,
                 DEVNET_GetLastError());
     }
     handle_ = -1;

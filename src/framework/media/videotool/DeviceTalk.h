@@ -29,7 +29,7 @@ public:
     /// too, so that devices do not keep sessions of broadcasts long past. Repeatable.
     void Close();
 
-    int DeviceId() const { return device_.deviceId; }
+    int DeviceId() const { return device_.info.id; }
     const GroupDevice& Device() const { return device_; }
 
 private:

@@ -41,12 +41,12 @@ RestResponse StartDeviceBroadcast(const RestRequest& request, PlatformContext& c
     if (ids == nullptr || !ids->IsArray() || ids->Empty()) {
         return PlatformError(kErrBadRequest, "\"DeviceIDs\" must be a non-empty array of device ids");
     }
-    DeviceGroupSpec spec;
+    DeviceGroupSetup setup;
     for (const rapidjson::Value& v : ids->GetArray()) {
         if (!v.IsInt()) {
             return PlatformError(kErrBadRequest, "\"DeviceIDs\" must hold device ids (integers)");
         }
-        spec.requestedIds.push_back(v.GetInt());
+        setup.requestedIds.push_back(v.GetInt());
     }
     const rapidjson::Value* type = Json::Find(body, "Type");
     const rapidjson::Value* record = Json::Find(body, "Record");
@@ -55,9 +55,9 @@ RestResponse StartDeviceBroadcast(const RestRequest& request, PlatformContext& c
         (filePath != nullptr && !filePath->IsString())) {
         return PlatformError(kErrBadRequest, "\"Type\" and \"Record\" must be integers, \"FilePath\" a text");
     }
-    spec.type = type != nullptr ? type->GetInt() : 0;
-    spec.record = record != nullptr ? record->GetInt() : 0;
-    spec.filePath = filePath != nullptr ? filePath->GetString() : "";
+    setup.type = type != nullptr ? type->GetInt() : 0;
+    setup.record = record != nullptr ? record->GetInt() : 0;
+    setup.filePath = filePath != nullptr ? filePath->GetString() : "";
 
     CDeviceFarm* farm = context.site.Devices();
     CDeviceGroups* groups = context.site.DeviceGroups();
@@ -65,16 +65,16 @@ RestResponse StartDeviceBroadcast(const RestRequest& request, PlatformContext& c
         return PlatformError(kErrUnsupported, "the platform runs without its simulated devices (--no-peers)");
     }
     const int secureType = context.registry.SecureEncryptType();
-    spec.guid = NewGuid();
-    if (spec.guid.empty()) {
+    setup.guid = NewGuid();
+    if (setup.guid.empty()) {
         return PlatformError(kErrInternal, "cannot make a group GUID", 500);
     }
     Json::CWriter w;
-    w.BeginObject().String("GroupId", spec.guid).Int("SecureEncryptType", secureType);
+    w.BeginObject().String("GroupId", setup.guid).Int("SecureEncryptType", secureType);
     w.BeginArray("DeviceList");
     std::vector<FailedDevice> failed;
     std::set<int> seen;
-    for (int id : spec.requestedIds) {
+    for (int id : setup.requestedIds) {
         if (!seen.insert(id).second) {
             continue;
         }
@@ -97,7 +97,7 @@ RestResponse StartDeviceBroadcast(const RestRequest& request, PlatformContext& c
         w.String("UserName", d->userName).String("Password", password);
         w.Int("Channel", CDeviceGroups::kVoiceChannel).Int("EncodeType", kEncodeTypeG711u);
         w.Bool("Online", online).EndObject();
-        spec.members.push_back({id, online});
+        setup.members.push_back({id, online});
     }
     w.EndArray().BeginArray("FailedList");
     for (const FailedDevice& f : failed) {
@@ -108,7 +108,7 @@ RestResponse StartDeviceBroadcast(const RestRequest& request, PlatformContext& c
         w.String("ErrorInfo", f.info).EndObject();
     }
     w.EndArray().EndObject();
-    groups->Start(spec);
+    groups->Start(setup);
     return Ok(w.Text());
 }
 

@@ -173,8 +173,8 @@ RestResponse DeviceBroadcasts(const RestRequest&, PlatformContext& context) {
     w.BeginObject().BeginArray("Groups");
     if (CDeviceGroups* groups = context.site.DeviceGroups()) {
         for (const DeviceGroupInfo& g : groups->Snapshot()) {
-            w.BeginObject().String("GroupId", g.guid).IntArray("DeviceIDs", g.requestedIds);
-            w.Int("Type", g.type).Int("Record", g.record).String("FilePath", g.filePath);
+            w.BeginObject().String("GroupId", g.setup.guid).IntArray("DeviceIDs", g.setup.requestedIds);
+            w.Int("Type", g.setup.type).Int("Record", g.setup.record).String("FilePath", g.setup.filePath);
             w.Bool("Active", g.active).BeginArray("Devices");
             for (const DeviceMemberInfo& m : g.members) {
                 w.BeginObject().Int("DeviceID", m.deviceId).Int("Status", m.status);

@@ -21,11 +21,11 @@ CDeviceGroups::~CDeviceGroups() {
     Reset();
 }
 
-void CDeviceGroups::Start(const DeviceGroupSpec& spec) {
+void CDeviceGroups::Start(const DeviceGroupSetup& setup) {
     std::lock_guard<std::mutex> lock(mutex_);
     auto group = std::make_unique<Group>();
-    group->spec = spec;
-    for (const DeviceGroupSpec::Member& wanted : spec.members) {
+    group->setup = setup;
+    for (const DeviceGroupSetup::Member& wanted : setup.members) {
         std::string oldGuid;
         if (Member* old = ActiveMemberLocked(wanted.deviceId, oldGuid)) {
             ReleaseLocked(oldGuid, *old, true);
@@ -39,13 +39,13 @@ void CDeviceGroups::Start(const DeviceGroupSpec& spec) {
             m->resourceStatus = kResourceOffline;
             m->errorInfo = kOffline;
         }
-        owner_[wanted.deviceId] = spec.guid;
+        owner_[wanted.deviceId] = setup.guid;
         group->members.push_back(std::move(m));
     }
     active_.push_back(std::move(group));
-    TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]device group %s: %d devices[%s(%d)]", spec.guid.c_str(),
-            static_cast<int>(spec.members.size()));
-    const std::string guid = spec.guid;
+    TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]device group %s: %d devices[%s(%d)]", setup.guid.c_str(),
+            static_cast<int>(setup.members.size()));
+    const std::string guid = setup.guid;
     scheduler_.After(kDialDelayMs, [this, guid] {
         std::lock_guard<std::mutex> lock(mutex_);
         if (Group* g = FindActiveLocked(guid)) {
@@ -148,7 +148,7 @@ void CDeviceGroups::Reset() {
     std::lock_guard<std::mutex> lock(mutex_);
     for (auto& g : active_) {
         for (auto& m : g->members) {
-            ReleaseLocked(g->spec.guid, *m, false);
+            ReleaseLocked(g->setup.guid, *m, false);
         }
     }
     active_.clear();
@@ -159,7 +159,7 @@ void CDeviceGroups::Reset() {
 
 CDeviceGroups::Group* CDeviceGroups::FindActiveLocked(const std::string& guid) {
     for (auto& g : active_) {
-        if (g->spec.guid == guid) {
+        if (g->setup.guid == guid) {
             return g.get();
         }
     }
@@ -178,7 +178,7 @@ CDeviceGroups::Member* CDeviceGroups::ActiveMemberLocked(int deviceId, std::stri
     DialLocked(*group);
     for (auto& m : group->members) {
         if (m->deviceId == deviceId && !m->released) {
-            guid = group->spec.guid;
+            guid = group->setup.guid;
             return m.get();
         }
     }
@@ -192,7 +192,7 @@ void CDeviceGroups::DialLocked(Group& group) {
     group.dialed = true;
     for (const auto& m : group.members) {
         if (!m->released) {
-            PushLocked(group.spec.guid, *m);
+            PushLocked(group.setup.guid, *m);
         }
     }
 }
@@ -258,11 +258,7 @@ bool CDeviceGroups::OpenWavLocked(Member& m) {
 
 DeviceGroupInfo CDeviceGroups::InfoOf(const Group& group) {
     DeviceGroupInfo info;
-    info.guid = group.spec.guid;
-    info.requestedIds = group.spec.requestedIds;
-    info.type = group.spec.type;
-    info.record = group.spec.record;
-    info.filePath = group.spec.filePath;
+    info.setup = group.setup;
     info.active = group.active;
     for (const auto& m : group.members) {
         DeviceMemberInfo mi;

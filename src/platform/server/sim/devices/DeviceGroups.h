@@ -40,7 +40,7 @@ enum DeviceTalkStatus {
 constexpr int kNotifyTypeDeviceBroadcast = 1;
 
 /// A group as the client asked for it.
-struct DeviceGroupSpec {
+struct DeviceGroupSetup {
     std::string guid;
     std::vector<int> requestedIds;  ///< "DeviceIDs" as sent, usable or not
     int type = 0;
@@ -64,11 +64,7 @@ struct DeviceMemberInfo {
 };
 
 struct DeviceGroupInfo {
-    std::string guid;
-    std::vector<int> requestedIds;
-    int type = 0;
-    int record = 0;
-    std::string filePath;
+    DeviceGroupSetup setup;  ///< as the client asked for it
     bool active = false;
     std::vector<DeviceMemberInfo> members;
 };
@@ -90,7 +86,7 @@ public:
 
     /// Opens a group: takes its devices over from older groups (0 there), creates the online devices'
     /// recordings and pushes the first statuses after kDialDelayMs.
-    void Start(const DeviceGroupSpec& spec);
+    void Start(const DeviceGroupSetup& setup);
     /// Ends an active group (0 for every device); false when the GUID is unknown or already ended.
     bool Stop(const std::string& guid);
 
@@ -124,7 +120,7 @@ private:
     };
 
     struct Group {
-        DeviceGroupSpec spec;
+        DeviceGroupSetup setup;
         bool active = true;
         bool dialed = false;
         std::vector<std::unique_ptr<Member>> members;
