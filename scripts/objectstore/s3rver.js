@@ -96,10 +96,15 @@ function main() {
                    '<Message>Anonymous access is not allowed</Message></Error>');
     };
   };
+  const cannotListen = (error) => {
+    const reason = error.code === 'EADDRINUSE' ? 'another program holds the port (EADDRINUSE)' : error.message;
+    process.stderr.write(`s3rver.js: cannot listen on ${options.address}:${options.port}: ${reason}\n`);
+    process.exit(1);
+  };
   // A listen failure is emitted on the server s3rver creates, not through run()'s promise.
   process.on('uncaughtException', (error) => {
-    const what = error.syscall === 'listen' ? `cannot listen on ${options.address}:${options.port}` : 'failed';
-    process.stderr.write(`s3rver.js: ${what}: ${error.message}\n`);
+    if (error.syscall === 'listen') cannotListen(error);
+    process.stderr.write(`s3rver.js: failed: ${error.message}\n`);
     process.exit(1);
   });
   server.run().then(
@@ -107,10 +112,7 @@ function main() {
       const scheme = options.cert ? 'https' : 'http';
       process.stdout.write(`READY ${JSON.stringify({ port: address.port, scheme })}\n`);
     },
-    (error) => {
-      process.stderr.write(`s3rver.js: cannot listen on ${options.address}:${options.port}: ${error.message}\n`);
-      process.exit(1);
-    });
+    cannotListen);
   const stop = () => {
     server.close().finally(() => process.exit(0));
     setTimeout(() => process.exit(0), 2000).unref();
