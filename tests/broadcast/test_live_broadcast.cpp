@@ -74,6 +74,17 @@ TEST_F(LiveBroadcastTest, TheSpokenSentenceReachesEverySpeakerOnAllThreeTranspor
 
     CBackgroundProcess player;
     ASSERT_TRUE(SpeakOnce(player));
+    // The microphone's meter moves with the sentence.
+    float loudest = 0.0f;
+    EXPECT_TRUE(WaitFor(
+        [&] {
+            loudest = std::max(loudest, CIPSpeakerManager::Instance()->GetCaptureLevel());
+            return loudest > 0.05f;
+        },
+        10000))
+        << "the capture level while the sentence is spoken: " << loudest;
+    EXPECT_LE(loudest, 1.0f);
+    EXPECT_EQ(CIPSpeakerManager::Instance()->GetListenLevel(), 0.0f) << "nobody listens";
     ASSERT_TRUE(player.Wait(20000)) << "paplay ends with the sentence";
     BcastTest::Settle(1000);  // the tail of the sentence is still on its way
     for (int id : ids) {
@@ -82,6 +93,7 @@ TEST_F(LiveBroadcastTest, TheSpokenSentenceReachesEverySpeakerOnAllThreeTranspor
     }
     CIPSpeakerManager::Instance()->Stop();
     EXPECT_EQ(CIPSpeakerManager::Instance()->GetBroadcastKind(), -1);
+    EXPECT_EQ(CIPSpeakerManager::Instance()->GetCaptureLevel(), 0.0f) << "no live talk captures";
 
     for (int id : ids) {
         SCOPED_TRACE("speaker " + std::to_string(id));
@@ -236,15 +248,22 @@ TEST_F(LiveBroadcastTest, ListeningPlaysTheSpeakersAudioAndAFailedListenLeavesNo
     const double tone = Speaker(1001).get_double_v("/IdleToneHz", 0);
     ASSERT_GT(tone, 0);
     auto listen = [&](int id) {
+        EXPECT_EQ(manager->GetListenLevel(), 0.0f);
         manager->StartBroadcastListen(id);
         ASSERT_TRUE(manager->IsListening());
         BcastTest::CTempDir dir("listen-out");
         CBackgroundProcess recorder;
         ASSERT_TRUE(pulse_->StartRecording(dir.File("out.raw"), 8000, &recorder));
+        // The idle tone is a sine at 0.3 of full scale; the meter reads the peak of each decoded block.
+        EXPECT_TRUE(WaitFor([&] { return manager->GetListenLevel() > 0.25f; }, 2500))
+            << manager->GetListenLevel();
+        EXPECT_LT(manager->GetListenLevel(), 0.35f);
+        EXPECT_EQ(manager->GetCaptureLevel(), 0.0f) << "listening captures nothing";
         BcastTest::Settle(2500);
         recorder.Stop();
         EXPECT_TRUE(manager->StopBroadcastListen());
         EXPECT_FALSE(manager->IsListening());
+        EXPECT_EQ(manager->GetListenLevel(), 0.0f);
         const std::vector<int16_t> played =
             BcastTest::TrimSilence(BcastTest::ReadRawPcm(dir.File("out.raw")));
         ASSERT_GT(played.size(), 8000u) << "at least a second of sound reached the output";

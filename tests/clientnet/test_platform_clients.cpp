@@ -213,6 +213,68 @@ TEST_F(LoginTest, EachRefusalGivesOneClearLineAndLeavesNoSession) {
     EXPECT_TRUE(Login());
 }
 
+TEST_F(LoginTest, EachUserGetsTheBroadcastRightsThePlatformGivesAndALogoutClearsThem) {
+    auto rights = [] {
+        const BusinessCommon::BroadcastRights r = CUserCommonManager::Instance()->GetBroadcastRights();
+        return std::string(r.broadcast ? "files" : "-") + "/" + (r.realBroadcast ? "live" : "-");
+    };
+    BusinessCommon::PlatformLoginRequest guard = DemoLogin();
+    guard.user = "guard";
+    guard.password = "Guard#2026";
+    std::string error;
+    ASSERT_TRUE(BusinessCommon::LoginToPlatform(guard, error)) << error;
+    EXPECT_EQ(rights(), "files/-") << "the guard may play files and texts, not talk live";
+    EXPECT_FALSE(CUserCommonManager::Instance()->GetLogin().broadcastRights.realBroadcast);
+
+    ASSERT_TRUE(BusinessCommon::LoginToPlatform(DemoLogin(), error)) << error;
+    EXPECT_EQ(rights(), "files/live") << "the operator's login replaces the guard's rights";
+
+    ASSERT_TRUE(BusinessCommon::LoginToPlatform(guard, error)) << error;
+    EXPECT_EQ(rights(), "files/-");
+    EXPECT_TRUE(BusinessCommon::LogoutFromPlatform());
+    EXPECT_FALSE(CUserCommonManager::Instance()->IsLogin());
+    EXPECT_EQ(rights(), "files/live") << "the logout leaves nothing of the guard's rights";
+
+    // A platform that does not manage rights, or leaves one out: the login answer of a real guard session
+    // with its "BroadcastRights" replaced.
+    struct Case {
+        const char* rightsJson;  ///< nullptr: no "BroadcastRights" at all
+        const char* expected;
+    };
+    for (const Case& c : {Case{nullptr, "files/live"}, Case{R"({"RealBroadcastHasAuthority":0})", "files/-"},
+                          Case{R"({"BroadcastHasAuthority":false})", "-/live"}, Case{"{}", "files/live"}}) {
+        SCOPED_TRACE(c.rightsJson != nullptr ? c.rightsJson : "no rights in the answer");
+        PlatformTest::CRestClient session(platform_->RestUrl());
+        PlatformTest::RestReply login;
+        ASSERT_TRUE(session.Login("guard", "Guard#2026", error, &login)) << error;
+        CRapidJsonProto answer;
+        const std::string data = "/ResponseStatus/Data/";
+        answer.set_v("/ResponseStatus/ErrorModule", 0);
+        answer.set_v("/ResponseStatus/ErrorCode", 0);
+        answer.set_v("/ResponseStatus/CascadingErrorInfo", "");
+        for (const char* key : {"Token", "SessionKey", "UserName", "PushUrl", "SiteName"}) {
+            answer.set_v(data + key, login.Str((data + key).c_str()));
+        }
+        answer.set_v(data + "UserID", login.Int((data + "UserID").c_str()));
+        answer.set_v(data + "SecureEncryptType", login.Int((data + "SecureEncryptType").c_str()));
+        if (c.rightsJson != nullptr) {
+            ASSERT_TRUE(answer.set_node_str(data + "BroadcastRights", c.rightsJson));
+        }
+        CRapidJsonProto fault;
+        fault.set_v("/Method", "POST");
+        fault.set_v("/Path", kPlatformV1 + "/Session/Login");
+        fault.set_v("/Kind", "malformed");
+        fault.set_v("/Body", answer.get_str());
+        fault.set_v("/Count", 1);
+        ASSERT_GT(Fault(fault.get_str()), 0);
+        guard.renewSession = false;
+        ASSERT_TRUE(BusinessCommon::LoginToPlatform(guard, error)) << error;
+        EXPECT_EQ(CUserCommonManager::Instance()->GetLogin().token, session.Token());
+        EXPECT_EQ(rights(), c.expected);
+        EXPECT_TRUE(BusinessCommon::LogoutFromPlatform());
+    }
+}
+
 class ResourceDownloadTest : public LoggedInTest {};
 
 TEST_F(ResourceDownloadTest, ElementsAndTheirDevicesArriveWithPasswordsDecryptedUnderEitherScheme) {

@@ -5,6 +5,9 @@
 
 #include <rapidjson/pointer.h>
 
+#include <cstdio>
+#include <fstream>
+
 #include "framework/business/secret/SecretCipher.h"
 #include "support/PlatformFixture.h"
 #include "support/PushClient.h"
@@ -364,6 +367,110 @@ TEST_F(BroadcastTest, TtsStartsOnlineKnownSpeakersAndStopsThem) {
     EXPECT_EQ(Post(path, body(R"({"ID":1001})", true, "x", "xx-XX")).ErrorCode(), 4);
     EXPECT_EQ(Post(path, body(R"({"ID":1001})", true, "", "en-US")).ErrorCode(), 2);
     EXPECT_EQ(Post(path, R"({"RealTimeBroadcastTTSRequest":{"ElementList":{"Element":[]}}})").ErrorCode(), 2);
+}
+
+namespace {
+
+// A login answer's right; "<absent>" or "<not a flag>" otherwise.
+std::string Right(const RestReply& login, const std::string& key) {
+    const rapidjson::Value* node = login.Node(("/ResponseStatus/Data/BroadcastRights/" + key).c_str());
+    if (node == nullptr) {
+        return "<absent>";
+    }
+    return node->IsBool() ? (node->GetBool() ? "true" : "false") : "<not a flag>";
+}
+
+std::string TtsStart(int element) {
+    return R"({"RealTimeBroadcastTTSRequest":{"ElementList":{"Element":[{"ID":)" + std::to_string(element) +
+           R"(}]},"PlayMode":0,"AssignPlaybackDuration":"","CustomContent":"Hello","PlayType":true,)"
+           R"("Language":"en-US"}})";
+}
+
+}  // namespace
+
+TEST_F(BroadcastTest, LiveTalkAddressesNeedTheUsersLiveRight) {
+    CRestClient guard(platform_.RestUrl());
+    std::string error;
+    RestReply login;
+    ASSERT_TRUE(guard.Login("guard", "Guard#2026", error, &login)) << error;
+    EXPECT_EQ(login.Int("/ResponseStatus/Data/UserID"), 3);
+    EXPECT_EQ(Right(login, "BroadcastHasAuthority"), "true");
+    EXPECT_EQ(Right(login, "RealBroadcastHasAuthority"), "false");
+
+    const std::string path = Plugin("/RealTimeBroadcast/CommonUrlList");
+    RestReply live = guard.Send("GET", path, UrlRequest("1001,1003", 0, 0, 1));
+    EXPECT_EQ(live.status, 200);
+    EXPECT_EQ(live.ErrorModule(), 30);
+    EXPECT_EQ(live.ErrorCode(), 10) << live.Describe();
+    EXPECT_EQ(live.Str("/ResponseStatus/CascadingErrorInfo"),
+              "CommonUrlRequest[1]: user \"guard\" may not talk live");
+    EXPECT_FALSE(live.Has(kUrl));
+    // A live entry behind a file entry refuses the whole call.
+    RestReply mixed = guard.Send(
+        "GET", path,
+        R"({"CommonUrlRequest":[{"ResourceType":1027,"ResourceIDs":"1002","AudioSource":2,"AdaptiveNetWork":0},)"
+        R"({"ResourceType":1027,"ResourceIDs":"1006","AudioSource":1,"AdaptiveNetWork":0}]})");
+    EXPECT_EQ(mixed.ErrorCode(), 10) << mixed.Describe();
+    EXPECT_EQ(mixed.Str("/ResponseStatus/CascadingErrorInfo").rfind("CommonUrlRequest[2]: ", 0), 0u);
+    EXPECT_EQ(Control("GET", "/broadcasts").Node("/ResponseStatus/Data/Groups")->Size(), 0u)
+        << "a refused request creates no group";
+
+    // Files are the guard's to play; the operator may do both.
+    RestReply file = guard.Send("GET", path, UrlRequest("1001,1003", 0, 0, 2));
+    ASSERT_EQ(file.ErrorCode(), 0) << file.Describe();
+    EXPECT_EQ(file.Node(kUrl)->Size(), 2u);
+    EXPECT_EQ(UrlList(UrlRequest("1006", 0, 0, 1)).ErrorCode(), 0);
+    EXPECT_EQ(Control("GET", "/broadcasts").Node("/ResponseStatus/Data/Groups")->Size(), 3u);
+}
+
+// A site whose guard may neither talk nor play: the demo site with the guard's file right taken away.
+class NoBroadcastRightTest : public BroadcastTest {
+protected:
+    NoBroadcastRightTest() : fixturePath_(MakeTempDir("rights") + "/site.json") {
+        std::string text = ReadFile(DemoFixture());
+        const std::string from = R"("BroadcastHasAuthority": true, "RealBroadcastHasAuthority": false)";
+        const size_t at = text.find(from);
+        if (at != std::string::npos) {
+            text.replace(at, from.size(),
+                         R"("BroadcastHasAuthority": false, "RealBroadcastHasAuthority": false)");
+        }
+        std::ofstream(fixturePath_) << text;
+    }
+    ~NoBroadcastRightTest() override { std::remove(fixturePath_.c_str()); }
+    std::vector<std::string> ExtraArgs() const override {
+        return {"--fixture", fixturePath_, "--object-store", "off"};
+    }
+    std::string fixturePath_;
+};
+
+TEST_F(NoBroadcastRightTest, FilesAndTextsNeedTheUsersBroadcastRightAndStopsAreAlwaysTaken) {
+    CRestClient guard(platform_.RestUrl());
+    std::string error;
+    RestReply login;
+    ASSERT_TRUE(guard.Login("guard", "Guard#2026", error, &login)) << error;
+    ASSERT_EQ(Right(login, "BroadcastHasAuthority"), "false") << "the site was changed: " << login.body;
+    EXPECT_EQ(Right(login, "RealBroadcastHasAuthority"), "false");
+
+    RestReply file =
+        guard.Send("GET", Plugin("/RealTimeBroadcast/CommonUrlList"), UrlRequest("1002", 0, 0, 2));
+    EXPECT_EQ(file.ErrorCode(), 10) << file.Describe();
+    EXPECT_EQ(file.Str("/ResponseStatus/CascadingErrorInfo"),
+              "CommonUrlRequest[1]: user \"guard\" may not broadcast files");
+
+    const std::string tts = Plugin("/RealTimeBroadcast/TTS");
+    RestReply text = guard.Send("POST", tts, TtsStart(1001));
+    EXPECT_EQ(text.ErrorCode(), 10) << text.Describe();
+    EXPECT_EQ(text.Str("/ResponseStatus/CascadingErrorInfo"), "user \"guard\" may not broadcast texts");
+    RestReply state = Control("GET", "/broadcasts");
+    EXPECT_EQ(state.Node("/ResponseStatus/Data/Groups")->Size(), 0u);
+    EXPECT_EQ(state.Node("/ResponseStatus/Data/TtsPlays")->Size(), 0u);
+    // Stopping a text someone else started is not a broadcast of one's own.
+    ASSERT_EQ(Post(tts, TtsStart(1001)).ErrorCode(), 0);
+    RestReply stop = guard.Send(
+        "POST", tts,
+        R"({"RealTimeBroadcastTTSRequest":{"ElementList":{"Element":[{"ID":1001}]},"PlayType":false}})");
+    EXPECT_EQ(stop.ErrorCode(), 0) << stop.Describe();
+    EXPECT_EQ(Control("GET", "/broadcasts").Node("/ResponseStatus/Data/TtsPlays")->Size(), 0u);
 }
 
 // Without object stores the platform checks what it can without the object (the storage suite checks

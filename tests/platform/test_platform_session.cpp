@@ -33,6 +33,12 @@ TEST_F(SessionTest, LoginHandsOutTokenSessionKeyAndPushUrlAndRefusesBadCredentia
     EXPECT_EQ(reply.Str("/ResponseStatus/Data/UserName"), kUser);
     EXPECT_EQ(reply.Int("/ResponseStatus/Data/UserID"), 1);
     EXPECT_EQ(reply.Int("/ResponseStatus/Data/SecureEncryptType"), 1);
+    for (const char* right : {"/ResponseStatus/Data/BroadcastRights/BroadcastHasAuthority",
+                              "/ResponseStatus/Data/BroadcastRights/RealBroadcastHasAuthority"}) {
+        const rapidjson::Value* node = reply.Node(right);
+        ASSERT_NE(node, nullptr) << right;
+        EXPECT_TRUE(node->IsBool() && node->GetBool()) << right << ": the operator has every right";
+    }
     EXPECT_GE(reply.Str("/ResponseStatus/Data/Token").size(), 32u);
     EXPECT_GE(reply.Str("/ResponseStatus/Data/SessionKey").size(), 40u);
     EXPECT_NE(anonymous.Token(), client_->Token()) << "every login opens its own session";

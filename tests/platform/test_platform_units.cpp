@@ -42,6 +42,13 @@ TEST(FixtureLoader, TheDemoSiteCoversEveryTransportAndDeviceKind) {
     ASSERT_TRUE(LoadFixture(DemoPath(), f, error)) << error;
     ASSERT_NE(f.FindUser("operator"), nullptr);
     EXPECT_EQ(f.FindUser("operator")->password, "Operator#2026");
+    EXPECT_TRUE(f.FindUser("operator")->broadcastRight && f.FindUser("operator")->realBroadcastRight)
+        << "a user without rights in the site has them all";
+    ASSERT_NE(f.FindUser("guard"), nullptr);
+    EXPECT_EQ(f.FindUser("guard")->id, 3);
+    EXPECT_EQ(f.FindUser("guard")->password, "Guard#2026");
+    EXPECT_TRUE(f.FindUser("guard")->broadcastRight);
+    EXPECT_FALSE(f.FindUser("guard")->realBroadcastRight);
     int outside = 0;
     bool sms = false;
     bool sdkSpeaker = false;
@@ -82,6 +89,10 @@ TEST(FixtureLoader, RefusesInconsistentFixturesNamingTheEntry) {
         {R"({"Users":[{"ID":1,"Name":"u"}]})", "Users[0]: \"Password\" must be a text"},
         {R"({"Users":[{"ID":1,"Name":"u","Password":"p"},{"ID":1,"Name":"v","Password":"p"}]})",
          "Users: ID 1 is used twice"},
+        {R"({"Users":[{"ID":1,"Name":"u","Password":"p","Rights":true}]})",
+         "Users[0]: \"Rights\" must be an object"},
+        {R"({"Users":[{"ID":1,"Name":"u","Password":"p","Rights":{"RealBroadcastHasAuthority":"no"}}]})",
+         "Users[0]/Rights: \"RealBroadcastHasAuthority\" must be true or false"},
         {R"({"Users":[{"ID":1,"Name":"u","Password":"p"}],"Devices":[{"ID":1,"Name":"d","DeviceType":2001,)"
          R"("AccessProtocol":23}]})",
          "is not a broadcast device"},

@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -241,4 +243,115 @@ TEST_F(VoiceCaptureTest, ReceivedG711IsDecodedAndPlayed) {
         raw, 8000, {"-t", "raw", "-e", "signed-integer", "-b", "16", "-L", "-r", "8000", "-c", "1"}, &error));
     ASSERT_GE(pcm.size(), 8000u * 3 / 2) << "about 2 s were played " << error;
     EXPECT_NEAR(DominantFrequency(pcm, 8000), 600.0, 3.0);
+}
+
+namespace {
+
+// Polls `condition` every 10 ms until it holds or `timeoutMs` passes.
+bool PollUntil(const std::function<bool()>& condition, int timeoutMs) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+// 40 ms of a G.711 µ-law sine of the given amplitude (0: digital silence).
+std::vector<uint8_t> UlawFrame(int frame, double amplitude) {
+    std::vector<uint8_t> ulaw(320);
+    for (int i = 0; i < 320; ++i) {
+        const double t = (frame * 320 + i) / 8000.0;
+        ulaw[i] =
+            Tal::MediaCodec::LinearToUlaw(static_cast<int16_t>(amplitude * std::sin(2 * M_PI * 500.0 * t)));
+    }
+    return ulaw;
+}
+
+}  // namespace
+
+TEST_F(VoiceCaptureTest, TheMicrophoneLevelFollowsLoudAndSilentInputAndIsZeroWhenStopped) {
+    CVoiceCapture capture;
+    EXPECT_EQ(capture.CaptureLevel(), 0.0f);
+    ASSERT_TRUE(capture.StartCapture(1)) << Tal::Base::Error::GetLastError().ToString();
+    // Nothing plays into the sink: the microphone hears digital silence.
+    EXPECT_TRUE(PollUntil([&] { return capture.CaptureLevel() < 0.01f; }, 3000)) << capture.CaptureLevel();
+
+    // Two tones of known loudness, one after the other; the level is the peak of the latest block.
+    struct Tone {
+        double volume;
+        float low;
+        float high;
+    };
+    for (const Tone& tone : {Tone{0.5, 0.40f, 0.60f}, Tone{0.1, 0.07f, 0.13f}}) {
+        SCOPED_TRACE("tone at volume " + std::to_string(tone.volume));
+        const std::string wav = dir_.File("level-" + std::to_string(tone.volume) + ".wav");
+        ASSERT_EQ(MakeToneWav(wav, 48000, {1000.0}, 2.0, 16, tone.volume), "");
+        CBackgroundProcess player;
+        ASSERT_TRUE(peer_->StartPlaying(wav, &player));
+        ASSERT_TRUE(PollUntil([&] { return capture.CaptureLevel() > tone.low; }, 5000))
+            << "the tone reaches the microphone: " << capture.CaptureLevel();
+        // A second inside the tone: every reading is its peak.
+        float lowest = 1.0f;
+        float highest = 0.0f;
+        for (int i = 0; i < 50; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            lowest = std::min(lowest, capture.CaptureLevel());
+            highest = std::max(highest, capture.CaptureLevel());
+        }
+        EXPECT_GE(lowest, tone.low);
+        EXPECT_LE(highest, tone.high);
+        ASSERT_TRUE(player.Wait(15000)) << "paplay did not finish";
+        EXPECT_TRUE(PollUntil([&] { return capture.CaptureLevel() < 0.01f; }, 3000))
+            << "after the tone the level falls back: " << capture.CaptureLevel();
+    }
+
+    // Stopped while a tone is loud: the level reads 0 at once, and stays 0.
+    const std::string wav = dir_.File("level-stop.wav");
+    ASSERT_EQ(MakeToneWav(wav, 48000, {1000.0}, 3.0, 16, 0.5), "");
+    CBackgroundProcess player;
+    ASSERT_TRUE(peer_->StartPlaying(wav, &player));
+    ASSERT_TRUE(PollUntil([&] { return capture.CaptureLevel() > 0.4f; }, 5000)) << capture.CaptureLevel();
+    capture.StopCapture();
+    EXPECT_EQ(capture.CaptureLevel(), 0.0f);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(capture.CaptureLevel(), 0.0f);
+    player.Stop();
+}
+
+TEST_F(VoiceCaptureTest, TheListenLevelIsThePeakOfTheLatestDecodedBlockAndZeroWhenStopped) {
+    CVoiceCapture capture;
+    EXPECT_EQ(capture.ListenLevel(), 0.0f);
+    ZPSAudioParam param;
+    param.sampleRate = 8000;
+    param.bitRate = 64000;
+    param.channels = 1;
+    param.bitsPerSample = 16;
+    param.encodeType = 1;
+    ASSERT_TRUE(capture.StartDecodePlay(param)) << Tal::Base::Error::GetLastError().ToString();
+    EXPECT_EQ(capture.ListenLevel(), 0.0f) << "nothing decoded yet";
+
+    // The level is taken as the block is decoded, so each reading belongs to the block just given.
+    int frame = 0;
+    for (double amplitude : {12000.0, 0.0, 3000.0, 20000.0}) {
+        SCOPED_TRACE("amplitude " + std::to_string(amplitude));
+        const std::vector<uint8_t> ulaw = UlawFrame(frame++, amplitude);
+        ASSERT_TRUE(capture.InputStreamData(ulaw.data(), static_cast<int>(ulaw.size())));
+        // G.711 keeps a sample within about 3 % of its value.
+        EXPECT_NEAR(capture.ListenLevel(), amplitude / 32768.0, 0.03 * amplitude / 32768.0 + 0.001);
+    }
+    capture.StopDecodePlay();
+    EXPECT_EQ(capture.ListenLevel(), 0.0f);
+    EXPECT_FALSE(capture.InputStreamData(UlawFrame(0, 12000).data(), 320));
+    EXPECT_EQ(capture.ListenLevel(), 0.0f) << "audio after the stop is not metered";
+
+    // A new stream starts from 0 and meters again.
+    ASSERT_TRUE(capture.StartDecodePlay(param));
+    EXPECT_EQ(capture.ListenLevel(), 0.0f);
+    ASSERT_TRUE(capture.InputStreamData(UlawFrame(0, 12000).data(), 320));
+    EXPECT_GT(capture.ListenLevel(), 0.3f);
+    capture.StopDecodePlay();
+    EXPECT_EQ(capture.ListenLevel(), 0.0f);
 }

@@ -48,6 +48,20 @@ std::string Explain(const ErrorCode& code, const std::string& base) {
     return "the platform at " + base + " refused the login (" + detail + ")";
 }
 
+// The user's rights in the login answer's "BroadcastRights". A platform that does not manage rights sends
+// none, and a right it leaves out is granted (docs/DECISIONS.md). Flags may come as true/false or 1/0.
+BroadcastRights ReadBroadcastRights(const NetworkCommunication::CRapidJsonProto& answer,
+                                    const std::string& data) {
+    auto read = [&answer, &data](const char* key) {
+        const std::string path = data + "BroadcastRights/" + key;
+        return answer.get_int_v(path, answer.get_bool_v(path, true) ? 1 : 0) != 0;
+    };
+    BroadcastRights rights;
+    rights.broadcast = read("BroadcastHasAuthority");
+    rights.realBroadcast = read("RealBroadcastHasAuthority");
+    return rights;
+}
+
 CSessionKeeper& Keeper() {
     // The framework is created first so that it is destroyed after the keeper, whose destructor uses it.
     TalClientFrameWork::CFrameworkManagerInterface::Instance();
@@ -61,7 +75,8 @@ CSessionKeeper& Keeper() {
 // Request: {"UserName":"operator","Password":"..."}
 // Data:
 // {"Token":"..","SessionKey":"..","UserID":1,"UserName":"operator","PushUrl":"ws://127.0.0.1:18651/push",
-//        "ServerTime":1767225600000,"SiteName":"Demo site","SecureEncryptType":1}
+//        "ServerTime":1767225600000,"SiteName":"Demo site","SecureEncryptType":1,
+//        "BroadcastRights":{"BroadcastHasAuthority":true,"RealBroadcastHasAuthority":true}}
 bool OpenSession(const PlatformLoginRequest& request, std::string& error, PlatformLoginResult* result) {
     NetworkCommunication::ServerSession session;
     session.scheme = request.https ? "https" : "http";
@@ -85,6 +100,7 @@ bool OpenSession(const PlatformLoginRequest& request, std::string& error, Platfo
     info.token = answer.get_v(data + "Token", "");
     info.sessionKey = answer.get_v(data + "SessionKey", "");
     info.loginLanguage = request.language.empty() ? GetLanguage() : request.language;
+    info.broadcastRights = ReadBroadcastRights(answer, data);
     const std::string pushUrl = answer.get_v(data + "PushUrl", "");
     if (info.token.empty() || info.sessionKey.empty() || pushUrl.empty()) {
         ErrorCode code(Tal::Base::Error::kSubSystemServer, Tal::Base::Error::kModuleFramework,
@@ -117,6 +133,11 @@ bool OpenSession(const PlatformLoginRequest& request, std::string& error, Platfo
     error.clear();
     TAL_LOG(3, "Business", "[%s]Logged in to %s as %s; push link to %s.[%s(%d)]", base.c_str(),
             request.user.c_str(), pushUrl.c_str());
+    if (!info.broadcastRights.broadcast || !info.broadcastRights.realBroadcast) {
+        TAL_LOG(3, "Business", "[%s]User %s may broadcast files and texts: %s; may talk live: %s.[%s(%d)]",
+                request.user.c_str(), info.broadcastRights.broadcast ? "yes" : "no",
+                info.broadcastRights.realBroadcast ? "yes" : "no");
+    }
     return true;
 }
 

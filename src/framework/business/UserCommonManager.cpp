@@ -16,7 +16,9 @@ bool NotLoggedIn() {
 }
 }  // namespace
 
-CUserCommonManager* CUserCommonManager::Instance() { return Tal::Base::CSingleton<CUserCommonManager>::Instance(); }
+CUserCommonManager* CUserCommonManager::Instance() {
+    return Tal::Base::CSingleton<CUserCommonManager>::Instance();
+}
 
 void CUserCommonManager::SetLoginInfo(const LoginInfo& info) {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -51,6 +53,11 @@ bool CUserCommonManager::GetLoginInfo(std::string& address, int& port, std::stri
     return true;
 }
 
+BroadcastRights CUserCommonManager::GetBroadcastRights() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return login_.broadcastRights;
+}
+
 bool CUserCommonManager::GetClientDomain(std::string& domain) const {
     std::lock_guard<std::mutex> lock(mutex_);
     domain = domain_;
@@ -80,7 +87,8 @@ bool CUserCommonManager::Decryption(std::string& plain, const std::string& text,
     return CSecretCipher(login.sessionKey).Decrypt(text, plain);
 }
 
-bool CUserCommonManager::SensitiveInforDecryption(std::string& plain, const std::string& text, bool /*flag*/) const {
+bool CUserCommonManager::SensitiveInforDecryption(std::string& plain, const std::string& text,
+                                                  bool /*flag*/) const {
     const LoginInfo login = GetLogin();
     if (!IsLogin()) {
         return NotLoggedIn();

@@ -7,13 +7,21 @@
 
 namespace BusinessCommon {
 
+/// What the platform lets the logged-in user broadcast. A platform that does not manage rights sends none:
+/// then both hold.
+struct BroadcastRights {
+    bool broadcast = true;      ///< files and texts ("BroadcastHasAuthority")
+    bool realBroadcast = true;  ///< live talk from the microphone ("RealBroadcastHasAuthority")
+};
+
 struct LoginInfo {
-    std::string address;     ///< the platform address the client logged in to
+    std::string address;  ///< the platform address the client logged in to
     int port = 0;
     std::string userName;
     std::string token;       ///< the session token of the REST and push requests
     std::string sessionKey;  ///< key material of the secret schemes
     std::string loginLanguage = "en_US";
+    BroadcastRights broadcastRights;
 };
 
 class CUserCommonManager {
@@ -26,6 +34,8 @@ public:
     LoginInfo GetLogin() const;
     /// The address, port and user of the current login; false when nobody is logged in.
     bool GetLoginInfo(std::string& address, int& port, std::string& user) const;
+    /// The broadcast rights of the current login; both hold when nobody is logged in (nothing is known).
+    BroadcastRights GetBroadcastRights() const;
 
     /// "LAN" or "WAN": the network the client reaches the platform from.
     bool GetClientDomain(std::string& domain) const;

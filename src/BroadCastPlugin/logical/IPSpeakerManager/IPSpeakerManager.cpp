@@ -514,6 +514,14 @@ bool CIPSpeakerManager::IsListening() const {
     return listenDeviceID_ != -1;
 }
 
+float CIPSpeakerManager::GetCaptureLevel() const {
+    return capture_->CaptureLevel();
+}
+
+float CIPSpeakerManager::GetListenLevel() const {
+    return capture_->ListenLevel();
+}
+
 void CIPSpeakerManager::SetListenStopFlag(bool stopped) {
     std::lock_guard<std::mutex> lock(mutex_);
     listenStopped_ = stopped;

@@ -102,6 +102,11 @@ public:
     void SetStopFlag(bool stopped);
     bool IsStopped() const;
     bool IsListening() const;
+    /// Meter levels, lock-free: the peak of the most recent block as a fraction of full scale (0..1). The
+    /// microphone of the live talk; 0 while no live talk captures.
+    float GetCaptureLevel() const;
+    /// The decoded stream being listened to; 0 while not listening.
+    float GetListenLevel() const;
     void SetListenStopFlag(bool stopped);
     /// Path of the live talk's recording, empty when none.
     std::string GetRecordedFilePath() const;

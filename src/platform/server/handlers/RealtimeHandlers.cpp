@@ -100,6 +100,7 @@ void WriteResource(Json::CWriter& w, const Element& element, const Device* devic
 //   "DevicePort":..,"DeviceUserName":"..","DevicePassword":"<encrypted>","DeviceID":103,"DeviceType":2020,
 //   "Channelnfo":{"DeviceIndex":"1","DeviceResourceID":1003}}}]}]}}
 // Every request entry gives one streaming-server group and one device group, each when it has elements.
+// Live talk (AudioSource 1) needs the user's RealBroadcastHasAuthority, files (2) BroadcastHasAuthority.
 RestResponse CommonUrlList(const RestRequest& request, PlatformContext& context) {
     rapidjson::Document body;
     RestResponse error;
@@ -118,6 +119,15 @@ RestResponse CommonUrlList(const RestRequest& request, PlatformContext& context)
             return error;
         }
         requests.push_back(r);
+    }
+    const User* user = context.fixture.FindUser(request.session.userName);
+    for (size_t i = 0; i < requests.size(); ++i) {
+        const bool live = requests[i].audioSource == 1;
+        if (user == nullptr || !(live ? user->realBroadcastRight : user->broadcastRight)) {
+            return PlatformError(kErrNoRight, "CommonUrlRequest[" + std::to_string(i + 1) + "]: user \"" +
+                                                  request.session.userName + "\" may not " +
+                                                  (live ? "talk live" : "broadcast files"));
+        }
     }
 
     const Fixture& fixture = context.fixture;
@@ -278,7 +288,8 @@ RestResponse PromptTone(const RestRequest& request, PlatformContext& context, bo
 
 // Request: {"RealTimeBroadcastTTSRequest":{"ElementList":{"Element":[{"ID":1001}]},"PlayMode":0,
 //   "AssignPlaybackDuration":"","CustomContent":"text","PlayType":true,"Language":"en-US"}}
-// "PlayType" true starts, false stops; an explicit "Start" flag wins over it.
+// "PlayType" true starts, false stops; an explicit "Start" flag wins over it. A start needs the user's
+// BroadcastHasAuthority; a stop is always taken.
 // Data: {"ErrorList":[{"ElementID":1007,"ElementName":"Yard horn","ErrorModule":30,"ErrorCode":7}]}
 RestResponse Tts(const RestRequest& request, PlatformContext& context) {
     rapidjson::Document body;
@@ -298,6 +309,11 @@ RestResponse Tts(const RestRequest& request, PlatformContext& context) {
     const std::string content = Json::GetString(*root, "CustomContent");
     const std::string language = Json::GetString(*root, "Language");
     if (start) {
+        const User* user = context.fixture.FindUser(request.session.userName);
+        if (user == nullptr || !user->broadcastRight) {
+            return PlatformError(kErrNoRight,
+                                 "user \"" + request.session.userName + "\" may not broadcast texts");
+        }
         if (content.empty()) {
             return PlatformError(kErrBadRequest, "\"CustomContent\" must hold the text to speak");
         }

@@ -17,7 +17,8 @@ std::string PushUrl(const RestRequest& request, const PlatformContext& context) 
 // Request: {"UserName":"operator","Password":"Operator#2026"}
 // Data:
 // {"Token":"..","SessionKey":"..","UserID":1,"UserName":"operator","PushUrl":"ws://127.0.0.1:18651/push",
-//        "ServerTime":1767225600000,"SiteName":"..","SecureEncryptType":1}
+//        "ServerTime":1767225600000,"SiteName":"..","SecureEncryptType":1,
+//        "BroadcastRights":{"BroadcastHasAuthority":true,"RealBroadcastHasAuthority":true}}
 RestResponse Login(const RestRequest& request, PlatformContext& context) {
     rapidjson::Document body;
     RestResponse error;
@@ -50,6 +51,10 @@ RestResponse Login(const RestRequest& request, PlatformContext& context) {
     w.String("PushUrl", PushUrl(request, context));
     w.Int("ServerTime", NowMs()).String("SiteName", context.fixture.siteName);
     w.Int("SecureEncryptType", context.registry.SecureEncryptType());
+    w.BeginObject("BroadcastRights");
+    w.Bool("BroadcastHasAuthority", user->broadcastRight);
+    w.Bool("RealBroadcastHasAuthority", user->realBroadcastRight);
+    w.EndObject();
     w.EndObject();
     return Ok(w.Text());
 }

@@ -19,6 +19,7 @@ enum PlatformErrorCode {
     kErrInternal = 6,         ///< the platform could not complete the request
     kErrTerminalOffline = 7,  ///< the terminal is offline (TTS error list)
     kErrNoRoute = 8,          ///< no handler for this method and path (HTTP 404 or 405)
+    kErrNoRight = 10,         ///< the session's user lacks the right for this broadcast
 };
 
 struct RestResponse {

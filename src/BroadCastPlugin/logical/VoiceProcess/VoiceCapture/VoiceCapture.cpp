@@ -1,5 +1,7 @@
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceCapture/VoiceCapture.h"
 
+#include <algorithm>
+
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceCapture/AudioComWrappers.h"
 #include "framework/base/ErrorCode.h"
 #include "framework/base/FormatLog.h"
@@ -86,11 +88,26 @@ AUDIOCOM_STREAM_PARAM CVoiceCapture::DecodeStreamParam(const ZPSAudioParam& audi
     return param;
 }
 
+void CVoiceCapture::StoreLevel(std::atomic<float>& level, const std::atomic<bool>& metered,
+                               const uint8_t* data, uint32_t size) {
+    int peak = 0;
+    // Little-endian samples read byte by byte: the library does not promise an aligned buffer.
+    for (uint32_t i = 0; i + 1 < size; i += 2) {
+        const int sample = static_cast<int16_t>(static_cast<uint16_t>(data[i] | (data[i + 1] << 8)));
+        peak = std::max(peak, sample < 0 ? -sample : sample);
+    }
+    level.store(static_cast<float>(peak) / 32768.0f);
+    if (!metered.load()) {
+        level.store(0.0f);
+    }
+}
+
 void CVoiceCapture::OnCaptureData(int32_t /*handle*/, const uint8_t* data, uint32_t size, void* user) {
     auto* self = static_cast<CVoiceCapture*>(user);
     if (data == nullptr) {
         return;
     }
+    StoreLevel(self->captureLevel_, self->captureMetered_, data, size);
     std::lock_guard<std::mutex> lock(self->pcmMutex_);
     if (self->pcmCallback_) {
         self->pcmCallback_(data, static_cast<int>(size));
@@ -108,9 +125,12 @@ void CVoiceCapture::OnOutputData(int32_t /*handle*/, const uint8_t* data, uint32
     }
 }
 
-void CVoiceCapture::OnDecodeData(int32_t /*handle*/, const uint8_t* /*data*/, uint32_t /*size*/,
-                                 void* /*user*/) {
-    // The library plays what it decodes; nothing to do with the PCM here.
+void CVoiceCapture::OnDecodeData(int32_t /*handle*/, const uint8_t* data, uint32_t size, void* user) {
+    // The library plays what it decodes (16-bit PCM, interleaved when stereo); only its level is kept.
+    auto* self = static_cast<CVoiceCapture*>(user);
+    if (data != nullptr) {
+        StoreLevel(self->listenLevel_, self->listenMetered_, data, size);
+    }
 }
 
 void CVoiceCapture::ReleaseCaptureHandle(int32_t handle) {
@@ -164,11 +184,14 @@ bool CVoiceCapture::StartCapture(int encodeType) {
         capturing_ = false;
         return false;
     }
+    captureMetered_ = true;
     AudioComStartCapture start;
     if (!start.StartCapture(handle)) {
         SetCaptureError(start.error);
         TAL_LOG(5, "Broadcast", "[%s][AudioComStartCapture::StartCapture] fail[%s(%d)]");
         ReleaseCaptureHandle(handle);
+        captureMetered_ = false;
+        captureLevel_ = 0.0f;
         capturing_ = false;
         return false;
     }
@@ -184,21 +207,25 @@ void CVoiceCapture::StopCapture() {
         TAL_LOG(5, "Broadcast", "[%s]is not capture data, return back.[%s(%d)]");
         return;
     }
+    captureMetered_ = false;
     AudioComStopCaptureAndReleaseHandle release;
     if (!release.StopCaptureAndReleaseHandle(captureHandle_)) {
         TAL_LOG(5, "Broadcast",
                 "[%s][CVoiceInterComm::UninitAudioCom] StopCaptureAndReleaseHandle fail[%s(%d)]");
     }
+    captureLevel_ = 0.0f;
     captureHandle_ = -1;
     capturing_ = false;
 }
 
 bool CVoiceCapture::StartDecodePlay(const ZPSAudioParam& audioParam) {
     std::lock_guard<std::mutex> lock(controlMutex_);
+    listenMetered_ = false;
     if (playHandle_ >= 0) {
         ReleasePlayHandle(playHandle_);  // a new listening stream replaces the old one
         playHandle_ = -1;
     }
+    listenLevel_ = 0.0f;
     AudioComCreatePlayHandle create;
     if (!create.CreatePlayHandle()) {
         SetCaptureError(create.error);
@@ -221,6 +248,7 @@ bool CVoiceCapture::StartDecodePlay(const ZPSAudioParam& audioParam) {
         ReleasePlayHandle(create.handle);
         return false;
     }
+    listenMetered_ = true;
     playHandle_ = create.handle;
     return true;
 }
@@ -247,7 +275,9 @@ void CVoiceCapture::StopDecodePlay() {
     if (playHandle_ < 0) {
         return;
     }
+    listenMetered_ = false;
     ReleasePlayHandle(playHandle_);
+    listenLevel_ = 0.0f;
     playHandle_ = -1;
 }
 

@@ -43,6 +43,12 @@ public:
     bool InputStreamData(const uint8_t* data, int size);
     void StopDecodePlay();
 
+    /// Levels for meters, lock-free from any thread: the peak of the most recent block as a fraction of full
+    /// scale (|sample| / 32768, 0..1). The microphone's raw PCM while capturing, the decoded PCM of the
+    /// received stream while playing; 0 when stopped.
+    float CaptureLevel() const { return captureLevel_.load(); }
+    float ListenLevel() const { return listenLevel_.load(); }
+
     /// Stream parameters of capture output for an encode type; zeroed for an unknown type.
     static AUDIOCOM_STREAM_PARAM CaptureStreamParam(int encodeType);
     /// Stream parameters for decoding a received stream: its rates, the codec of its encode type.
@@ -52,6 +58,10 @@ private:
     static void OnCaptureData(int32_t handle, const uint8_t* data, uint32_t size, void* user);
     static void OnOutputData(int32_t handle, const uint8_t* data, uint32_t size, void* user);
     static void OnDecodeData(int32_t handle, const uint8_t* data, uint32_t size, void* user);
+    /// Keeps the peak of a block of 16-bit PCM in `level`; a block that races with the stop (`metered`
+    /// already false) leaves 0 behind.
+    static void StoreLevel(std::atomic<float>& level, const std::atomic<bool>& metered, const uint8_t* data,
+                           uint32_t size);
     void ReleaseCaptureHandle(int32_t handle);
     void ReleasePlayHandle(int32_t handle);
 
@@ -59,6 +69,11 @@ private:
     std::mutex controlMutex_;  // start and stop of capture and playback
     int32_t captureHandle_ = -1;
     int32_t playHandle_ = -1;
+    static_assert(std::atomic<float>::is_always_lock_free, "meters read the levels without locks");
+    std::atomic<bool> captureMetered_{false};
+    std::atomic<float> captureLevel_{0.0f};
+    std::atomic<bool> listenMetered_{false};
+    std::atomic<float> listenLevel_{0.0f};
     std::mutex pcmMutex_;
     DataCallback pcmCallback_;
     std::mutex encodedMutex_;
