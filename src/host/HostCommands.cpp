@@ -1,7 +1,10 @@
 #include "host/HostCommands.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QMainWindow>
+#include <QTabWidget>
+#include <QTreeView>
 #include <QWidget>
 
 #include <QElapsedTimer>
@@ -10,6 +13,7 @@
 #include <QTimer>
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -229,7 +233,54 @@ int RunApi(const ClientConfig& config, const PluginEntryPoints& entry, const Api
     return succeeded ? 0 : 1;
 }
 
-int RunGui(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out) {
+namespace {
+// Waits, with the event loop turning, until `done` holds or `timeoutMs` passes.
+bool PumpUntil(const std::function<bool()>& done, int timeoutMs) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!done() && timer.elapsed() < timeoutMs) {
+        QApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(5);
+    }
+    return done();
+}
+
+// Renders each tab of the panel's console into DIR/console-<n>-<name>.png, the first partition's speakers
+// chosen so that the pictures show a choice.
+int WriteScreenshots(QMainWindow& window, const std::string& dir, std::ostream& out) {
+    auto* tree = window.findChild<QTreeView*>("SpeakerTree");
+    auto* tabs = window.findChild<QTabWidget*>("ConsoleTabs");
+    if (tree == nullptr || tabs == nullptr) {
+        out << "bcast-host: the panel has no speaker tree or tabs to show" << std::endl;
+        return 1;
+    }
+    if (!PumpUntil([tree] { return tree->model()->rowCount() > 0; }, 30000)) {
+        out << "bcast-host: the site did not load within 30 s; see " << Tal::Base::GetLogFilePath()
+            << std::endl;
+        return 1;
+    }
+    PumpUntil([] { return false; }, 1500);  // the speakers' addresses follow the site
+    const QModelIndex first = tree->model()->index(0, 0);
+    tree->model()->setData(first, Qt::Checked, Qt::CheckStateRole);
+    QDir().mkpath(QString::fromStdString(dir));
+    for (int i = 0; i < tabs->count(); ++i) {
+        tabs->setCurrentIndex(i);
+        PumpUntil([] { return false; }, 300);
+        QString name = tabs->tabText(i).remove('&').toLower().replace(' ', '-');
+        const QString path =
+            QString::fromStdString(dir) + QStringLiteral("/console-%1-%2.png").arg(i + 1).arg(name);
+        if (!window.grab().save(path)) {
+            out << "bcast-host: cannot write " << path.toStdString() << std::endl;
+            return 1;
+        }
+        out << "screenshot: " << path.toStdString() << std::endl;
+    }
+    return 0;
+}
+}  // namespace
+
+int RunGui(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out,
+           const std::string& screenshotDir) {
     if (!entry.Init(config.language, nullptr) || !entry.Start()) {
         out << "the module failed to start; see " << Tal::Base::GetLogFilePath() << std::endl;
         entry.StopWorking();
@@ -243,9 +294,10 @@ int RunGui(const ClientConfig& config, const PluginEntryPoints& entry, std::ostr
         // The module hands its panel out as a widget; the host embeds it.
         window.setCentralWidget(static_cast<QWidget*>(handle));
     }
-    window.resize(720, 480);
+    window.resize(1280, 760);
     window.show();
-    const int code = QApplication::exec();
+    const int code =
+        screenshotDir.empty() ? QApplication::exec() : WriteScreenshots(window, screenshotDir, out);
     // The panel belongs to the module, which destroys it at UnInit.
     if (window.centralWidget() != nullptr) {
         window.takeCentralWidget()->setParent(nullptr);

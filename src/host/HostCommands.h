@@ -21,7 +21,8 @@ struct ApiCall {
 
 struct ApiOptions {
     std::vector<ApiCall> calls;
-    double waitSeconds = -1;  ///< how long to print notifications after each call; < 0: until the work settles
+    double waitSeconds =
+        -1;  ///< how long to print notifications after each call; < 0: until the work settles
 };
 
 /// Starts the module, calls its named JSON methods in turn through the plugin bus as a registered listener,
@@ -31,6 +32,9 @@ int RunApi(const ClientConfig& config, const PluginEntryPoints& entry, const Api
            std::ostream& out);
 
 /// Starts the module, shows its broadcast panel in a window and runs until the window closes.
-int RunGui(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out);
+/// Shows the module's broadcast panel in a window until it is closed. With `screenshotDir` it instead waits
+/// for the site to load, writes one PNG per tab of the panel (console-<n>-<tab>.png) and returns.
+int RunGui(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out,
+           const std::string& screenshotDir = std::string());
 
 }  // namespace BcastHost

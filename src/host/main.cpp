@@ -44,7 +44,9 @@ void PrintUsage(std::ostream& out) {
            "  device-talk IDS     talk from the microphone to the devices IDS (\"201,202\") for --wait "
            "SECONDS\n"
            "                      (default 5), printing each device's state, then stop\n"
-           "  gui                 show the module's broadcast panel in a window (needs a display)\n"
+           "  gui [--screenshot DIR]\n"
+           "                      show the module's broadcast console in a window (needs a display); with\n"
+           "                      --screenshot, write one PNG per tab of the console into DIR and exit\n"
            "api, web, device-talk and gui log in to the platform of the configuration first.\n"
            "The module defaults to ../lib/libBroadCastPlugin.so beside this program, or $BCAST_MODULE.\n";
 }
@@ -54,6 +56,7 @@ struct Options {
     std::vector<std::string> arguments;
     std::string configPath;
     std::string modulePath;
+    std::string screenshotDir;
     double waitSeconds = -1;
 };
 
@@ -61,8 +64,10 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
     std::vector<std::string> args(argv + 1, argv + argc);
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
-        if ((arg == "--config" || arg == "--module") && i + 1 < args.size()) {
-            (arg == "--config" ? options.configPath : options.modulePath) = args[++i];
+        if ((arg == "--config" || arg == "--module" || arg == "--screenshot") && i + 1 < args.size()) {
+            (arg == "--config"   ? options.configPath
+             : arg == "--module" ? options.modulePath
+                                 : options.screenshotDir) = args[++i];
         } else if (arg == "--wait" && i + 1 < args.size()) {
             char* end = nullptr;
             options.waitSeconds = std::strtod(args[++i].c_str(), &end);
@@ -102,6 +107,10 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
     if (deviceTalk && (options.arguments.empty() || options.arguments[0].empty() ||
                        options.arguments[0].find_first_not_of("0123456789,") != std::string::npos)) {
         error = "device-talk needs the device ids, such as 201,202";
+        return false;
+    }
+    if (!options.screenshotDir.empty() && options.mode != "gui") {
+        error = "--screenshot belongs to the gui mode";
         return false;
     }
     if (options.arguments.size() > allowed) {
@@ -238,7 +247,7 @@ int main(int argc, char** argv) {
             api.waitSeconds = options.waitSeconds >= 0 ? options.waitSeconds : 5;
             code = BcastHost::RunApi(config, module.Entry(), api, std::cout);
         } else {
-            code = BcastHost::RunGui(config, module.Entry(), std::cout);
+            code = BcastHost::RunGui(config, module.Entry(), std::cout, options.screenshotDir);
         }
         if (online) {
             BusinessCommon::LogoutFromPlatform();

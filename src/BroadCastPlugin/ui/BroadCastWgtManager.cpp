@@ -1,31 +1,21 @@
 #include "BroadCastPlugin/ui/BroadCastWgtManager.h"
 
-#include <QStringList>
+#include <QCoreApplication>
+#include <QTranslator>
 
 #include "BroadCastPlugin/BroadcastConstants.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
+#include "BroadCastPlugin/ui/model/ConsoleSite.h"
 #include "BroadCastPlugin/ui/panels/BroadcastPanel.h"
-#include "framework/errortext/ErrorCodeTrans.h"
+#include "framework/business/BusinessCommon.h"
 #include "framework/wuicontrol/WUIControl.h"
 
+// The translations are compiled into the module's resources; the static library needs this to register them.
+static void InitBroadcastTranslations() {
+    Q_INIT_RESOURCE(broadcast_translations);
+}
+
 namespace BroadCastPlugin {
-
-namespace {
-QString ErrorText(const ErrorCode& error) {
-    if (error.IsSucceed()) {
-        return QStringLiteral("ok");
-    }
-    return QString::fromStdString(ErrorCodeTrans::GetErrorInfoByErrorCode(error));
-}
-
-QString Join(const std::vector<std::string>& items) {
-    QStringList list;
-    for (const auto& item : items) {
-        list << QString::fromStdString(item);
-    }
-    return list.join(',');
-}
-}  // namespace
 
 CBroadCastWgtManager* CBroadCastWgtManager::Instance() {
     return WUIControl::CObjectSingleton<CBroadCastWgtManager>::Instance();
@@ -39,14 +29,45 @@ CBroadCastWgtManager::CBroadCastWgtManager() = default;
 
 CBroadCastWgtManager::~CBroadCastWgtManager() = default;
 
+void CBroadCastWgtManager::InstallTranslation() {
+    if (translator_) {
+        return;
+    }
+    InitBroadcastTranslations();
+    const QString language = QString::fromStdString(BusinessCommon::GetLanguage());
+    auto translator = std::make_unique<QTranslator>();
+    if (translator->load(QStringLiteral(":/broadcast/i18n/broadcast_%1.qm").arg(language))) {
+        QCoreApplication::installTranslator(translator.get());
+        translator_ = std::move(translator);
+    } else {
+        BCAST_LOG(4, "[%s]No translation for the language %s; the panels show English.[%s(%d)]",
+                  language.toStdString().c_str());
+    }
+}
+
 void CBroadCastWgtManager::EnsureWidgets() {
+    InstallTranslation();
+    if (site_.isNull()) {
+        site_ = new CConsoleSite();
+    }
     if (panel_.isNull()) {
-        panel_ = new CBroadcastPanel();
+        panel_ = new CBroadcastPanel(site_);
         CBroadcastToolUI::Instance()->SetToolPanel(panel_);
     }
     if (popDialog_.isNull()) {
-        popDialog_ = new CBroadcastPopDialog();
+        popDialog_ = new CBroadcastPopDialog(site_);
     }
+}
+
+std::vector<CBroadcastConsole*> CBroadCastWgtManager::Consoles() const {
+    std::vector<CBroadcastConsole*> consoles;
+    if (!panel_.isNull()) {
+        consoles.push_back(panel_->Console());
+    }
+    if (!popDialog_.isNull()) {
+        consoles.push_back(popDialog_->Console());
+    }
+    return consoles;
 }
 
 bool CBroadCastWgtManager::Init() {
@@ -75,6 +96,11 @@ void CBroadCastWgtManager::Uninit() {
     }
     delete panel_.data();
     delete popDialog_.data();
+    delete site_.data();
+    if (translator_) {
+        QCoreApplication::removeTranslator(translator_.get());
+        translator_.reset();
+    }
 }
 
 void CBroadCastWgtManager::StopWorking() {
@@ -101,12 +127,8 @@ void* CBroadCastWgtManager::GetBroadcastPanelHandle() {
 void CBroadCastWgtManager::PopBroadcastPanel(const PopPannelParam& param) {
     EnsureWidgets();
     lastPop_ = param;
-    popDialog_->SetRequest(QString("type %1, items [%2], names [%3], volume %4%5")
-                               .arg(param.type)
-                               .arg(Join(param.dataItems))
-                               .arg(Join(param.resourceNames))
-                               .arg(param.volume)
-                               .arg(param.styleGiven ? QStringLiteral(", styled") : QString()));
+    site_->EnsureLoaded();
+    popDialog_->ApplyRequest(param);
     popDialog_->show();
     popDialog_->raise();
 }
@@ -115,89 +137,80 @@ bool CBroadCastWgtManager::IsModalDialogVisible() const {
     return !popDialog_.isNull() && popDialog_->isVisible();
 }
 
-void CBroadCastWgtManager::Show(const QString& line) {
-    if (!panel_.isNull()) {
-        panel_->AppendEvent(line);
-    }
-}
-
 void CBroadCastWgtManager::OnSignalUpdateVersion(std::string data) {
-    Show(QString("update pushed: %1").arg(QString::fromStdString(data)));
+    for (CBroadcastConsole* console : Consoles()) {
+        console->AppendEvent(tr("update pushed: %1").arg(QString::fromStdString(data)));
+    }
 }
 
 void CBroadCastWgtManager::OnSignalDownloadResult(DownloadResourceState state,
                                                   Tal::Base::Error::ErrorCode error) {
-    static const char* const kStates[] = {"started", "finished", "failed"};
-    const int index = static_cast<int>(state);
-    Show(QString("resource download %1 (%2)")
-             .arg(index >= 0 && index <= 2 ? kStates[index] : "?")
-             .arg(ErrorText(error)));
+    // The consoles first (they report), then the site reloads and they show it.
+    for (CBroadcastConsole* console : Consoles()) {
+        console->OnResourceDownload(state, error);
+    }
+    if (!site_.isNull()) {
+        site_->OnDownloadResult(state);
+    }
 }
 
 void CBroadCastWgtManager::OnSignalBroadcastState(std::vector<IPSpeakerNotifyParam> params) {
-    for (const IPSpeakerNotifyParam& p : params) {
-        Show(QString("event type %1, element %2, broadcast status %3, speaker status %4, resource status "
-                     "%5%6 (%7)")
-                 .arg(p.type)
-                 .arg(p.elementID)
-                 .arg(p.broadcastStatus)
-                 .arg(p.speakerStatus)
-                 .arg(p.resourceStatus)
-                 .arg(p.promptVoiceActive ? QStringLiteral(", prompt tone") : QString())
-                 .arg(ErrorText(p.error)));
-        if (p.type == 0 && !panel_.isNull()) {
-            panel_->SetStatus(QString("Broadcast status %1").arg(p.broadcastStatus));
-        }
+    for (CBroadcastConsole* console : Consoles()) {
+        console->OnBroadcastState(params);
     }
 }
 
 void CBroadCastWgtManager::OnSignalTTSBroadcastState(std::vector<TTSResponseError> errors) {
-    Show(QString("text-to-speech started, %1 speakers failed").arg(errors.size()));
-    for (const TTSResponseError& e : errors) {
-        Show(QString("  %1 (%2): %3")
-                 .arg(QString::fromStdString(e.ElementName))
-                 .arg(e.ElementID)
-                 .arg(ErrorText(e.Error)));
+    for (CBroadcastConsole* console : Consoles()) {
+        console->OnTTSState(errors);
     }
 }
 
 void CBroadCastWgtManager::OnSignalStopBroadcast(std::string /*text*/, Tal::Base::Error::ErrorCode error,
-                                                 void* /*user*/) {
-    Show(QString("broadcast stopped (%1)").arg(ErrorText(error)));
-    if (!panel_.isNull()) {
-        panel_->SetStatus(tr("Idle"));
+                                                 void* user) {
+    for (CBroadcastConsole* console : Consoles()) {
+        console->OnStopBroadcast(error, user);
     }
 }
 
 void CBroadCastWgtManager::OnSignalListenBroadcast(ResourceManager::ID id, Tal::Base::Error::ErrorCode error,
-                                                   void* /*user*/) {
-    Show(QString("listen to %1 (%2)").arg(id).arg(ErrorText(error)));
+                                                   void* user) {
+    for (CBroadcastConsole* console : Consoles()) {
+        console->OnListen(id, error, user);
+    }
 }
 
-void CBroadCastWgtManager::OnSignalStopListenBroadcast(Tal::Base::Error::ErrorCode error, void* /*user*/) {
-    Show(QString("listen stopped (%1)").arg(ErrorText(error)));
+void CBroadCastWgtManager::OnSignalStopListenBroadcast(Tal::Base::Error::ErrorCode error, void* user) {
+    for (CBroadcastConsole* console : Consoles()) {
+        console->OnStopListen(error, user);
+    }
 }
 
 void CBroadCastWgtManager::OnSignalDownloadFileToLocal(ResourceManager::ID id,
-                                                       Tal::Base::Error::ErrorCode error, void* /*user*/) {
-    Show(QString("media file %1 download (%2)").arg(id).arg(ErrorText(error)));
+                                                       Tal::Base::Error::ErrorCode error, void* user) {
+    for (CBroadcastConsole* console : Consoles()) {
+        console->OnDownloadFile(id, error, user);
+    }
 }
 
 void CBroadCastWgtManager::OnSignalSearchMediaFiles(std::vector<MediaFile> files,
                                                     Tal::Base::Error::ErrorCode error) {
-    Show(QString("media search: %1 files (%2)").arg(files.size()).arg(ErrorText(error)));
+    for (CBroadcastConsole* console : Consoles()) {
+        console->OnSearchMediaFiles(files, error);
+    }
 }
 
 void CBroadCastWgtManager::OnSignalStartDeviceBroadcast(std::vector<ResourceManager::ID> ids,
                                                         Tal::Base::Error::ErrorCode error) {
-    Show(QString("device broadcast to %1 devices (%2)").arg(ids.size()).arg(ErrorText(error)));
+    for (CBroadcastConsole* console : Consoles()) {
+        console->OnStartDeviceBroadcast(ids, error);
+    }
 }
 
 void CBroadCastWgtManager::OnSignalDeviceBroadcastState(DeviceNotifyParam param) {
-    Show(QString("device %1 status %2 (%3)")
-             .arg(QString::fromStdString(param.indexCode))
-             .arg(param.status)
-             .arg(QString::fromStdString(param.errorInfo)));
+    for (CBroadcastConsole* console : Consoles()) {
+        console->OnDeviceBroadcastState(param);
+    }
 }
 
 CBroadcastToolUI* CBroadcastToolUI::Instance() {

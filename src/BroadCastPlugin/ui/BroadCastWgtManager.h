@@ -1,6 +1,6 @@
 #pragma once
-// UI side of the module: owns the panels, receives the controller's results on the main thread and shows
-// them.
+// UI side of the module: owns the site data and the panels, receives the controller's results on the main
+// thread and hands them to each console.
 
 #include <QObject>
 #include <QPointer>
@@ -14,9 +14,12 @@
 #include "BroadCastPlugin/ui/PopPannelParam.h"
 #include "BroadCastPlugin/ui/panels/BroadcastPanel.h"
 
+class QTranslator;
 class QWidget;
 
 namespace BroadCastPlugin {
+
+class CConsoleSite;
 
 class CBroadCastWgtManager : public QObject {
     Q_OBJECT
@@ -27,12 +30,12 @@ public:
     CBroadCastWgtManager();
     ~CBroadCastWgtManager() override;
 
-    /// Creates the panels that are still missing and connects the controller's results (unique
-    /// connections, so repeating it adds none).
+    /// Installs the translation of the client's language, creates the panels that are still missing and
+    /// connects the controller's results (unique connections, so repeating it adds none).
     bool Init();
     /// Disconnects the controller's results and destroys the panels.
     void Uninit();
-    /// Hides the panels.
+    /// Hides the panels and stops what they run.
     void StopWorking();
     void RefreshFrame();
 
@@ -44,6 +47,7 @@ public:
 
     CBroadcastPanel* GetBroadcastPanel() const { return panel_; }
     CBroadcastPopDialog* GetPopDialog() const { return popDialog_; }
+    CConsoleSite* GetSite() const { return site_; }
     /// The last pop-panel request.
     PopPannelParam GetLastPopParam() const { return lastPop_; }
 
@@ -65,10 +69,14 @@ private slots:
 
 private:
     void EnsureWidgets();
-    void Show(const QString& line);
+    void InstallTranslation();
+    /// The consoles that exist now.
+    std::vector<CBroadcastConsole*> Consoles() const;
 
+    QPointer<CConsoleSite> site_;
     QPointer<CBroadcastPanel> panel_;
     QPointer<CBroadcastPopDialog> popDialog_;
+    std::unique_ptr<QTranslator> translator_;
     PopPannelParam lastPop_;
 };
 

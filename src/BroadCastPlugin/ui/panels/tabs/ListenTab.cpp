@@ -1,0 +1,148 @@
+#include "BroadCastPlugin/ui/panels/tabs/ListenTab.h"
+
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
+#include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"
+
+namespace BroadCastPlugin {
+
+CListenTab::CListenTab(IConsoleContext* context, QWidget* parent)
+    : QWidget(parent),
+      context_(context),
+      speaker_(new QComboBox(this)),
+      listen_(new QPushButton(tr("Listen"), this)),
+      level_(new QProgressBar(this)),
+      state_(new QLabel(this)),
+      ticker_(new QTimer(this)) {
+    setObjectName("ListenTab");
+    speaker_->setObjectName("ListenSpeaker");
+    speaker_->setAccessibleName(tr("Speaker to listen to"));
+    listen_->setObjectName("ListenButton");
+    level_->setObjectName("ListenLevel");
+    level_->setRange(0, 100);
+    level_->setTextVisible(false);
+    level_->setMaximumHeight(12);
+    level_->setAccessibleName(tr("Level of what is heard"));
+    state_->setObjectName("ListenState");
+    state_->setWordWrap(true);
+
+    auto* layout = new QVBoxLayout(this);
+    auto* row = new QHBoxLayout();
+    row->addWidget(new QLabel(tr("Speaker"), this));
+    row->addWidget(speaker_, 1);
+    row->addWidget(listen_);
+    layout->addLayout(row);
+    auto* meterRow = new QHBoxLayout();
+    meterRow->addWidget(new QLabel(tr("Heard"), this));
+    meterRow->addWidget(level_, 1);
+    layout->addLayout(meterRow);
+    layout->addWidget(state_);
+    layout->addStretch(1);
+
+    connect(listen_, &QPushButton::clicked, this,
+            [this] { IsListening() ? (void)StopListen() : StartListen(); });
+    ticker_->setInterval(50);
+    connect(ticker_, &QTimer::timeout, this, [this] {
+        const float level = CIPSpeakerManager::Instance()->GetListenLevel();
+        level_->setValue(static_cast<int>(std::clamp(level, 0.0f, 1.0f) * 100.0f + 0.5f));
+    });
+    RefreshControls();
+}
+
+void CListenTab::OnSiteChanged() {
+    const int32_t current = speaker_->currentData().isValid() ? speaker_->currentData().toInt() : -1;
+    speaker_->clear();
+    for (const ConsoleSpeaker& speaker : context_->Site().speakers) {
+        speaker_->addItem(speaker.name, speaker.id);
+    }
+    ChooseSpeaker(current);
+    RefreshControls();
+}
+
+bool CListenTab::ChooseSpeaker(int32_t elementId) {
+    const int index = speaker_->findData(elementId);
+    if (index < 0) {
+        return false;
+    }
+    speaker_->setCurrentIndex(index);
+    return true;
+}
+
+void CListenTab::StartListen() {
+    if (!speaker_->currentData().isValid() || IsListening()) {
+        return;
+    }
+    const int32_t id = speaker_->currentData().toInt();
+    if (!CBroadcastController::Instance()->AsyncStartListen(id, context_->RequestTag())) {
+        context_->Prompt(kMessageLevelDanger, tr("The listen could not be started."));
+        return;
+    }
+    listening_ = id;
+    stopping_ = false;
+    state_->setText(tr("Connecting to %1...").arg(speaker_->currentText()));
+    RefreshControls();
+}
+
+bool CListenTab::StopListen() {
+    if (!IsListening() || stopping_) {
+        return false;
+    }
+    stopping_ = true;
+    CBroadcastController::Instance()->AsyncStopListen(context_->RequestTag());
+    RefreshControls();
+    return true;
+}
+
+void CListenTab::OnListenResult(int32_t id, const ErrorCode& error, void* user) {
+    if (user != context_->RequestTag()) {
+        return;
+    }
+    if (!error.IsSucceed()) {
+        listening_ = -1;
+        stopping_ = false;
+        state_->setText(tr("Cannot listen: %1").arg(ErrorText(error)));
+        context_->Prompt(
+            kMessageLevelDanger,
+            tr("Cannot listen to %1: %2").arg(context_->Speakers()->SpeakerName(id), ErrorText(error)));
+    } else if (!stopping_) {
+        state_->setText(tr("Listening to %1.").arg(context_->Speakers()->SpeakerName(id)));
+        context_->Log(tr("listening to %1").arg(context_->Speakers()->SpeakerName(id)));
+        ticker_->start();
+    }
+    RefreshControls();
+}
+
+void CListenTab::OnStopListenResult(const ErrorCode& error, void* user) {
+    if (user != context_->RequestTag()) {
+        return;
+    }
+    ticker_->stop();
+    level_->setValue(0);
+    listening_ = -1;
+    stopping_ = false;
+    state_->setText(error.IsSucceed() ? tr("Not listening.")
+                                      : tr("The listen stopped with an error: %1").arg(ErrorText(error)));
+    RefreshControls();
+}
+
+void CListenTab::RefreshControls() {
+    const bool allowed = context_->Site().rights.broadcast;
+    listen_->setText(IsListening() ? tr("Stop listening") : tr("Listen"));
+    listen_->setEnabled(allowed && !stopping_ && (IsListening() || speaker_->count() > 0));
+    speaker_->setEnabled(!IsListening());
+    if (!allowed) {
+        state_->setText(tr("Listening is not allowed for your account."));
+    }
+}
+
+}  // namespace BroadCastPlugin

@@ -1,0 +1,52 @@
+#pragma once
+// Live talk from the microphone to the chosen speakers: a talk/stop toggle or push-to-talk (hold the button
+// or the space bar), the microphone level, the time talked and whether the talk is recorded.
+
+#include <QElapsedTimer>
+#include <QWidget>
+
+#include "BroadCastPlugin/ui/panels/ConsoleContext.h"
+
+class QCheckBox;
+class QLabel;
+class QProgressBar;
+class QPushButton;
+class QTimer;
+
+namespace BroadCastPlugin {
+
+class CTalkTab : public QWidget, public IConsoleTab {
+    Q_OBJECT
+
+public:
+    explicit CTalkTab(IConsoleContext* context, QWidget* parent = nullptr);
+
+    void RefreshControls() override;
+    void OnSiteChanged() override;
+    void OnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) override;
+    void OnBroadcastStopped() override;
+
+    /// Push-to-talk key handling, forwarded by the console (the space bar while this tab is shown).
+    bool HandlePushToTalkKey(bool pressed);
+    bool IsTalking() const;
+    bool IsPushToTalk() const;
+
+private:
+    void StartTalk();
+    void StopTalk();
+    void OnTick();
+
+    IConsoleContext* context_;
+    QPushButton* talk_;
+    QCheckBox* pushToTalk_;
+    QLabel* state_;
+    QLabel* elapsed_;
+    QLabel* record_;
+    QLabel* denied_;
+    QProgressBar* level_;
+    QTimer* ticker_;
+    QElapsedTimer since_;
+    bool keyHeld_ = false;
+};
+
+}  // namespace BroadCastPlugin
