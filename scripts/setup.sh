@@ -7,7 +7,7 @@ PACKAGES=(
   # toolchain helpers
   cmake pkg-config ccache clang libclang-rt-14-dev
   # Qt 5
-  qtbase5-dev libqt5websockets5-dev libqt5webchannel5-dev
+  qtbase5-dev libqt5websockets5-dev libqt5webchannel5-dev qttools5-dev qttools5-dev-tools
   # framework libraries
   rapidjson-dev libcurl4-openssl-dev libssl-dev libspdlog-dev libcpp-httplib-dev
   # audio
