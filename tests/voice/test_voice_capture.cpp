@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -354,4 +355,149 @@ TEST_F(VoiceCaptureTest, TheListenLevelIsThePeakOfTheLatestDecodedBlockAndZeroWh
     EXPECT_GT(capture.ListenLevel(), 0.3f);
     capture.StopDecodePlay();
     EXPECT_EQ(capture.ListenLevel(), 0.0f);
+}
+
+namespace {
+
+// Peak |sample| of a block.
+int Peak(const std::vector<int16_t>& samples) {
+    int peak = 0;
+    for (int16_t s : samples) {
+        peak = std::max(peak, std::abs(static_cast<int>(s)));
+    }
+    return peak;
+}
+
+constexpr double kListenAmplitude = 16000.0;
+
+}  // namespace
+
+TEST_F(VoiceCaptureTest, TheListenVolumeScalesWhatThePlayDeviceOutputs) {
+    CVoiceCapture capture;
+    EXPECT_EQ(capture.ListenVolume(), 100);
+    capture.SetListenVolume(150);
+    EXPECT_EQ(capture.ListenVolume(), 100) << "clamped to full";
+    capture.SetListenVolume(-3);
+    EXPECT_EQ(capture.ListenVolume(), 0) << "clamped to silent";
+    capture.SetListenVolume(100);
+
+    ZPSAudioParam param;
+    param.sampleRate = 8000;
+    param.bitRate = 64000;
+    param.channels = 1;
+    param.bitsPerSample = 16;
+    param.encodeType = 1;
+    int frame = 0;
+    // Records what the sink plays while 1.6 s of a 500 Hz µ-law tone are sent at their pace, then lets
+    // the tail play out.
+    auto record = [&](const std::string& name, std::vector<int16_t>* played, float* levelAfter) {
+        const std::string raw = dir_.File(name + ".raw");
+        CBackgroundProcess recorder;
+        ASSERT_TRUE(peer_->StartRecording(raw, 8000, &recorder));
+        ASSERT_TRUE(PollUntil([&] { return ReadBytes(raw).size() >= 1600; }, 10000))
+            << "parec recorded nothing within 10 s";
+        auto next = std::chrono::steady_clock::now();
+        for (int i = 0; i < 40; ++i) {
+            const std::vector<uint8_t> ulaw = UlawFrame(frame++, kListenAmplitude);
+            ASSERT_TRUE(capture.InputStreamData(ulaw.data(), static_cast<int>(ulaw.size())));
+            next += std::chrono::milliseconds(40);
+            std::this_thread::sleep_until(next);
+        }
+        *levelAfter = capture.ListenLevel();
+        std::this_thread::sleep_for(std::chrono::milliseconds(600));
+        recorder.Stop();
+        *played = ReadRawPcm(raw);
+        ASSERT_GE(played->size(), 8000u) << name << ": at least a second recorded";
+    };
+
+    std::vector<int16_t> full;
+    std::vector<int16_t> quarter;
+    std::vector<int16_t> half;
+    std::vector<int16_t> silent;
+    float level = 0.0f;
+    ASSERT_TRUE(capture.StartDecodePlay(param)) << Tal::Base::Error::GetLastError().ToString();
+    record("full", &full, &level);
+    {
+        SCOPED_TRACE("turned down to 25 while the play runs");
+        capture.SetListenVolume(25);
+        record("quarter", &quarter, &level);
+        EXPECT_NEAR(level, kListenAmplitude / 32768.0, 0.03)
+            << "the meter reads the decoded stream, before the volume";
+    }
+    capture.StopDecodePlay();
+    EXPECT_EQ(capture.ListenVolume(), 25) << "kept after the play";
+    {
+        SCOPED_TRACE("set to 50 between plays: the next play starts at it");
+        capture.SetListenVolume(50);
+        ASSERT_TRUE(capture.StartDecodePlay(param)) << Tal::Base::Error::GetLastError().ToString();
+        record("half", &half, &level);
+    }
+    {
+        SCOPED_TRACE("volume 0 plays silence");
+        capture.SetListenVolume(0);
+        record("silent", &silent, &level);
+        EXPECT_GT(level, 0.4f) << "the stream is still decoded and metered";
+    }
+    capture.StopDecodePlay();
+    EXPECT_EQ(capture.ListenVolume(), 0);
+
+    // The middle half second of each tone; the volume is a linear gain, so RMS and peak scale with it.
+    const std::vector<int16_t> reference = Middle(TrimSilence(full), 4000);
+    ASSERT_EQ(reference.size(), 4000u) << "the full-volume tone was played";
+    EXPECT_NEAR(DominantFrequency(reference, 8000), 500.0, 3.0);
+    const double referenceRms = Rms(reference);
+    const int referencePeak = Peak(reference);
+    ASSERT_GT(referenceRms, 0.2) << "the tone plays near its sent level";
+    struct Scaled {
+        const char* name;
+        const std::vector<int16_t>& played;
+        double gain;
+    };
+    for (const Scaled& scaled : {Scaled{"quarter", quarter, 0.25}, Scaled{"half", half, 0.5}}) {
+        SCOPED_TRACE(scaled.name);
+        const std::vector<int16_t> tone = Middle(TrimSilence(scaled.played, 300), 4000);
+        ASSERT_EQ(tone.size(), 4000u) << "the turned-down tone was played";
+        EXPECT_NEAR(DominantFrequency(tone, 8000), 500.0, 3.0);
+        EXPECT_NEAR(Rms(tone) / referenceRms, scaled.gain, 0.1 * scaled.gain);
+        EXPECT_NEAR(static_cast<double>(Peak(tone)) / referencePeak, scaled.gain, 0.1 * scaled.gain);
+    }
+    EXPECT_LE(Peak(silent), 16) << "nothing audible at volume 0";
+}
+
+TEST_F(VoiceCaptureTest, ThePlayVolumeIsRefusedAboveFullAndOnHandlesThatAreNotPlayHandles) {
+    AUDIOCOM_SOUNDCARD_INFO device{};
+    ASSERT_EQ(AUDIOCOM_GetOnePlayDeviceName(0, &device), 1);
+    int32_t play = -1;
+    ASSERT_EQ(AUDIOCOM_CreatePlayHandle(&play, device.deviceName), 1);
+    uint32_t volume = 0;
+    ASSERT_EQ(AUDIOCOM_GetPlayVolume(play, &volume), 1);
+    EXPECT_EQ(volume, 100u) << "a new handle plays unchanged";
+
+    EXPECT_EQ(AUDIOCOM_SetPlayVolume(play, 101), 0);
+    EXPECT_EQ(AUDIOCOM_GetLastError(play), AUDIOCOM_ERR_PARAM);
+    ASSERT_EQ(AUDIOCOM_GetPlayVolume(play, &volume), 1);
+    EXPECT_EQ(volume, 100u) << "a refused volume changes nothing";
+    EXPECT_EQ(AUDIOCOM_SetPlayVolume(play, 0), 1);
+    EXPECT_EQ(AUDIOCOM_GetLastError(play), AUDIOCOM_ERR_NONE);
+    ASSERT_EQ(AUDIOCOM_GetPlayVolume(play, &volume), 1);
+    EXPECT_EQ(volume, 0u);
+    EXPECT_EQ(AUDIOCOM_GetPlayVolume(play, nullptr), 0);
+    EXPECT_EQ(AUDIOCOM_GetLastError(play), AUDIOCOM_ERR_PARAM);
+
+    EXPECT_EQ(AUDIOCOM_SetPlayVolume(987654, 50), 0);
+    EXPECT_EQ(AUDIOCOM_GetLastError(-1), AUDIOCOM_ERR_HANDLE);
+    EXPECT_EQ(AUDIOCOM_GetPlayVolume(987654, &volume), 0);
+    EXPECT_EQ(AUDIOCOM_GetLastError(-1), AUDIOCOM_ERR_HANDLE);
+
+    AUDIOCOM_SOUNDCARD_INFO card{};
+    ASSERT_EQ(AUDIOCOM_GetOneSoundCardInfo(0, &card), 1);
+    int32_t capture = -1;
+    ASSERT_EQ(AUDIOCOM_CreateCaptureHandle(&capture, card.deviceName), 1);
+    EXPECT_EQ(AUDIOCOM_SetPlayVolume(capture, 50), 0) << "a capture handle has no play volume";
+    EXPECT_EQ(AUDIOCOM_GetLastError(-1), AUDIOCOM_ERR_HANDLE);
+    EXPECT_EQ(AUDIOCOM_ReleaseCaptureHandle(capture), 1);
+
+    EXPECT_EQ(AUDIOCOM_ReleasePlayHandle(play), 1);
+    EXPECT_EQ(AUDIOCOM_SetPlayVolume(play, 50), 0) << "released";
+    EXPECT_EQ(AUDIOCOM_GetLastError(-1), AUDIOCOM_ERR_HANDLE);
 }

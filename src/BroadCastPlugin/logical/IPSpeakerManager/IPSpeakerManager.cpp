@@ -522,6 +522,14 @@ float CIPSpeakerManager::GetListenLevel() const {
     return capture_->ListenLevel();
 }
 
+void CIPSpeakerManager::SetListenVolume(int volume) {
+    capture_->SetListenVolume(volume);
+}
+
+int CIPSpeakerManager::GetListenVolume() const {
+    return capture_->ListenVolume();
+}
+
 void CIPSpeakerManager::SetListenStopFlag(bool stopped) {
     std::lock_guard<std::mutex> lock(mutex_);
     listenStopped_ = stopped;

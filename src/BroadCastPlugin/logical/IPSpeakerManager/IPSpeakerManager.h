@@ -105,8 +105,13 @@ public:
     /// Meter levels, lock-free: the peak of the most recent block as a fraction of full scale (0..1). The
     /// microphone of the live talk; 0 while no live talk captures.
     float GetCaptureLevel() const;
-    /// The decoded stream being listened to; 0 while not listening.
+    /// The decoded stream being listened to, before the listen volume; 0 while not listening.
     float GetListenLevel() const;
+    /// Volume of what the operator hears while listening, 0..100 (clamped; default 100). Kept across
+    /// listens, applied at once to a listen that runs. Safe from the UI thread while a listen starts or
+    /// runs on a worker.
+    void SetListenVolume(int volume);
+    int GetListenVolume() const;
     void SetListenStopFlag(bool stopped);
     /// Path of the live talk's recording, empty when none.
     std::string GetRecordedFilePath() const;

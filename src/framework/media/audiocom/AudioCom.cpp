@@ -247,6 +247,23 @@ int AUDIOCOM_StopPlay(int32_t handle) {
     return session ? Finish(*session, session->Stop()) : Fail(AUDIOCOM_ERR_HANDLE);
 }
 
+int AUDIOCOM_SetPlayVolume(int32_t handle, uint32_t volume) {
+    auto session = Handles().Play(handle);
+    return session ? Finish(*session, session->SetVolume(volume)) : Fail(AUDIOCOM_ERR_HANDLE);
+}
+
+int AUDIOCOM_GetPlayVolume(int32_t handle, uint32_t* volume) {
+    auto session = Handles().Play(handle);
+    if (!session) {
+        return Fail(AUDIOCOM_ERR_HANDLE);
+    }
+    if (volume == nullptr) {
+        return Finish(*session, AUDIOCOM_ERR_PARAM);
+    }
+    *volume = session->Volume();
+    return Finish(*session, AUDIOCOM_ERR_NONE);
+}
+
 int AUDIOCOM_ReleasePlayHandle(int32_t handle) {
     auto session = Handles().TakePlay(handle);
     return session ? kSuccess : Fail(AUDIOCOM_ERR_HANDLE);

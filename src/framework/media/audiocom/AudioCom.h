@@ -17,7 +17,7 @@
  * Playback: AUDIOCOM_CreatePlayHandle -> AUDIOCOM_OpenStreamEx (how the stream is coded) ->
  * AUDIOCOM_RegisterDecodeDataCallBackEx (optional, decoded PCM) -> AUDIOCOM_StartPlay ->
  * AUDIOCOM_InputStreamData (received bytes, any piece size) -> AUDIOCOM_StopPlay ->
- * AUDIOCOM_ReleasePlayHandle.
+ * AUDIOCOM_ReleasePlayHandle. AUDIOCOM_SetPlayVolume may be called at any time between create and release.
  *
  * Callbacks run on the library's own threads. They must not stop or release their own handle.
  * The library initialises PortAudio for as long as it needs it (enumeration, each open handle) and
@@ -103,6 +103,12 @@ AUDIOCOM_API int AUDIOCOM_RegisterDecodeDataCallBackEx(int32_t handle, AUDIOCOM_
 AUDIOCOM_API int AUDIOCOM_StartPlay(int32_t handle);
 AUDIOCOM_API int AUDIOCOM_InputStreamData(int32_t handle, const uint8_t* data, uint32_t size);
 AUDIOCOM_API int AUDIOCOM_StopPlay(int32_t handle);
+/* Volume of what the handle plays, 0..100: a linear gain of volume / 100 (100, the default, plays the
+ * decoded audio unchanged; 0 plays silence). Takes effect on the next block the sound card asks for, also
+ * for audio already queued. The decode callback still receives the decoded PCM before the volume. A volume
+ * above 100 fails with AUDIOCOM_ERR_PARAM. */
+AUDIOCOM_API int AUDIOCOM_SetPlayVolume(int32_t handle, uint32_t volume);
+AUDIOCOM_API int AUDIOCOM_GetPlayVolume(int32_t handle, uint32_t* volume);
 AUDIOCOM_API int AUDIOCOM_ReleasePlayHandle(int32_t handle);
 
 #ifdef __cplusplus

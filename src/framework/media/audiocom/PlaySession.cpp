@@ -123,6 +123,14 @@ int CPlaySession::Input(const uint8_t* data, uint32_t size) {
     return AUDIOCOM_ERR_NONE;
 }
 
+int CPlaySession::SetVolume(uint32_t volume) {
+    if (volume > kMaxVolume) {
+        return AUDIOCOM_ERR_PARAM;
+    }
+    volume_.store(volume);
+    return AUDIOCOM_ERR_NONE;
+}
+
 int CPlaySession::Stop() {
     std::lock_guard<std::mutex> lock(controlMutex_);
     return StopLocked();
@@ -152,6 +160,15 @@ int CPlaySession::OnAudio(const void* /*input*/, void* output, unsigned long fra
         if (copied > 0) {
             std::memcpy(out, self->fifo_.data() + self->fifoRead_, copied * sizeof(int16_t));
             self->fifoRead_ += copied;
+        }
+    }
+    // The volume is applied here rather than when decoded audio is queued, so that a change also reaches
+    // the up to five seconds already queued. Gain volume/100, rounded to nearest; it never exceeds 1.
+    const int32_t volume = static_cast<int32_t>(self->volume_.load(std::memory_order_relaxed));
+    if (volume < static_cast<int32_t>(kMaxVolume)) {
+        for (std::size_t i = 0; i < copied; ++i) {
+            const int32_t scaled = out[i] * volume;
+            out[i] = static_cast<int16_t>((scaled + (scaled < 0 ? -50 : 50)) / 100);
         }
     }
     // Nothing received in time: play silence rather than stop.

@@ -18,6 +18,8 @@ namespace AudioCom {
 
 class CPlaySession {
 public:
+    static constexpr uint32_t kMaxVolume = 100;
+
     explicit CPlaySession(int32_t handle);
     ~CPlaySession();
     CPlaySession(const CPlaySession&) = delete;
@@ -30,6 +32,9 @@ public:
     int Start();
     int Input(const uint8_t* data, uint32_t size);
     int Stop();
+    /// 0..100, applied by the PortAudio callback to each block it plays.
+    int SetVolume(uint32_t volume);
+    uint32_t Volume() const { return volume_.load(); }
 
     int LastError() const { return lastError_; }
     void SetLastError(int error) { lastError_ = error; }
@@ -43,6 +48,8 @@ private:
     CPortAudioSession portAudio_;  // first member: outlives the stream
     DeviceEntry device_;
     std::atomic<int> lastError_{AUDIOCOM_ERR_NONE};
+    // Written by any caller, read once per block by the PortAudio callback: the volume adds no lock there.
+    std::atomic<uint32_t> volume_{kMaxVolume};
 
     std::mutex controlMutex_;  // every operation; the decoder and converter are used under it
     PaStreamPtr stream_;

@@ -217,6 +217,20 @@ bool AudioComInputStreamData::InputStreamData(int32_t handle, const uint8_t* dat
     return true;
 }
 
+bool AudioComSetPlayVolume::SetPlayVolume(int32_t handle, uint32_t volume) {
+    if (AUDIOCOM_SetPlayVolume(handle, volume) != kAudioComSucceeded) {
+        error = AUDIOCOM_GetLastError(handle);
+        TAL_LOG(5, "Broadcast",
+                "[%s][AudioComSetPlayVolume::SetPlayVolume] AUDIOCOM_SetPlayVolume fail, volume: %u, [Error: "
+                "%d][%s(%d)]",
+                volume, error);
+        return false;
+    }
+    // Follows a volume slider, many calls a second: success is not logged.
+    error = 0;
+    return true;
+}
+
 bool AudioComStopPlayAndReleasePlayHandle::StopPlayAndReleasePlayHandle(int32_t handle) {
     bool ok = true;
     if (AUDIOCOM_StopPlay(handle) != kAudioComSucceeded) {

@@ -67,6 +67,12 @@ struct AudioComInputStreamData {
     int error = 0;
 };
 
+/// Volume (0..100) of what a play handle plays.
+struct AudioComSetPlayVolume {
+    bool SetPlayVolume(int32_t handle, uint32_t volume);
+    int error = 0;
+};
+
 struct AudioComStopPlayAndReleasePlayHandle {
     bool StopPlayAndReleasePlayHandle(int32_t handle);
     int error = 0;

@@ -139,6 +139,12 @@ void CVoiceCapture::ReleaseCaptureHandle(int32_t handle) {
 }
 
 void CVoiceCapture::ReleasePlayHandle(int32_t handle) {
+    {
+        std::lock_guard<std::mutex> lock(volumeMutex_);
+        if (volumeHandle_ == handle) {
+            volumeHandle_ = -1;
+        }
+    }
     AudioComStopPlayAndReleasePlayHandle release;
     release.StopPlayAndReleasePlayHandle(handle);
 }
@@ -241,6 +247,21 @@ bool CVoiceCapture::StartDecodePlay(const ZPSAudioParam& audioParam) {
         ReleasePlayHandle(create.handle);
         return false;
     }
+    // Before the start, so that the first block already plays at the operator's volume.
+    AudioComSetPlayVolume volume;
+    bool volumeSet = false;
+    {
+        std::lock_guard<std::mutex> volumeLock(volumeMutex_);
+        volumeSet = volume.SetPlayVolume(create.handle, static_cast<uint32_t>(listenVolume_.load()));
+        if (volumeSet) {
+            volumeHandle_ = create.handle;
+        }
+    }
+    if (!volumeSet) {
+        SetCaptureError(volume.error);
+        ReleasePlayHandle(create.handle);
+        return false;
+    }
     AudioComStartPlay start;
     if (!start.StartPlay(create.handle)) {
         SetCaptureError(start.error);
@@ -268,6 +289,16 @@ bool CVoiceCapture::InputStreamData(const uint8_t* data, int size) {
         return false;
     }
     return true;
+}
+
+void CVoiceCapture::SetListenVolume(int volume) {
+    const int clamped = std::clamp(volume, 0, 100);
+    std::lock_guard<std::mutex> lock(volumeMutex_);
+    listenVolume_.store(clamped);
+    if (volumeHandle_ >= 0) {
+        AudioComSetPlayVolume set;
+        set.SetPlayVolume(volumeHandle_, static_cast<uint32_t>(clamped));  // logs a failure
+    }
 }
 
 void CVoiceCapture::StopDecodePlay() {

@@ -47,7 +47,14 @@ public:
     /// scale (|sample| / 32768, 0..1). The microphone's raw PCM while capturing, the decoded PCM of the
     /// received stream while playing; 0 when stopped.
     float CaptureLevel() const { return captureLevel_.load(); }
+    /// Measured on the decoded stream before the listen volume: it shows what the speaker sends.
     float ListenLevel() const { return listenLevel_.load(); }
+
+    /// Volume of what is heard while listening, 0..100 (clamped; 100, the default, plays the stream as
+    /// decoded, 0 is silent). Kept across listens: applied when StartDecodePlay opens the play device and
+    /// at once to a play that runs. Any thread; never waits for a start or stop in progress.
+    void SetListenVolume(int volume);
+    int ListenVolume() const { return listenVolume_.load(); }
 
     /// Stream parameters of capture output for an encode type; zeroed for an unknown type.
     static AUDIOCOM_STREAM_PARAM CaptureStreamParam(int encodeType);
@@ -69,6 +76,12 @@ private:
     std::mutex controlMutex_;  // start and stop of capture and playback
     int32_t captureHandle_ = -1;
     int32_t playHandle_ = -1;
+    // The volume and the play handle it goes to, apart from controlMutex_ (held while devices open). The
+    // handle is set here before the play starts and cleared before it is released, so a volume change
+    // always reaches a live handle and none is lost between the two.
+    std::mutex volumeMutex_;
+    std::atomic<int> listenVolume_{100};
+    int32_t volumeHandle_ = -1;
     static_assert(std::atomic<float>::is_always_lock_free, "meters read the levels without locks");
     std::atomic<bool> captureMetered_{false};
     std::atomic<float> captureLevel_{0.0f};
