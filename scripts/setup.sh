@@ -20,6 +20,8 @@ PACKAGES=(
   # tests, peers and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev openssl python3 python3-cryptography
   ffmpeg sox espeak-ng pulseaudio pulseaudio-utils libasound2-plugins alsa-utils xvfb xauth time gnuplot-nox
+  # a font with Chinese characters, for the zh_CN console and its pictures
+  fonts-wqy-microhei
 )
 
 # Node.js and npm (for the object-storage peer) come from the machine image when present;

@@ -245,7 +245,7 @@ bool PumpUntil(const std::function<bool()>& done, int timeoutMs) {
     return done();
 }
 
-// Renders each tab of the panel's console into DIR/console-<n>-<name>.png, the first partition's speakers
+// Renders each tab of the panel's console into DIR/console-<n>-<tab>.png, the first partition's speakers
 // chosen so that the pictures show a choice.
 int WriteScreenshots(QMainWindow& window, const std::string& dir, std::ostream& out) {
     auto* tree = window.findChild<QTreeView*>("SpeakerTree");
@@ -266,7 +266,8 @@ int WriteScreenshots(QMainWindow& window, const std::string& dir, std::ostream& 
     for (int i = 0; i < tabs->count(); ++i) {
         tabs->setCurrentIndex(i);
         PumpUntil([] { return false; }, 300);
-        QString name = tabs->tabText(i).remove('&').toLower().replace(' ', '-');
+        // Named after the tab's widget, the same in every language.
+        const QString name = tabs->widget(i)->objectName().remove(QStringLiteral("Tab")).toLower();
         const QString path =
             QString::fromStdString(dir) + QStringLiteral("/console-%1-%2.png").arg(i + 1).arg(name);
         if (!window.grab().save(path)) {

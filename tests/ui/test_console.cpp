@@ -9,6 +9,7 @@
 #include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSlider>
 #include <QStyle>
 #include <QStyleOptionViewItem>
 #include <QTabWidget>
@@ -21,7 +22,9 @@
 #include "BroadCastPlugin/ui/model/ConsoleSite.h"
 #include "BroadCastPlugin/ui/panels/BroadcastPanel.h"
 #include "BroadCastPlugin/ui/panels/SpeakerPicker.h"
+#include "BroadCastPlugin/ui/panels/tabs/DeviceTab.h"
 #include "BroadCastPlugin/ui/panels/tabs/FileTab.h"
+#include "BroadCastPlugin/ui/panels/tabs/ListenTab.h"
 #include "BroadCastPlugin/ui/panels/tabs/TextTab.h"
 #include "BroadCastPlugin/ui/widgets/PromptBar.h"
 #include "ManagerFixture.h"
@@ -229,6 +232,8 @@ TEST_F(ConsoleTest, ALiveTalkToTwoClickedSpeakersGoesConnectingPlayingAndBackToI
         [] { return Console()->Events().join("\n").contains("Speak now: the speakers are listening."); },
         10000))
         << Console()->Events().join("\n").toStdString();
+    EXPECT_EQ(Find<QLabel>(Console(), "TalkRecord")->text(), QString::fromUtf8("\u25cf Recording this talk"))
+        << "the demo site records live talks";
     EXPECT_TRUE(Find<QLabel>(Console(), "TalkState")->text().startsWith("On air at 2 of 2"))
         << Find<QLabel>(Console(), "TalkState")->text().toStdString();
     BcastTest::CBackgroundProcess speaker;
@@ -254,6 +259,65 @@ TEST_F(ConsoleTest, ALiveTalkToTwoClickedSpeakersGoesConnectingPlayingAndBackToI
         EXPECT_GT(MatchOf(id, *sentence_).correlation, 0.5) << "the speaker heard the sentence";
     }
     EXPECT_FALSE(talk->isDown());
+}
+
+TEST_F(ConsoleTest, PushToTalkTalksWhileTheSpaceBarIsHeld) {
+    ShowTab(CBroadcastConsole::kTabTalk);
+    ClickCheckBox(1006);
+    auto* pushToTalk = Find<QCheckBox>(Console(), "PushToTalk");
+    pushToTalk->setChecked(true);
+    auto* talk = Find<QPushButton>(Console(), "TalkButton");
+    EXPECT_EQ(talk->text(), "Hold to talk");
+    // The key goes to whatever has the focus in the console: here the speaker tree.
+    Tree()->setFocus();
+    QTest::keyPress(Tree(), Qt::Key_Space);
+    ASSERT_EQ(Console()->Activity(), ConsoleActivity::Talk);
+    EXPECT_TRUE(talk->isDown());
+    EXPECT_EQ(Console()->Targets(), std::vector<int32_t>({1006}))
+        << "the space bar did not tick the tree's row";
+    ASSERT_TRUE(
+        WaitFor([] { return Console()->Speakers()->StateOf(1006) == SpeakerLiveState::Playing; }, 20000));
+    // A held key repeats: the repeats neither stop the talk nor reach the focused widget.
+    QTest::keyPress(Tree(), Qt::Key_Space, Qt::NoModifier, -1);
+    QKeyEvent repeat(QEvent::KeyPress, Qt::Key_Space, Qt::NoModifier, " ", true);
+    QApplication::sendEvent(Tree(), &repeat);
+    EXPECT_EQ(Console()->Activity(), ConsoleActivity::Talk);
+    QTest::keyRelease(Tree(), Qt::Key_Space);
+    EXPECT_FALSE(talk->isDown());
+    ASSERT_TRUE(WaitFor([] { return Console()->Activity() == ConsoleActivity::None; }, 15000));
+    EXPECT_EQ(Console()->Speakers()->StateOf(1006), SpeakerLiveState::Idle);
+    pushToTalk->setChecked(false);
+    EXPECT_EQ(talk->text(), "Talk");
+}
+
+TEST_F(ConsoleTest, ATalkToDevicesShowsEachDevicesStateAndStops) {
+    ShowTab(CBroadcastConsole::kTabDevice);
+    CDeviceTab* devices = Console()->DeviceTab();
+    // The gate encoder is in the registry (it carries speakers); the entrance camera is typed in by id.
+    devices->ChooseDevices({201, 202});
+    EXPECT_EQ(Find<QLineEdit>(Console(), "DeviceExtraIds")->text(), "202");
+    ASSERT_EQ(devices->ChosenDevices(), std::vector<ResourceManager::ID>({201, 202}));
+    QTest::mouseClick(Find<QPushButton>(Console(), "DeviceStartButton"), Qt::LeftButton);
+    ASSERT_TRUE(devices->IsRunning());
+    ASSERT_TRUE(WaitFor(
+        [devices] {
+            return devices->StateTextOf(201) == "Playing" && devices->StateTextOf(202) == "Playing";
+        },
+        20000))
+        << devices->StateTextOf(201).toStdString() << " / " << devices->StateTextOf(202).toStdString();
+    QTest::mouseClick(Find<QPushButton>(Console(), "DeviceStopButton"), Qt::LeftButton);
+    ASSERT_TRUE(WaitFor([devices] { return !devices->IsRunning(); }, 15000));
+    EXPECT_TRUE(Find<QPushButton>(Console(), "DeviceStartButton")->isEnabled());
+    // The platform's record of the talk: both devices took it and heard audio.
+    NetworkCommunication::CRapidJsonProto groups;
+    groups.set_str(Control("GET", "/device-broadcasts").body);
+    const std::string list = "/ResponseStatus/Data/Groups";
+    ASSERT_EQ(groups.get_cnt(list), 1);
+    EXPECT_FALSE(groups.get_bool_v(list + "[1]/Active", true));
+    for (int i = 1; i <= 2; ++i) {
+        EXPECT_GT(groups.get_int_v(list + "[1]/Devices[" + std::to_string(i) + "]/BytesReceived", 0), 0) << i;
+    }
+    devices->ChooseDevices({});
 }
 
 TEST_F(ConsoleTest, AFileFromTheLibraryIsDownloadedAndPlayedToTheEnd) {
@@ -368,6 +432,10 @@ TEST_F(ConsoleTest, APopUpRequestPrefillsTheDialog) {
     EXPECT_EQ(dialog->Console()->PromptBar()->Text(), "Not on this site: Back door");
     EXPECT_EQ(dialog->Console()->PromptBar()->Level(), "remind");
     EXPECT_TRUE(Console()->Targets().empty()) << "the panel's own choice is its own";
+    EXPECT_EQ(dialog->Console()->ListenTab()->Volume(), 40);
+    EXPECT_EQ(CIPSpeakerManager::Instance()->GetListenVolume(), 40)
+        << "the request's volume is what is heard";
+    dialog->Console()->ListenTab()->SetVolume(100);
 
     // Without a style the whole tree is shown with the request chosen.
     Manager()->PopBroadcastPannel(

@@ -1,8 +1,15 @@
 // The speaker tree's model and filters without a platform: what the operator sees must follow the events.
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QTranslator>
+
+#include "BroadCastPlugin/ui/model/ConsoleSite.h"
 #include "BroadCastPlugin/ui/model/SpeakerFilterProxy.h"
 #include "BroadCastPlugin/ui/model/SpeakerTreeModel.h"
+#include "BroadCastPlugin/ui/panels/BroadcastConsole.h"
 
 using namespace BroadCastPlugin;
 
@@ -115,4 +122,25 @@ TEST(SpeakerModel, FiltersNarrowTheTreeAndAPartitionTickChoosesOnlyWhatIsShown) 
     proxy.SetOnly(std::vector<int32_t>{4});
     EXPECT_EQ(proxy.VisibleSpeakerCount(), 1);
     EXPECT_EQ(proxy.rowCount(), 1);
+}
+
+TEST(ConsoleTranslation, TheChineseTranslationReachesEveryPartOfTheConsole) {
+    Q_INIT_RESOURCE(broadcast_translations);
+    QTranslator translator;
+    ASSERT_TRUE(translator.load(":/broadcast/i18n/broadcast_zh_CN.qm"))
+        << "the translation is built into the module";
+    QCoreApplication::installTranslator(&translator);
+    {
+        // Texts of the console's classes (each its own context) and of the shared state names.
+        CConsoleSite site;
+        CBroadcastConsole console(&site);
+        EXPECT_EQ(console.findChild<QPushButton*>("TalkButton")->text(), QString::fromUtf8("\u558a\u8bdd"));
+        EXPECT_EQ(console.Tabs()->tabText(CBroadcastConsole::kTabFile),
+                  QString::fromUtf8("\u6587\u4ef6\u5e7f\u64ad(&F)"));
+        EXPECT_EQ(console.findChild<QPushButton*>("StopAll")->text(),
+                  QString::fromUtf8("\u5168\u90e8\u505c\u6b62"));
+        EXPECT_EQ(StateText(SpeakerLiveState::Offline), QString::fromUtf8("\u79bb\u7ebf"));
+    }
+    QCoreApplication::removeTranslator(&translator);
+    EXPECT_EQ(StateText(SpeakerLiveState::Offline), "Offline");
 }

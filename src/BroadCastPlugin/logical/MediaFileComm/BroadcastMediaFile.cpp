@@ -141,6 +141,11 @@ std::vector<MediaFile> CMediaFileManager::GetMediaFiles() const {
     return all;
 }
 
+MediaDownloadProgress CMediaFileManager::GetDownloadProgress() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return download_;
+}
+
 bool CMediaFileManager::DownloadMediaFileToLocal(std::string& localPath, int32_t fileID) {
     MediaFile file;
     if (!GetMediaFile(fileID, file)) {
@@ -175,7 +180,24 @@ bool CMediaFileManager::DownloadMediaFileToLocal(std::string& localPath, int32_t
         config.PoolName.c_str());
     BCAST_LOG(3, "[%s]Start download file, url: %s, save path: %s[%s(%d)]", file.StoreUrl.c_str(),
               localPath.c_str());
-    client.SetProgressCallback(QuarterProgressLog(file.StoreUrl));
+    CObjectClient::ProgressCallback log = QuarterProgressLog(file.StoreUrl);
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        download_ = MediaDownloadProgress{fileID, 0, 0};
+    }
+    client.SetProgressCallback([this, log, fileID](uint64_t done, uint64_t total) {
+        log(done, total);
+        std::lock_guard<std::mutex> lock(mutex_);
+        download_ = MediaDownloadProgress{fileID, done, total};
+    });
+    // Whatever the outcome, no download runs any more once this returns.
+    struct ProgressReset {
+        CMediaFileManager* self;
+        ~ProgressReset() {
+            std::lock_guard<std::mutex> lock(self->mutex_);
+            self->download_ = MediaDownloadProgress();
+        }
+    } reset{this};
     // The client writes beside the file and renames it when complete: a failure leaves nothing behind.
     if (client.DownloadFile(file.StoreUrl, localPath)) {
         BCAST_LOG(3, "[%s]download file Succ, url: %s, save path: %s[%s(%d)]", file.StoreUrl.c_str(),

@@ -24,6 +24,13 @@ struct RecordStorage {
     std::string RecordPoolID;
 };
 
+/// How far the download of a media file has come, for a progress display.
+struct MediaDownloadProgress {
+    int32_t fileID = -1;  ///< -1 when no download runs
+    uint64_t done = 0;    ///< bytes received
+    uint64_t total = 0;   ///< bytes expected; 0 while unknown
+};
+
 class CMediaFileManager {
 public:
     static CMediaFileManager* Instance();
@@ -41,6 +48,8 @@ public:
     /// Makes a complete local copy of a media file in the audio cache; a file already there is not fetched
     /// again. On failure no partial file is left.
     bool DownloadMediaFileToLocal(std::string& localPath, int32_t fileID);
+    /// The download in progress (the worker runs one at a time).
+    MediaDownloadProgress GetDownloadProgress() const;
     /// Uploads a live talk's recording (`param`: the speakers, the file, the start time) to the recording
     /// storage of the broadcast configuration and registers it with the platform. The local file stays.
     bool UploadRecordFile(const RecordTaskParam& param);
@@ -69,6 +78,7 @@ private:
     mutable std::mutex mutex_;
     std::map<int32_t, MediaFile> files_;
     std::vector<MediaDirectory> directories_;
+    MediaDownloadProgress download_;
 };
 
 }  // namespace BroadCastPlugin

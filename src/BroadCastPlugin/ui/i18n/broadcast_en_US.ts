@@ -2,49 +2,7 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="en_US">
 <context>
-    <name>BroadCastPlugin::CDeviceTab</name>
-    <message>
-        <source>Connecting</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Playing</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Failed</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Stopped</source>
-        <translation type="unfinished"></translation>
-    </message>
-</context>
-<context>
-    <name>BroadCastPlugin::SpeakerState</name>
-    <message>
-        <source>Idle</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Connecting</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Playing</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Failed</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <source>Offline</source>
-        <translation type="unfinished"></translation>
-    </message>
-</context>
-<context>
-    <name>CBroadCastWgtManager</name>
+    <name>BroadCastPlugin::CBroadCastWgtManager</name>
     <message>
         <source>Stopped</source>
         <translation type="unfinished"></translation>
@@ -55,7 +13,7 @@
     </message>
 </context>
 <context>
-    <name>CBroadcastConsole</name>
+    <name>BroadCastPlugin::CBroadcastConsole</name>
     <message>
         <source>Stop all</source>
         <translation type="unfinished"></translation>
@@ -138,14 +96,14 @@
     </message>
 </context>
 <context>
-    <name>CBroadcastPanel</name>
+    <name>BroadCastPlugin::CBroadcastPanel</name>
     <message>
         <source>Broadcast</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
 <context>
-    <name>CBroadcastPopDialog</name>
+    <name>BroadCastPlugin::CBroadcastPopDialog</name>
     <message>
         <source>Broadcast</source>
         <translation type="unfinished"></translation>
@@ -184,7 +142,23 @@
     </message>
 </context>
 <context>
-    <name>CDeviceTab</name>
+    <name>BroadCastPlugin::CDeviceTab</name>
+    <message>
+        <source>Connecting</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Playing</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Failed</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Stopped</source>
+        <translation type="unfinished"></translation>
+    </message>
     <message>
         <source>Talk to devices</source>
         <translation type="unfinished"></translation>
@@ -256,7 +230,7 @@
     </message>
 </context>
 <context>
-    <name>CFileTab</name>
+    <name>BroadCastPlugin::CFileTab</name>
     <message>
         <source>Search</source>
         <translation type="unfinished"></translation>
@@ -395,9 +369,13 @@
         <source>Broadcasting is not allowed for your account.</source>
         <translation type="unfinished"></translation>
     </message>
+    <message>
+        <source>%1 of %2 KB</source>
+        <translation type="unfinished"></translation>
+    </message>
 </context>
 <context>
-    <name>CListenTab</name>
+    <name>BroadCastPlugin::CListenTab</name>
     <message>
         <source>Listen</source>
         <translation type="unfinished"></translation>
@@ -458,16 +436,24 @@
         <source>Listening is not allowed for your account.</source>
         <translation type="unfinished"></translation>
     </message>
+    <message>
+        <source>Listening volume</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Volume</source>
+        <translation type="unfinished"></translation>
+    </message>
 </context>
 <context>
-    <name>CPromptBar</name>
+    <name>BroadCastPlugin::CPromptBar</name>
     <message>
         <source>Close the message</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
 <context>
-    <name>CSpeakerPicker</name>
+    <name>BroadCastPlugin::CSpeakerPicker</name>
     <message>
         <source>Choose shown</source>
         <translation type="unfinished"></translation>
@@ -514,7 +500,7 @@
     </message>
 </context>
 <context>
-    <name>CSpeakerTreeModel</name>
+    <name>BroadCastPlugin::CSpeakerTreeModel</name>
     <message>
         <source>Outside partitions</source>
         <translation type="unfinished"></translation>
@@ -548,7 +534,7 @@
     </message>
 </context>
 <context>
-    <name>CTalkTab</name>
+    <name>BroadCastPlugin::CTalkTab</name>
     <message>
         <source>Push to talk: hold the button or the space bar</source>
         <translation type="unfinished"></translation>
@@ -632,9 +618,13 @@
         <source>On air at %1 of %2 speakers.</source>
         <translation type="unfinished"></translation>
     </message>
+    <message>
+        <source>Recording this talk</source>
+        <translation type="unfinished"></translation>
+    </message>
 </context>
 <context>
-    <name>CTextTab</name>
+    <name>BroadCastPlugin::CTextTab</name>
     <message>
         <source>Speak</source>
         <translation type="unfinished"></translation>
@@ -734,6 +724,29 @@
     </message>
     <message>
         <source>Broadcasting is not allowed for your account.</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>BroadCastPlugin::SpeakerState</name>
+    <message>
+        <source>Idle</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Connecting</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Playing</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Failed</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <source>Offline</source>
         <translation type="unfinished"></translation>
     </message>
 </context>

@@ -2,49 +2,7 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="zh_CN">
 <context>
-    <name>BroadCastPlugin::CDeviceTab</name>
-    <message>
-        <source>Connecting</source>
-        <translation>连接中</translation>
-    </message>
-    <message>
-        <source>Playing</source>
-        <translation>播放中</translation>
-    </message>
-    <message>
-        <source>Failed</source>
-        <translation>失败</translation>
-    </message>
-    <message>
-        <source>Stopped</source>
-        <translation>已停止</translation>
-    </message>
-</context>
-<context>
-    <name>BroadCastPlugin::SpeakerState</name>
-    <message>
-        <source>Idle</source>
-        <translation>空闲</translation>
-    </message>
-    <message>
-        <source>Connecting</source>
-        <translation>连接中</translation>
-    </message>
-    <message>
-        <source>Playing</source>
-        <translation>播放中</translation>
-    </message>
-    <message>
-        <source>Failed</source>
-        <translation>失败</translation>
-    </message>
-    <message>
-        <source>Offline</source>
-        <translation>离线</translation>
-    </message>
-</context>
-<context>
-    <name>CBroadCastWgtManager</name>
+    <name>BroadCastPlugin::CBroadCastWgtManager</name>
     <message>
         <source>Stopped</source>
         <translation>已停止</translation>
@@ -55,7 +13,7 @@
     </message>
 </context>
 <context>
-    <name>CBroadcastConsole</name>
+    <name>BroadCastPlugin::CBroadcastConsole</name>
     <message>
         <source>Stop all</source>
         <translation>全部停止</translation>
@@ -138,14 +96,14 @@
     </message>
 </context>
 <context>
-    <name>CBroadcastPanel</name>
+    <name>BroadCastPlugin::CBroadcastPanel</name>
     <message>
         <source>Broadcast</source>
         <translation>广播</translation>
     </message>
 </context>
 <context>
-    <name>CBroadcastPopDialog</name>
+    <name>BroadCastPlugin::CBroadcastPopDialog</name>
     <message>
         <source>Broadcast</source>
         <translation>广播</translation>
@@ -184,7 +142,23 @@
     </message>
 </context>
 <context>
-    <name>CDeviceTab</name>
+    <name>BroadCastPlugin::CDeviceTab</name>
+    <message>
+        <source>Connecting</source>
+        <translation>连接中</translation>
+    </message>
+    <message>
+        <source>Playing</source>
+        <translation>播放中</translation>
+    </message>
+    <message>
+        <source>Failed</source>
+        <translation>失败</translation>
+    </message>
+    <message>
+        <source>Stopped</source>
+        <translation>已停止</translation>
+    </message>
     <message>
         <source>Talk to devices</source>
         <translation>设备喊话</translation>
@@ -253,7 +227,7 @@
     </message>
 </context>
 <context>
-    <name>CFileTab</name>
+    <name>BroadCastPlugin::CFileTab</name>
     <message>
         <source>Search</source>
         <translation>搜索</translation>
@@ -390,9 +364,13 @@
         <source>Broadcasting is not allowed for your account.</source>
         <translation>您的账号无广播权限。</translation>
     </message>
+    <message>
+        <source>%1 of %2 KB</source>
+        <translation>%1 / %2 KB</translation>
+    </message>
 </context>
 <context>
-    <name>CListenTab</name>
+    <name>BroadCastPlugin::CListenTab</name>
     <message>
         <source>Listen</source>
         <translation>监听</translation>
@@ -453,16 +431,24 @@
         <source>Listening is not allowed for your account.</source>
         <translation>您的账号无监听权限。</translation>
     </message>
+    <message>
+        <source>Listening volume</source>
+        <translation>监听音量</translation>
+    </message>
+    <message>
+        <source>Volume</source>
+        <translation>音量</translation>
+    </message>
 </context>
 <context>
-    <name>CPromptBar</name>
+    <name>BroadCastPlugin::CPromptBar</name>
     <message>
         <source>Close the message</source>
         <translation>关闭消息</translation>
     </message>
 </context>
 <context>
-    <name>CSpeakerPicker</name>
+    <name>BroadCastPlugin::CSpeakerPicker</name>
     <message>
         <source>Choose shown</source>
         <translation>全选显示项</translation>
@@ -509,7 +495,7 @@
     </message>
 </context>
 <context>
-    <name>CSpeakerTreeModel</name>
+    <name>BroadCastPlugin::CSpeakerTreeModel</name>
     <message>
         <source>Outside partitions</source>
         <translation>未分区</translation>
@@ -542,7 +528,7 @@
     </message>
 </context>
 <context>
-    <name>CTalkTab</name>
+    <name>BroadCastPlugin::CTalkTab</name>
     <message>
         <source>Push to talk: hold the button or the space bar</source>
         <translation>按住说话：按住按钮或空格键</translation>
@@ -625,9 +611,13 @@
         <source>On air at %1 of %2 speakers.</source>
         <translation>%1/%2 个扬声器正在广播。</translation>
     </message>
+    <message>
+        <source>Recording this talk</source>
+        <translation>正在录制本次喊话</translation>
+    </message>
 </context>
 <context>
-    <name>CTextTab</name>
+    <name>BroadCastPlugin::CTextTab</name>
     <message>
         <source>Speak</source>
         <translation>播报</translation>
@@ -725,6 +715,29 @@
     <message>
         <source>Broadcasting is not allowed for your account.</source>
         <translation>您的账号无广播权限。</translation>
+    </message>
+</context>
+<context>
+    <name>BroadCastPlugin::SpeakerState</name>
+    <message>
+        <source>Idle</source>
+        <translation>空闲</translation>
+    </message>
+    <message>
+        <source>Connecting</source>
+        <translation>连接中</translation>
+    </message>
+    <message>
+        <source>Playing</source>
+        <translation>播放中</translation>
+    </message>
+    <message>
+        <source>Failed</source>
+        <translation>失败</translation>
+    </message>
+    <message>
+        <source>Offline</source>
+        <translation>离线</translation>
     </message>
 </context>
 </TS>

@@ -4,6 +4,7 @@
 #include <QLabel>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <set>
 
 #include "BroadCastPlugin/BroadcastConstants.h"
@@ -107,6 +108,8 @@ void CBroadcastPopDialog::ApplyRequest(const PopPannelParam& param) {
     }
     QString text = names.isEmpty() ? summary : tr("%1 to %2").arg(summary, names.join(QStringLiteral(", ")));
     if (param.volume >= 0) {
+        // The one volume the console controls: what the operator hears while listening.
+        console_->ListenTab()->SetVolume(std::min(param.volume, 100));
         text += tr(", volume %1").arg(param.volume);
     }
     request_->setText(text);

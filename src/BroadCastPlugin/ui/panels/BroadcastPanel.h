@@ -46,7 +46,7 @@ public:
     ~CBroadcastPopDialog() override;
 
     /// Fills the dialog from a request: the tab of its type, its items as the chosen speakers (or devices),
-    /// its names for items the site does not know, and its volume. With a style given only the requested
+    /// its names for items the site does not know, and its volume as the listening volume. With a style given only the requested
     /// speakers are listed.
     void ApplyRequest(const PopPannelParam& param);
     /// One line describing the request, as the dialog shows it.

@@ -132,6 +132,16 @@ void CDeviceTab::ChooseDevices(const std::vector<int32_t>& ids) {
     extra_->setText(unlisted.join(QLatin1Char(',')));
 }
 
+QString CDeviceTab::StateTextOf(int32_t id) const {
+    for (int row = 0; row < devices_->topLevelItemCount(); ++row) {
+        const QTreeWidgetItem* item = devices_->topLevelItem(row);
+        if (item->data(0, kDeviceRole).toInt() == id) {
+            return item->text(2);
+        }
+    }
+    return {};
+}
+
 void CDeviceTab::SetDeviceText(int32_t id, const QString& text) {
     for (int row = 0; row < devices_->topLevelItemCount(); ++row) {
         QTreeWidgetItem* item = devices_->topLevelItem(row);

@@ -31,6 +31,8 @@ public:
     std::vector<ResourceManager::ID> ChosenDevices() const;
     void ChooseDevices(const std::vector<int32_t>& ids);
     bool IsRunning() const { return running_; }
+    /// The state shown for a device, empty when none.
+    QString StateTextOf(int32_t id) const;
     /// Stops the device broadcast off the UI thread (the stop tells the platform); false when none runs.
     bool Stop();
 

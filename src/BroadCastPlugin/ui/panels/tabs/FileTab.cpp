@@ -17,6 +17,7 @@
 
 #include "BroadCastPlugin/BroadcastConstants.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
+#include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/AudioFileInspect.h"
 
 namespace BroadCastPlugin {
@@ -45,7 +46,8 @@ CFileTab::CFileTab(IConsoleContext* context, QWidget* parent)
       stop_(new QPushButton(tr("Stop"), this)),
       progress_(new QProgressBar(this)),
       state_(new QLabel(this)),
-      ticker_(new QTimer(this)) {
+      ticker_(new QTimer(this)),
+      downloadTicker_(new QTimer(this)) {
     setObjectName("FileTab");
     search_->setObjectName("MediaSearch");
     search_->setPlaceholderText(tr("Search the media library"));
@@ -66,7 +68,7 @@ CFileTab::CFileTab(IConsoleContext* context, QWidget* parent)
     download_->setObjectName("DownloadButton");
     downloadProgress_->setObjectName("DownloadProgress");
     downloadProgress_->setRange(0, 0);
-    downloadProgress_->setMaximumHeight(10);
+    downloadProgress_->setMaximumHeight(18);
     downloadProgress_->setTextVisible(false);
     downloadProgress_->hide();
     play_->setObjectName("PlayFileButton");
@@ -130,7 +132,22 @@ CFileTab::CFileTab(IConsoleContext* context, QWidget* parent)
     connect(stop_, &QPushButton::clicked, this, [this] { context_->StopBroadcast(); });
     ticker_->setInterval(100);
     connect(ticker_, &QTimer::timeout, this, &CFileTab::OnTick);
+    downloadTicker_->setInterval(100);
+    connect(downloadTicker_, &QTimer::timeout, this, &CFileTab::OnDownloadTick);
     RefreshControls();
+}
+
+void CFileTab::OnDownloadTick() {
+    const MediaDownloadProgress progress = CMediaFileManager::Instance()->GetDownloadProgress();
+    if (progress.fileID != downloading_ || progress.total == 0) {
+        return;  // not started yet, or the size is not known: the bar stays busy
+    }
+    downloadProgress_->setRange(0, 1000);
+    downloadProgress_->setTextVisible(true);
+    downloadProgress_->setValue(
+        static_cast<int>(std::min<uint64_t>(1000, progress.done * 1000 / progress.total)));
+    downloadProgress_->setFormat(
+        tr("%1 of %2 KB").arg(progress.done / 1024).arg((progress.total + 1023) / 1024));
 }
 
 void CFileTab::OnSiteChanged() {
@@ -227,7 +244,10 @@ void CFileTab::Download() {
         return;
     }
     downloading_ = mediaId_;
+    downloadProgress_->setRange(0, 0);
+    downloadProgress_->setTextVisible(false);
     downloadProgress_->show();
+    downloadTicker_->start();
     context_->Prompt(kMessageLevelInfo,
                      tr("Downloading %1 to the local audio cache...").arg(source_->text()));
     RefreshControls();
@@ -238,6 +258,7 @@ void CFileTab::OnDownloadResult(int32_t fileId, const ErrorCode& error, void* us
         return;
     }
     downloading_ = -1;
+    downloadTicker_->stop();
     downloadProgress_->hide();
     const bool play = playAfterDownload_;
     playAfterDownload_ = false;

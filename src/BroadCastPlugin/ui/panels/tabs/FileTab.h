@@ -44,6 +44,8 @@ private:
     void Play();
     void StartPlay(const QString& path);
     void OnTick();
+    /// Shows the download's progress while it runs.
+    void OnDownloadTick();
     int DurationMs() const;
 
     IConsoleContext* context_;
@@ -60,6 +62,7 @@ private:
     QProgressBar* progress_;
     QLabel* state_;
     QTimer* ticker_;
+    QTimer* downloadTicker_;
     QElapsedTimer since_;
 
     int32_t mediaId_ = -1;      ///< chosen library file, -1 for none

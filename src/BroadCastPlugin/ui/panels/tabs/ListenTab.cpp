@@ -5,6 +5,7 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSlider>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -22,6 +23,8 @@ CListenTab::CListenTab(IConsoleContext* context, QWidget* parent)
       speaker_(new QComboBox(this)),
       listen_(new QPushButton(tr("Listen"), this)),
       level_(new QProgressBar(this)),
+      volume_(new QSlider(Qt::Horizontal, this)),
+      volumeText_(new QLabel(this)),
       state_(new QLabel(this)),
       ticker_(new QTimer(this)) {
     setObjectName("ListenTab");
@@ -33,6 +36,13 @@ CListenTab::CListenTab(IConsoleContext* context, QWidget* parent)
     level_->setTextVisible(false);
     level_->setMaximumHeight(12);
     level_->setAccessibleName(tr("Level of what is heard"));
+    volume_->setObjectName("ListenVolume");
+    volume_->setRange(0, 100);
+    volume_->setPageStep(10);
+    volume_->setAccessibleName(tr("Listening volume"));
+    volume_->setValue(CIPSpeakerManager::Instance()->GetListenVolume());
+    volumeText_->setObjectName("ListenVolumeText");
+    volumeText_->setText(QStringLiteral("%1%").arg(volume_->value()));
     state_->setObjectName("ListenState");
     state_->setWordWrap(true);
 
@@ -46,11 +56,21 @@ CListenTab::CListenTab(IConsoleContext* context, QWidget* parent)
     meterRow->addWidget(new QLabel(tr("Heard"), this));
     meterRow->addWidget(level_, 1);
     layout->addLayout(meterRow);
+    auto* volumeRow = new QHBoxLayout();
+    volumeRow->addWidget(new QLabel(tr("Volume"), this));
+    volumeRow->addWidget(volume_, 1);
+    volumeRow->addWidget(volumeText_);
+    layout->addLayout(volumeRow);
     layout->addWidget(state_);
     layout->addStretch(1);
 
     connect(listen_, &QPushButton::clicked, this,
             [this] { IsListening() ? (void)StopListen() : StartListen(); });
+    connect(volume_, &QSlider::valueChanged, this, [this](int value) {
+        // The volume applies at once to a listen that runs, and to the next one.
+        CIPSpeakerManager::Instance()->SetListenVolume(value);
+        volumeText_->setText(QStringLiteral("%1%").arg(value));
+    });
     ticker_->setInterval(50);
     connect(ticker_, &QTimer::timeout, this, [this] {
         const float level = CIPSpeakerManager::Instance()->GetListenLevel();
@@ -67,6 +87,14 @@ void CListenTab::OnSiteChanged() {
     }
     ChooseSpeaker(current);
     RefreshControls();
+}
+
+void CListenTab::SetVolume(int volume) {
+    volume_->setValue(volume);
+}
+
+int CListenTab::Volume() const {
+    return volume_->value();
 }
 
 bool CListenTab::ChooseSpeaker(int32_t elementId) {

@@ -9,6 +9,7 @@ class QComboBox;
 class QLabel;
 class QProgressBar;
 class QPushButton;
+class QSlider;
 class QTimer;
 
 namespace BroadCastPlugin {
@@ -27,6 +28,9 @@ public:
     /// Chooses the speaker to listen to; false when it is not listed.
     bool ChooseSpeaker(int32_t elementId);
     bool IsListening() const { return listening_ >= 0; }
+    /// Volume of what is heard (0..100), kept for later listens.
+    void SetVolume(int volume);
+    int Volume() const;
     /// Stops a listen of this console; false when none runs.
     bool StopListen();
 
@@ -37,6 +41,8 @@ private:
     QComboBox* speaker_;
     QPushButton* listen_;
     QProgressBar* level_;
+    QSlider* volume_;
+    QLabel* volumeText_;
     QLabel* state_;
     QTimer* ticker_;
     int32_t listening_ = -1;  ///< the speaker listened to (or asked for), -1 for none

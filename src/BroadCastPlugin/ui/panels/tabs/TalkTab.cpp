@@ -172,6 +172,7 @@ void CTalkTab::RefreshControls() {
     }
     talk_->setStyleSheet(talking ? QStringLiteral("QPushButton{background:#c62828;color:white;}")
                                  : QString());
+    ShowRecording();
     denied_->setVisible(!allowed);
     denied_->setText(
         tr("Live talk is not allowed for your account (no live broadcast right). Ask an "
@@ -182,10 +183,19 @@ void CTalkTab::RefreshControls() {
     }
 }
 
+void CTalkTab::ShowRecording() {
+    const bool recorded = context_->Site().config.Record;
+    if (IsTalking() && recorded) {
+        record_->setText(QStringLiteral("\u25cf ") + tr("Recording this talk"));
+        record_->setStyleSheet(QStringLiteral("color:#c62828;font-weight:bold;"));
+        return;
+    }
+    record_->setStyleSheet(QString());
+    record_->setText(recorded ? tr("Live talks are recorded and stored on the platform.")
+                              : tr("Live talks are not recorded."));
+}
+
 void CTalkTab::OnSiteChanged() {
-    record_->setText(context_->Site().config.Record
-                         ? tr("Live talks are recorded and stored on the platform.")
-                         : tr("Live talks are not recorded."));
     RefreshControls();
 }
 

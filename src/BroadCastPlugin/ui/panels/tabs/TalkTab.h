@@ -35,6 +35,8 @@ private:
     void StartTalk();
     void StopTalk();
     void OnTick();
+    /// Whether talks are recorded, and that this one is while it runs.
+    void ShowRecording();
 
     IConsoleContext* context_;
     QPushButton* talk_;
