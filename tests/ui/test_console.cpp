@@ -54,12 +54,8 @@ T* Find(QWidget* root, const char* name) {
 class ConsoleTest : public BroadcastTest::CManagerTest {
 protected:
     static void SetUpTestSuite() {
-        pulse_ = new BcastTest::CPulseAudioPeer();
-        std::string error;
-        ASSERT_TRUE(pulse_->Start(&error)) << error;
-        pulse_->ExportClientEnvironment();
-        platform_ = new PlatformTest::CPlatformProcess();
-        ASSERT_TRUE(platform_->Start({"--fixture", PlatformTest::DemoFixture()})) << platform_->Error();
+        StartProcesses();
+        ASSERT_FALSE(HasFatalFailure());
         speech_ = new BcastTest::CTempDir("console-speech");
         sentence_ = new BcastTool::PcmAudio();
         MakeSpeech(speech_->File("sentence.wav"), kSentence, *sentence_);
@@ -88,16 +84,7 @@ protected:
         BusinessCommon::LogoutFromPlatform();
         delete sentence_;
         delete speech_;
-        if (platform_ != nullptr) {
-            EXPECT_EQ(platform_->Stop(), 0) << platform_->Stderr();
-            delete platform_;
-            platform_ = nullptr;
-        }
-        if (pulse_ != nullptr) {
-            pulse_->Stop();
-            delete pulse_;
-            pulse_ = nullptr;
-        }
+        StopProcesses();
     }
     void SetUp() override {
         ASSERT_NE(panel_, nullptr) << "the peers or the module did not start";

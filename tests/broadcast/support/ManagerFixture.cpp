@@ -85,7 +85,7 @@ PlatformTest::CPlatformProcess* CManagerTest::platform_ = nullptr;
 CEventLog* CManagerTest::events_ = nullptr;
 std::string CManagerTest::captureDir_;
 
-void CManagerTest::StartPeers(const std::vector<std::string>& platformArgs, const std::string& fixture) {
+void CManagerTest::StartProcesses(const std::vector<std::string>& platformArgs, const std::string& fixture) {
     pulse_ = new BcastTest::CPulseAudioPeer();
     std::string error;
     ASSERT_TRUE(pulse_->Start(&error)) << error;
@@ -94,6 +94,27 @@ void CManagerTest::StartPeers(const std::vector<std::string>& platformArgs, cons
     std::vector<std::string> args = {"--fixture", fixture.empty() ? PlatformTest::DemoFixture() : fixture};
     args.insert(args.end(), platformArgs.begin(), platformArgs.end());
     ASSERT_TRUE(platform_->Start(args)) << platform_->Error();
+}
+
+void CManagerTest::StopProcesses() {
+    if (platform_ != nullptr) {
+        EXPECT_EQ(platform_->Stop(), 0) << platform_->Stderr();
+        delete platform_;
+        platform_ = nullptr;
+    }
+    if (pulse_ != nullptr) {
+        pulse_->Stop();
+        delete pulse_;
+        pulse_ = nullptr;
+    }
+}
+
+void CManagerTest::StartPeers(const std::vector<std::string>& platformArgs, const std::string& fixture) {
+    StartProcesses(platformArgs, fixture);
+    if (HasFatalFailure()) {
+        return;
+    }
+    std::string error;
     BusinessCommon::InitBusinessCommon(nullptr, "en_US");
     captureDir_ = PlatformTest::MakeTempDir("manager-capture");
     BusinessCommon::CFrameSystemConfigMgr::Instance()->SetVideoCaptureDataPath(captureDir_);
@@ -120,16 +141,7 @@ void CManagerTest::StopPeers() {
     CFrameMessageMgr::Instance()->UnInitManager();
     BusinessCommon::LogoutFromPlatform();
     BusinessCommon::UnInitBusinessCommon();
-    if (platform_ != nullptr) {
-        EXPECT_EQ(platform_->Stop(), 0) << platform_->Stderr();
-        delete platform_;
-        platform_ = nullptr;
-    }
-    if (pulse_ != nullptr) {
-        pulse_->Stop();
-        delete pulse_;
-        pulse_ = nullptr;
-    }
+    StopProcesses();
     delete events_;
     events_ = nullptr;
 }

@@ -67,6 +67,12 @@ protected:
     static void StartPeers(const std::vector<std::string>& platformArgs = {},
                            const std::string& fixture = {});
     static void StopPeers();
+    /// The processes alone: PulseAudio (this process's audio goes to it) and the platform with `fixture`
+    /// (default: the demo site) and extra arguments; stopped in reverse, the platform expected to exit
+    /// cleanly.
+    static void StartProcesses(const std::vector<std::string>& platformArgs = {},
+                               const std::string& fixture = {});
+    static void StopProcesses();
     static void SetUpTestSuite() { StartPeers(); }
     static void TearDownTestSuite() { StopPeers(); }
     void SetUp() override;

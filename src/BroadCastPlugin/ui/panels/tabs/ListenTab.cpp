@@ -3,10 +3,8 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
-#include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -14,6 +12,7 @@
 #include "BroadCastPlugin/BroadcastConstants.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"
+#include "BroadCastPlugin/ui/widgets/LevelMeter.h"
 
 namespace BroadCastPlugin {
 
@@ -22,20 +21,16 @@ CListenTab::CListenTab(IConsoleContext* context, QWidget* parent)
       context_(context),
       speaker_(new QComboBox(this)),
       listen_(new QPushButton(tr("Listen"), this)),
-      level_(new QProgressBar(this)),
+      level_(new CLevelMeter([] { return CIPSpeakerManager::Instance()->GetListenLevel(); },
+                             tr("Level of what is heard"), this)),
       volume_(new QSlider(Qt::Horizontal, this)),
       volumeText_(new QLabel(this)),
-      state_(new QLabel(this)),
-      ticker_(new QTimer(this)) {
+      state_(new QLabel(this)) {
     setObjectName("ListenTab");
     speaker_->setObjectName("ListenSpeaker");
     speaker_->setAccessibleName(tr("Speaker to listen to"));
     listen_->setObjectName("ListenButton");
     level_->setObjectName("ListenLevel");
-    level_->setRange(0, 100);
-    level_->setTextVisible(false);
-    level_->setMaximumHeight(12);
-    level_->setAccessibleName(tr("Level of what is heard"));
     volume_->setObjectName("ListenVolume");
     volume_->setRange(0, 100);
     volume_->setPageStep(10);
@@ -70,11 +65,6 @@ CListenTab::CListenTab(IConsoleContext* context, QWidget* parent)
         // The volume applies at once to a listen that runs, and to the next one.
         CIPSpeakerManager::Instance()->SetListenVolume(value);
         volumeText_->setText(QStringLiteral("%1%").arg(value));
-    });
-    ticker_->setInterval(50);
-    connect(ticker_, &QTimer::timeout, this, [this] {
-        const float level = CIPSpeakerManager::Instance()->GetListenLevel();
-        level_->setValue(static_cast<int>(std::clamp(level, 0.0f, 1.0f) * 100.0f + 0.5f));
     });
     RefreshControls();
 }
@@ -145,7 +135,7 @@ void CListenTab::OnListenResult(int32_t id, const ErrorCode& error, void* user) 
     } else if (!stopping_) {
         state_->setText(tr("Listening to %1.").arg(context_->Speakers()->SpeakerName(id)));
         context_->Log(tr("listening to %1").arg(context_->Speakers()->SpeakerName(id)));
-        ticker_->start();
+        level_->Start();
     }
     RefreshControls();
 }
@@ -154,8 +144,7 @@ void CListenTab::OnStopListenResult(const ErrorCode& error, void* user) {
     if (user != context_->RequestTag()) {
         return;
     }
-    ticker_->stop();
-    level_->setValue(0);
+    level_->Stop();
     listening_ = -1;
     stopping_ = false;
     state_->setText(error.IsSucceed() ? tr("Not listening.")

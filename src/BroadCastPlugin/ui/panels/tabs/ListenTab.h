@@ -7,12 +7,12 @@
 
 class QComboBox;
 class QLabel;
-class QProgressBar;
 class QPushButton;
 class QSlider;
-class QTimer;
 
 namespace BroadCastPlugin {
+
+class CLevelMeter;
 
 class CListenTab : public QWidget, public IConsoleTab {
     Q_OBJECT
@@ -40,11 +40,10 @@ private:
     IConsoleContext* context_;
     QComboBox* speaker_;
     QPushButton* listen_;
-    QProgressBar* level_;
+    CLevelMeter* level_;
     QSlider* volume_;
     QLabel* volumeText_;
     QLabel* state_;
-    QTimer* ticker_;
     int32_t listening_ = -1;  ///< the speaker listened to (or asked for), -1 for none
     bool stopping_ = false;
 };

@@ -2,7 +2,6 @@
 
 #include <QCheckBox>
 #include <QLabel>
-#include <QProgressBar>
 #include <QPushButton>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -12,6 +11,7 @@
 #include "BroadCastPlugin/BroadcastConstants.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"
+#include "BroadCastPlugin/ui/widgets/LevelMeter.h"
 
 namespace BroadCastPlugin {
 
@@ -33,7 +33,8 @@ CTalkTab::CTalkTab(IConsoleContext* context, QWidget* parent)
       elapsed_(new QLabel(Clock(0), this)),
       record_(new QLabel(this)),
       denied_(new QLabel(this)),
-      level_(new QProgressBar(this)),
+      level_(new CLevelMeter([] { return CIPSpeakerManager::Instance()->GetCaptureLevel(); },
+                             tr("Microphone level"), this)),
       ticker_(new QTimer(this)) {
     setObjectName("TalkTab");
     talk_->setObjectName("TalkButton");
@@ -51,10 +52,6 @@ CTalkTab::CTalkTab(IConsoleContext* context, QWidget* parent)
     denied_->setWordWrap(true);
     denied_->setStyleSheet(QStringLiteral("color:#8a4b00;"));
     level_->setObjectName("MicLevel");
-    level_->setRange(0, 100);
-    level_->setTextVisible(false);
-    level_->setMaximumHeight(12);
-    level_->setAccessibleName(tr("Microphone level"));
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(talk_);
@@ -129,6 +126,7 @@ void CTalkTab::StartTalk() {
     context_->Log(tr("talk started to %n speakers", nullptr, static_cast<int>(targets.size())));
     since_.start();
     ticker_->start();
+    level_->Start();
     OnTick();
 }
 
@@ -156,8 +154,6 @@ bool CTalkTab::HandlePushToTalkKey(bool pressed) {
 }
 
 void CTalkTab::OnTick() {
-    const float level = CIPSpeakerManager::Instance()->GetCaptureLevel();
-    level_->setValue(static_cast<int>(std::clamp(level, 0.0f, 1.0f) * 100.0f + 0.5f));
     elapsed_->setText(Clock(since_.isValid() ? since_.elapsed() : 0));
 }
 
@@ -228,7 +224,7 @@ void CTalkTab::OnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events
 
 void CTalkTab::OnBroadcastStopped() {
     ticker_->stop();
-    level_->setValue(0);
+    level_->Stop();
     keyHeld_ = false;
     talk_->setDown(false);
     RefreshControls();

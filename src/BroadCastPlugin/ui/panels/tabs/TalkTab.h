@@ -9,11 +9,12 @@
 
 class QCheckBox;
 class QLabel;
-class QProgressBar;
 class QPushButton;
 class QTimer;
 
 namespace BroadCastPlugin {
+
+class CLevelMeter;
 
 class CTalkTab : public QWidget, public IConsoleTab {
     Q_OBJECT
@@ -45,7 +46,7 @@ private:
     QLabel* elapsed_;
     QLabel* record_;
     QLabel* denied_;
-    QProgressBar* level_;
+    CLevelMeter* level_;
     QTimer* ticker_;
     QElapsedTimer since_;
     bool keyHeld_ = false;
