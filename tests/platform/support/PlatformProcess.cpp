@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -103,14 +103,35 @@ bool CPlatformProcess::Spawn(std::vector<std::string> args) {
         cargv.push_back(&a[0]);
     }
     cargv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
     const std::string out = dir_ + "/stdout.txt";
     const std::string err = dir_ + "/stderr.txt";
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    int rc = posix_spawn(&pid_, binary.c_str(), &actions, nullptr, cargv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
+    // Opened before the fork: the child only duplicates descriptors and calls async-signal-safe functions.
+    const int outFd = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    const int errFd = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    const pid_t parent = ::getpid();
+    int rc = outFd < 0 || errFd < 0 ? -1 : 0;
+    if (rc == 0) {
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            // A test that dies (a crash, a sanitizer abort) must not leave its platform running: the platform
+            // stops as on SIGTERM, with its object stores.
+            ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+            if (::getppid() != parent) {
+                ::_exit(127);
+            }
+            ::dup2(outFd, 1);
+            ::dup2(errFd, 2);
+            ::execve(binary.c_str(), cargv.data(), environ);
+            ::_exit(127);
+        }
+        rc = pid_ < 0 ? -1 : 0;
+    }
+    if (outFd >= 0) {
+        ::close(outFd);
+    }
+    if (errFd >= 0) {
+        ::close(errFd);
+    }
     if (rc != 0) {
         pid_ = -1;
         error_ = "cannot start " + binary;
