@@ -1,9 +1,11 @@
 // Media files, recordings and text-to-speech against the platform's real object stores: the media manager
 // of this process downloads the library's files (local cloud storage and storage server 501) into the audio
-// cache once, uploads a live talk's recording and registers it, and the platform speaks a text at the
-// speakers. Stores that are down or refuse the keys fail with the codes the user interface has messages
-// for, leave no partial file and lose no recording.
+// cache once, uploads a live talk's recording and registers it, lists the registered recordings and plays
+// them from their store by presigned addresses, and the platform speaks a text at the speakers. Stores that
+// are down or refuse the keys fail with the codes the user interface has messages for, leave no partial
+// file and lose no recording.
 
+#include <curl/curl.h>
 #include <gtest/gtest.h>
 
 #include <dirent.h>
@@ -21,6 +23,9 @@
 
 #include "BroadCastPlugin/BroadcastConstants.h"
 #include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"
+#include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSession.h"
+#include "framework/media/devnet/CurlHandles.h"
+#include "framework/media/objectclient/ObjectAddress.h"
 
 using namespace BroadCastPlugin;
 using BcastTest::WaitFor;
@@ -76,6 +81,47 @@ protected:
         BcastTest::Settle(seconds * 1000);
         CIPSpeakerManager::Instance()->Stop();  // uploads the recording
         return path;
+    }
+
+    static std::string ReadAll(const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    /// A GET with no signing of its own, as a browser plays an address: the status and the body.
+    static std::pair<long, std::string> PlainGet(const std::string& url) {
+        std::pair<long, std::string> answer{0, std::string()};
+        DevNet::EasyPtr easy(curl_easy_init());
+        if (!easy) {
+            return answer;
+        }
+        curl_easy_setopt(easy.get(), CURLOPT_URL, url.c_str());
+        curl_easy_setopt(easy.get(), CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(easy.get(), CURLOPT_TIMEOUT, 30L);
+        curl_easy_setopt(easy.get(), CURLOPT_WRITEDATA, &answer.second);
+        curl_easy_setopt(
+            easy.get(), CURLOPT_WRITEFUNCTION, +[](char* data, size_t size, size_t n, void* sink) {
+                static_cast<std::string*>(sink)->append(data, size * n);
+                return size * n;
+            });
+        if (curl_easy_perform(easy.get()) == CURLE_OK) {
+            curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &answer.first);
+        }
+        return answer;
+    }
+    /// The ids of the records, in the order listed.
+    static std::vector<int32_t> IdsOf(const std::vector<BroadcastRecordEntry>& records) {
+        std::vector<int32_t> ids;
+        for (const BroadcastRecordEntry& record : records) {
+            ids.push_back(record.RecordID);
+        }
+        return ids;
+    }
+    /// The records the platform lists for `query`; a failed call fails the test.
+    static std::vector<int32_t> Listed(const BroadcastRecordQuery& query, int32_t* total = nullptr) {
+        std::vector<BroadcastRecordEntry> records;
+        EXPECT_TRUE(CBroadcastSession::GetBroadcastRecords(query, records, total))
+            << LastError().GetMainErrorCode() << "/" << LastError().GetSubErrorCode();
+        return IdsOf(records);
     }
 };
 
@@ -292,5 +338,182 @@ TEST_F(MediaStorageTest, TextToSpeechIsHeardAtTheSpeakersStopsOnRequestAndNamesO
         errors.clear();
         EXPECT_FALSE(CIPSpeakerManager::Instance()->StartTTSBroadcast(errors, request));
         EXPECT_EQ(CIPSpeakerManager::Instance()->GetBroadcastKind(), -1);
+    }
+}
+
+TEST_F(MediaStorageTest, RegisteredRecordingsAreListedAndPlayFromTheirStoreByPresignedAddresses) {
+    // Three recordings: a live talk at 1006 (storage server 501, as the configuration says), a WAV for the
+    // gates on 501 and one for the parking pole in the local cloud storage.
+    const std::string talk = RecordedTalk(1, 51);
+    ASSERT_FALSE(talk.empty());
+    ASSERT_TRUE(WaitFor([] { return RecordCount() == 1; }, 10000)) << Control("GET", "/broadcasts").body;
+    BcastTest::CTempDir dir("record-list");
+    BcastTool::PcmAudio unused;
+    const std::string gates = dir.File("gate-announcement.wav");
+    const std::string parking = dir.File("parking-announcement.wav");
+    MakeSpeech(gates, "The gates close in five minutes.", unused);
+    MakeSpeech(parking, "Please keep the parking exit free.", unused);
+    CMediaFileManager* media = CMediaFileManager::Instance();
+    ASSERT_TRUE(media->UploadRecordFile({1004, 1005}, gates, "2031-03-04 09:15:00", 0,
+                                        RecordStorage{kStorageServer, 501, "pool-records"}));
+    ASSERT_TRUE(media->UploadRecordFile({1006}, parking, "2031-03-05 18:00:00", 1,
+                                        RecordStorage{kStorageLocalCloud, 0, "broadcast"}));
+
+    std::vector<BroadcastRecordEntry> all;
+    int32_t total = -1;
+    ASSERT_TRUE(CBroadcastSession::GetBroadcastRecords(BroadcastRecordQuery(), all, &total))
+        << LastError().GetSubErrorCode();
+    ASSERT_EQ(all.size(), 3u);
+    EXPECT_EQ(total, 3);
+    {
+        SCOPED_TRACE("every field of a record, in the order they were registered");
+        EXPECT_LT(all[0].RecordID, all[1].RecordID);
+        EXPECT_LT(all[1].RecordID, all[2].RecordID);
+        EXPECT_EQ(all[0].Elements.size(), 1u);
+        EXPECT_EQ(all[0].Name + "." + all[0].Format, talk.substr(talk.find_last_of('/') + 1));
+        EXPECT_EQ(all[0].Bytes, SizeOf(talk));
+
+        const BroadcastRecordEntry& g = all[1];
+        ASSERT_EQ(g.Elements.size(), 2u);
+        EXPECT_EQ(g.Elements[0].ID, 1004);
+        EXPECT_EQ(g.Elements[0].Name, "Gate left");
+        EXPECT_EQ(g.Elements[1].ID, 1005);
+        EXPECT_EQ(g.Elements[1].Name, "Gate right");
+        EXPECT_EQ(g.StartTime, "2031-03-04 09:15:00");
+        EXPECT_EQ(g.Name, "gate-announcement");
+        EXPECT_EQ(g.Format, "wav");
+        EXPECT_EQ(g.Bytes, SizeOf(gates));
+        EXPECT_EQ(g.Size, static_cast<int32_t>((SizeOf(gates) + 1023) / 1024)) << "KB rounded up";
+        EXPECT_EQ(g.StorageType, kStorageServer);
+        EXPECT_EQ(g.StorageServerID, 501);
+        EXPECT_NE(g.StoreUrl.find("/pool-records/gate-announcement.wav"), std::string::npos) << g.StoreUrl;
+        EXPECT_EQ(g.BroadcastMode, 0);
+        EXPECT_EQ(g.UserName, PlatformTest::kUser);
+        EXPECT_EQ(g.RegisterTime.size(), 19u) << g.RegisterTime;
+
+        const BroadcastRecordEntry& p = all[2];
+        EXPECT_EQ(p.StorageType, kStorageLocalCloud);
+        EXPECT_EQ(p.StorageServerID, 0);
+        EXPECT_NE(p.StoreUrl.find("/broadcast/parking-announcement.wav"), std::string::npos) << p.StoreUrl;
+        EXPECT_EQ(p.BroadcastMode, 1);
+        EXPECT_EQ(p.Bytes, SizeOf(parking));
+    }
+    const int32_t talkId = all[0].RecordID;
+    const int32_t gatesId = all[1].RecordID;
+    const int32_t parkingId = all[2].RecordID;
+    {
+        SCOPED_TRACE("criteria: by element, by start time (bounds inclusive), both, pages");
+        BroadcastRecordQuery query;
+        query.ElementID = 1005;
+        EXPECT_EQ(Listed(query), std::vector<int32_t>({gatesId}));
+        query.ElementID = 1006;
+        EXPECT_EQ(Listed(query), std::vector<int32_t>({talkId, parkingId}));
+        query.ElementID = 1002;
+        EXPECT_TRUE(Listed(query).empty());
+        query = BroadcastRecordQuery();
+        query.StartTimeFrom = "2031-03-04 09:15:00";
+        query.StartTimeTo = "2031-03-05 17:59:59";
+        EXPECT_EQ(Listed(query), std::vector<int32_t>({gatesId}));
+        query.StartTimeTo = "2031-03-05 18:00:00";
+        EXPECT_EQ(Listed(query), std::vector<int32_t>({gatesId, parkingId}));
+        query.ElementID = 1006;
+        EXPECT_EQ(Listed(query), std::vector<int32_t>({parkingId}));
+        query = BroadcastRecordQuery();
+        query.PageIndex = 2;
+        query.PageSize = 2;
+        int32_t pagedTotal = -1;
+        EXPECT_EQ(Listed(query, &pagedTotal), std::vector<int32_t>({parkingId}));
+        EXPECT_EQ(pagedTotal, 3);
+    }
+    {
+        SCOPED_TRACE("each recording plays from its store by a plain GET of its address");
+        const std::pair<const BroadcastRecordEntry*, std::string> cases[] = {
+            {&all[0], talk}, {&all[1], gates}, {&all[2], parking}};
+        for (const auto& entry : cases) {
+            const BroadcastRecordEntry& record = *entry.first;
+            SCOPED_TRACE(record.StoreUrl);
+            CloudStorage::SStorageServerConfig config;
+            ASSERT_TRUE(media->GetSStorageServerConfig(config, record.StorageServerID, record.StorageType));
+            std::string url;
+            ASSERT_TRUE(media->GetRecordPlayUrl(record, 600, url)) << LastError().GetSubErrorCode();
+            const std::string base =
+                CloudStorage::ServerBase(config.EnableHttps, config.ServerIp, config.DownloadPort);
+            const std::string path =
+                record.StoreUrl.substr(record.StoreUrl.find('/', record.StoreUrl.find("//") + 2));
+            EXPECT_EQ(url.rfind(base + path + "?X-Amz-Algorithm=AWS4-HMAC-SHA256&", 0), 0u) << url;
+            const std::pair<long, std::string> answer = PlainGet(url);
+            EXPECT_EQ(answer.first, 200) << answer.second.substr(0, 300);
+            EXPECT_TRUE(answer.second == ReadAll(entry.second))
+                << answer.second.size() << " bytes, the file has " << SizeOf(entry.second);
+        }
+    }
+    {
+        SCOPED_TRACE("play addresses that cannot be made");
+        CLogCapture log;
+        std::string url = "unchanged";
+        EXPECT_FALSE(media->GetRecordPlayUrl(all[1], 0, url));
+        EXPECT_EQ(LastError().GetMainErrorCode(), kModuleObjectClient);
+        EXPECT_EQ(LastError().GetSubErrorCode(), CloudStorage::kObjectBadConfig);
+        EXPECT_TRUE(log.Contains("Presign record", 5));
+        EXPECT_FALSE(media->GetRecordPlayUrl(all[1], 604801, url));
+        EXPECT_EQ(LastError().GetSubErrorCode(), CloudStorage::kObjectBadConfig);
+
+        BroadcastRecordEntry other = all[1];
+        other.StoreUrl = "rtsp://127.0.0.1/pool-records/gate-announcement.wav";
+        EXPECT_FALSE(media->GetRecordPlayUrl(other, 60, url));
+        EXPECT_EQ(LastError().GetSubErrorCode(), CloudStorage::kObjectBadUrl);
+        other = all[1];
+        other.StorageType = 7;
+        EXPECT_FALSE(media->GetRecordPlayUrl(other, 60, url));
+        EXPECT_EQ(LastError().GetSubErrorCode(), Tal::Base::Error::kCodeInvalidInput);
+        other.StorageType = kStorageServer;
+        other.StorageServerID = 503;  // access type 2: no object storage the module can reach
+        EXPECT_FALSE(media->GetRecordPlayUrl(other, 60, url));
+        EXPECT_EQ(LastError().GetMainErrorCode(), kModuleBroadcast);
+        EXPECT_EQ(LastError().GetSubErrorCode(), kErrorDownloadClientStart);
+        other.StorageServerID = 4242;
+        EXPECT_FALSE(media->GetRecordPlayUrl(other, 60, url));
+        EXPECT_FALSE(LastError().IsSucceed());
+        EXPECT_TRUE(log.Contains("Get storage server config failed.", 5));
+        EXPECT_EQ(url, "unchanged");
+    }
+    {
+        SCOPED_TRACE("an address expires");
+        std::string url;
+        ASSERT_TRUE(media->GetRecordPlayUrl(all[2], 1, url));
+        BcastTest::Settle(2100);
+        EXPECT_EQ(PlainGet(url).first, 403);
+    }
+    {
+        SCOPED_TRACE("refused and malformed answers");
+        std::vector<BroadcastRecordEntry> records;
+        BroadcastRecordQuery query;
+        query.StartTimeFrom = "2031/03/04";
+        EXPECT_FALSE(CBroadcastSession::GetBroadcastRecords(query, records));
+        EXPECT_EQ(LastError().GetSubErrorCode(), 2) << "the platform refuses another time form";
+
+        const std::string path = Plugin("/RealTimeBroadcast/Records");
+        AddFault("POST", path, R"("Kind":"malformed","Count":1)");
+        EXPECT_FALSE(CBroadcastSession::GetBroadcastRecords(BroadcastRecordQuery(), records));
+        EXPECT_EQ(LastError().GetMainErrorCode(), kModuleBroadcast);
+        EXPECT_EQ(LastError().GetSubErrorCode(), kErrorBadServerResponse);
+        AddFault(
+            "POST", path,
+            R"("Kind":"malformed","Count":1,"Body":"{\"ResponseStatus\":{\"ErrorModule\":0,\"ErrorCode\":0,)"
+            R"(\"Data\":{\"TotalCount\":1}}}")");
+        EXPECT_FALSE(CBroadcastSession::GetBroadcastRecords(BroadcastRecordQuery(), records));
+        EXPECT_EQ(LastError().GetSubErrorCode(), kErrorBadServerResponse) << "no record list";
+        AddFault(
+            "POST", path,
+            R"("Kind":"malformed","Count":1,"Body":"{\"ResponseStatus\":{\"ErrorModule\":0,\"ErrorCode\":0,)"
+            R"(\"Data\":{\"RealTimeBroadcastRecordList\":{\"RealTimeBroadcastRecord\":[{\"RecordID\":\"x\"}]}}}}")");
+        EXPECT_FALSE(CBroadcastSession::GetBroadcastRecords(BroadcastRecordQuery(), records));
+        EXPECT_EQ(LastError().GetSubErrorCode(), kErrorBadServerResponse) << "a record without an id";
+        AddFault("POST", path, R"("Kind":"error","ErrorModule":30,"ErrorCode":6,"Count":1)");
+        EXPECT_FALSE(CBroadcastSession::GetBroadcastRecords(BroadcastRecordQuery(), records));
+        EXPECT_EQ(LastError().GetMainErrorCode(), 30);
+        EXPECT_EQ(LastError().GetSubErrorCode(), 6);
+        EXPECT_TRUE(records.empty()) << "nothing is added by a failed call";
+        EXPECT_EQ(Listed(BroadcastRecordQuery()).size(), 3u) << "the faults were used up";
     }
 }

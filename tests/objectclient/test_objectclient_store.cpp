@@ -1,7 +1,8 @@
 // The object client against a real S3-compatible store (s3rver under node on loopback): round trips with
-// awkward keys, refusals and their messages, downloads that never leave a partial file, TLS with a private
-// certificate authority, and Cancel from another thread.
+// awkward keys, refusals and their messages, downloads that never leave a partial file, presigned addresses
+// fetched without keys, TLS with a private certificate authority, and Cancel from another thread.
 
+#include <curl/curl.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -14,6 +15,7 @@
 #include "ObjectStorePeer.h"
 #include "TestFiles.h"
 #include "TestProcess.h"
+#include "framework/media/devnet/CurlHandles.h"
 #include "framework/media/objectclient/ObjectClient.h"
 #include "framework/media/objectclient/SignedRequest.h"
 
@@ -66,6 +68,33 @@ LastError ErrorOf(const CObjectClient& client) {
     LastError error;
     client.GetLastError(error.code, error.message);
     return error;
+}
+
+struct PlainAnswer {
+    long status = 0;
+    std::string body;
+};
+
+// A GET with no signing of its own, as a browser fetches a presigned address.
+PlainAnswer PlainGet(const std::string& url) {
+    PlainAnswer answer;
+    DevNet::EasyPtr easy(curl_easy_init());
+    if (!easy) {
+        return answer;
+    }
+    curl_easy_setopt(easy.get(), CURLOPT_URL, url.c_str());
+    curl_easy_setopt(easy.get(), CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy.get(), CURLOPT_TIMEOUT, 30L);
+    curl_easy_setopt(easy.get(), CURLOPT_WRITEDATA, &answer.body);
+    curl_easy_setopt(
+        easy.get(), CURLOPT_WRITEFUNCTION, +[](char* data, size_t size, size_t n, void* sink) {
+            static_cast<std::string*>(sink)->append(data, size * n);
+            return size * n;
+        });
+    if (curl_easy_perform(easy.get()) == CURLE_OK) {
+        curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &answer.status);
+    }
+    return answer;
 }
 
 // Sets an environment variable for the scope.
@@ -247,6 +276,91 @@ TEST_F(ObjectClientStore, MissingObjectsAndPoolsLeaveNoFileBehind) {
         EXPECT_FALSE(client.UploadFile(url, dir_.Path(), "a-directory"));
         EXPECT_EQ(ErrorOf(client).code, kObjectLocalRead) << ErrorOf(client).message;
         EXPECT_TRUE(url.empty());
+    }
+}
+
+TEST_F(ObjectClientStore, PresignedAddressesServeTheObjectWithoutKeysUntilTheyExpire) {
+    CObjectClient client(ConfigFor(*store_));
+    ASSERT_TRUE(client.Init()) << ErrorOf(client).message;
+    const std::string data = RandomBytes(200 * 1024 + 7, 4);
+    WriteWholeFile(dir_.File("record.wav"), data);
+    const std::string key = "records/2026/01/02/talk 1001 (\xC3\xBC).wav";
+    std::string stored;
+    ASSERT_TRUE(client.UploadFile(stored, dir_.File("record.wav"), key)) << ErrorOf(client).message;
+    {
+        SCOPED_TRACE("a plain GET of the address returns the object, however the object is named");
+        for (const std::string& name :
+             {stored, std::string("/") + kPool + "/" + key, key,
+              "http://storage.example.invalid:1" + stored.substr(store_->Url().size())}) {
+            std::string url;
+            ASSERT_TRUE(client.PresignGetUrl(name, 300, url)) << ErrorOf(client).message;
+            EXPECT_EQ(url.rfind(stored + "?X-Amz-Algorithm=AWS4-HMAC-SHA256&", 0), 0u) << url;
+            const PlainAnswer answer = PlainGet(url);
+            EXPECT_EQ(answer.status, 200) << name << ": " << answer.body.substr(0, 300);
+            EXPECT_TRUE(answer.body == data) << name << ": " << answer.body.size() << " bytes";
+        }
+    }
+    {
+        SCOPED_TRACE("the longest expiry; no Init needed to presign");
+        CObjectClient fresh(ConfigFor(*store_));
+        std::string url;
+        ASSERT_TRUE(fresh.PresignGetUrl(stored, 604800, url)) << ErrorOf(fresh).message;
+        EXPECT_TRUE(PlainGet(url).body == data);
+    }
+    std::string url;
+    ASSERT_TRUE(client.PresignGetUrl(stored, 300, url)) << ErrorOf(client).message;
+    {
+        SCOPED_TRACE("a tampered signature is refused");
+        std::string tampered = url;
+        tampered.back() = tampered.back() == '0' ? '1' : '0';
+        const PlainAnswer answer = PlainGet(tampered);
+        EXPECT_EQ(answer.status, 403);
+        EXPECT_NE(answer.body.find("SignatureDoesNotMatch"), std::string::npos) << answer.body;
+    }
+    {
+        SCOPED_TRACE("the signature does not carry over to another object or a longer validity");
+        WriteWholeFile(dir_.File("other.wav"), "other");
+        std::string other;
+        ASSERT_TRUE(client.UploadFile(other, dir_.File("other.wav"), "records/other.wav"));
+        const std::string query = url.substr(url.find('?'));
+        EXPECT_EQ(PlainGet(other + query).status, 403);
+        std::string longer = url;
+        longer.replace(longer.find("X-Amz-Expires=300"), 17, "X-Amz-Expires=301");
+        EXPECT_EQ(PlainGet(longer).status, 403);
+        EXPECT_EQ(PlainGet(stored).status, 403) << "the object itself is not public";
+    }
+    {
+        SCOPED_TRACE("keys the store does not accept sign addresses it refuses");
+        CObjectClient wrong(ConfigFor(*store_, "not-the-secret"));
+        std::string refused;
+        ASSERT_TRUE(wrong.PresignGetUrl(stored, 300, refused));
+        EXPECT_EQ(PlainGet(refused).status, 403);
+    }
+    {
+        SCOPED_TRACE("a missing object is 404 for the holder of the address");
+        std::string missing;
+        ASSERT_TRUE(client.PresignGetUrl("records/absent.wav", 300, missing));
+        const PlainAnswer answer = PlainGet(missing);
+        EXPECT_EQ(answer.status, 404);
+        EXPECT_NE(answer.body.find("NoSuchKey"), std::string::npos) << answer.body;
+    }
+    {
+        SCOPED_TRACE("an expired address is refused");
+        std::string shortLived;
+        ASSERT_TRUE(client.PresignGetUrl(stored, 1, shortLived)) << ErrorOf(client).message;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+        const PlainAnswer answer = PlainGet(shortLived);
+        EXPECT_EQ(answer.status, 403);
+        EXPECT_NE(answer.body.find("Request has expired"), std::string::npos) << answer.body;
+    }
+    {
+        SCOPED_TRACE("expiries outside 1..604800 s are refused");
+        for (int expiry : {0, 604801}) {
+            std::string none;
+            EXPECT_FALSE(client.PresignGetUrl(stored, expiry, none));
+            EXPECT_EQ(ErrorOf(client).code, kObjectBadConfig) << ErrorOf(client).message;
+            EXPECT_TRUE(none.empty());
+        }
     }
 }
 

@@ -328,6 +328,48 @@ bool CMediaFileManager::UploadRecordFile(const std::vector<int32_t>& elementIDs,
     return true;
 }
 
+bool CMediaFileManager::GetRecordPlayUrl(const BroadcastRecordEntry& record, int expirySeconds,
+                                         std::string& url) {
+    if (record.StorageType != kStorageLocalCloud && record.StorageType != kStorageServer) {
+        BCAST_LOG(5, "[%s]Record %d: storage type %d is not supported.[%s(%d)]", record.RecordID,
+                  record.StorageType);
+        SetLastError(ErrorCode(Tal::Base::Error::kSubSystemClient, Tal::Base::Error::kModuleFramework,
+                               Tal::Base::Error::kCodeInvalidInput));
+        return false;
+    }
+    // Some refusals of GetSStorageServerConfig (an access type the module cannot use) only log: they leave
+    // the error cleared here, and the play address then fails as a download from that storage would.
+    SetLastError(ErrorCode());
+    SStorageServerConfig config;
+    if (!GetSStorageServerConfig(config, record.StorageServerID, record.StorageType)) {
+        if (GetLastError().IsSucceed()) {
+            SetLastError(
+                ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleBroadcast, kErrorDownloadClientStart));
+        }
+        const ErrorCode error = GetLastError();
+        BCAST_LOG(5,
+                  "[%s]Get storage server config failed. record: %d, storage type: %d, id: %d, error code: "
+                  "[%d][%d][%s(%d)]",
+                  record.RecordID, record.StorageType, record.StorageServerID, error.GetMainErrorCode(),
+                  error.GetSubErrorCode());
+        return false;
+    }
+    CObjectClient client(config);
+    std::string presigned;
+    if (!client.PresignGetUrl(record.StoreUrl, expirySeconds, presigned)) {
+        int code = 0;
+        std::string message;
+        SetClientError(client, code, message);
+        BCAST_LOG(5, "[%s]Presign record %d failed! url: %s, error code: [%d],msg:[%s][%s(%d)]",
+                  record.RecordID, record.StoreUrl.c_str(), code, message.c_str());
+        return false;
+    }
+    url = presigned;
+    BCAST_LOG(3, "[%s]Play address of record %d: %s for %d s.[%s(%d)]", record.RecordID,
+              record.StoreUrl.c_str(), expirySeconds);
+    return true;
+}
+
 bool CMediaFileManager::FindMediaFileByPath(const std::string& path, MediaFile& file) const {
     std::lock_guard<std::mutex> lock(mutex_);
     for (const auto& entry : files_) {

@@ -59,6 +59,12 @@ public:
     /// `param.mediaFileID`, or else the one whose local copy is `param.recordFilePath`.
     bool UpdateMediaRecord(const RecordTaskParam& param);
 
+    /// An address a browser plays the recording from: the record's StoreUrl presigned (GET, valid for
+    /// `expirySeconds`, 1..604800) on the address and download port of the record's storage, reached as a
+    /// download reaches it. No request goes to the store. On failure the thread's last error says why (module
+    /// 60: the object client's code).
+    bool GetRecordPlayUrl(const BroadcastRecordEntry& record, int expirySeconds, std::string& url);
+
     /// Stores a record in the cache, replacing the one with the same id; a record with id -1 is refused.
     bool UpdateMediaFile(const MediaFile& file);
     /// Copies the cached record out; false when the id is not cached.

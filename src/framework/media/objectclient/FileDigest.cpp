@@ -20,6 +20,8 @@ struct DigestContextFree {
 };
 using DigestContextPtr = std::unique_ptr<EVP_MD_CTX, DigestContextFree>;
 
+}  // namespace
+
 std::string ToHex(const unsigned char* data, unsigned int length) {
     static const char kHex[] = "0123456789abcdef";
     std::string hex;
@@ -31,7 +33,14 @@ std::string ToHex(const unsigned char* data, unsigned int length) {
     return hex;
 }
 
-}  // namespace
+std::string Sha256Hex(const std::string& data) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (EVP_Digest(data.data(), data.size(), digest, &length, EVP_sha256(), nullptr) != 1) {
+        return std::string();
+    }
+    return ToHex(digest, length);
+}
 
 bool Sha256OfFile(std::FILE* file, std::string& hex, std::string& error) {
     if (std::fseek(file, 0, SEEK_SET) != 0) {

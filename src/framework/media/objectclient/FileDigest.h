@@ -13,4 +13,10 @@ extern const char* const kEmptyBodySha256;
 /// again. False with the reason in `error` when the file cannot be read.
 bool Sha256OfFile(std::FILE* file, std::string& hex, std::string& error);
 
+/// The lowercase hex SHA-256 of `data` (empty when OpenSSL fails).
+std::string Sha256Hex(const std::string& data);
+
+/// Lowercase hex of raw bytes.
+std::string ToHex(const unsigned char* data, unsigned int length);
+
 }  // namespace CloudStorage

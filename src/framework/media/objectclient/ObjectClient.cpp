@@ -4,12 +4,14 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 
 #include "framework/base/FormatLog.h"
 #include "framework/media/objectclient/FileDigest.h"
 #include "framework/media/objectclient/ObjectAddress.h"
 #include "framework/media/objectclient/PartFile.h"
+#include "framework/media/objectclient/S3Signing.h"
 #include "framework/media/objectclient/SignedRequest.h"
 #include "framework/media/objectclient/StoreError.h"
 
@@ -185,6 +187,36 @@ struct CObjectClient::Impl {
         objectUrl = plan.url;
         return true;
     }
+
+    bool Presign(const std::string& url, int expirySeconds, std::string& presigned, std::string& objectUrl) {
+        std::string why;
+        if (!CheckConfig(config, why)) {
+            return Fail(kObjectBadConfig, "bad storage configuration: " + why);
+        }
+        if (expirySeconds < 1 || expirySeconds > kPresignMaxSeconds) {
+            return Fail(kObjectBadConfig, "PresignGetUrl: the expiry must be 1.." +
+                                              std::to_string(kPresignMaxSeconds) + " s, not " +
+                                              std::to_string(expirySeconds));
+        }
+        SObjectName name;
+        if (!ParseObjectName(url, config.PoolName, name, why)) {
+            return Fail(kObjectBadUrl, "cannot read the object address '" + url + "': " + why);
+        }
+        const std::string base = Base(config.DownloadPort);
+        objectUrl = ObjectUrl(base, name.pool, name.key);
+        SPresignPlan plan;
+        plan.https = config.EnableHttps;
+        plan.host = config.ServerIp;
+        plan.port = config.DownloadPort;
+        plan.path = objectUrl.substr(base.size());
+        plan.accessKey = config.AccessKey;
+        plan.secretKey = config.SecretKey;
+        plan.expirySeconds = expirySeconds;
+        plan.signedAt = std::time(nullptr);
+        presigned = PresignUrl(plan);
+        return !presigned.empty() ||
+               Fail(kObjectServerError, "PresignGetUrl: signing " + objectUrl + " failed");
+    }
 };
 
 #define OBJECT_LOG_FAILURE(impl)                                                                    \
@@ -234,6 +266,20 @@ bool CObjectClient::UploadFile(std::string& url, const std::string& localPath, c
     url = objectUrl;
     TAL_LOG(Tal::Base::kLogInfo, kModule, "[%s]PUT %s <- %s: %llu bytes in %.3f s[%s(%d)]", objectUrl.c_str(),
             localPath.c_str(), static_cast<unsigned long long>(outcome.bytes), outcome.seconds);
+    return true;
+}
+
+bool CObjectClient::PresignGetUrl(const std::string& objectUrl, int expirySeconds, std::string& url) {
+    std::string presigned;
+    std::string address;
+    if (!impl_->Presign(objectUrl, expirySeconds, presigned, address)) {
+        OBJECT_LOG_FAILURE(*impl_);
+        return false;
+    }
+    url = presigned;
+    // The signature is left out of the log: the address alone grants access until it expires.
+    TAL_LOG(Tal::Base::kLogInfo, kModule, "[%s]presigned GET %s for %d s[%s(%d)]", address.c_str(),
+            expirySeconds);
     return true;
 }
 

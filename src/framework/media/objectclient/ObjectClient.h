@@ -31,7 +31,7 @@ struct SStorageServerConfig {
 /// The client's own error codes (reported with module 60 by its callers).
 enum ObjectClientError : int {
     kObjectOk = 0,
-    kObjectBadConfig = 1,       ///< address, port, pool or keys missing or invalid
+    kObjectBadConfig = 1,  ///< address, port, pool or keys missing or invalid; a presign expiry out of range
     kObjectNotInitialised = 2,  ///< Init was not called or failed
     kObjectLocalRead = 3,       ///< the local file cannot be opened or read
     kObjectLocalWrite = 4,      ///< the local file cannot be created or written
@@ -69,6 +69,12 @@ public:
     /// Uploads `localPath` as the object `objectKey` of the pool (default: the file's name) and returns its
     /// address "http(s)://ServerIp:UploadPort/<pool>/<key>" in `url`.
     bool UploadFile(std::string& url, const std::string& localPath, const std::string& objectKey = {});
+
+    /// A presigned GET address of an object, valid for `expirySeconds` (1..604800) from now: anyone holding
+    /// it (a browser) fetches the object without the keys. `objectUrl` names the object as for DownloadFile;
+    /// the address is on the configured address, download port and scheme. Needs the configuration only (no
+    /// Init, no request). False with the reason in GetLastError.
+    bool PresignGetUrl(const std::string& objectUrl, int expirySeconds, std::string& url);
 
     /// The error of the last failed call: one of ObjectClientError and a readable message (the storage's
     /// own error code and text when it gave them).

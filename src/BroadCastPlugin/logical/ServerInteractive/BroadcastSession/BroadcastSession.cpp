@@ -35,6 +35,7 @@ const std::string kPathBaseConfig = kPluginApi + "BaseConfig";
 const std::string kPathStorageConfig = "/DXAPI/Galewing/Platform/V1/Storage/LocalCloudStorageConfig";
 const std::string kPathRecordServerDisk = "/DXAPI/Galewing/Platform/V0/SAM/Status/RecordServerDisk/";
 const std::string kPathRecord = kPluginApi + "RealTimeBroadcast/Record";
+const std::string kPathRecords = kPluginApi + "RealTimeBroadcast/Records";
 const std::string kPathUpdateStatus = kPluginApi + "RealTimeBroadcast/UpdateBroadcastStatus";
 const std::string kPathTTS = kPluginApi + "RealTimeBroadcast/TTS";
 const std::string kPathLanguage = kPluginApi + "GetLanguage";
@@ -483,6 +484,97 @@ bool CBroadcastSession::UploadBroadcastRecord(const BroadcastRecordInfo& record)
                       request.body.c_str(), e.GetMainErrorCode(), e.GetSubErrorCode());
         });
     return ok;
+}
+
+// POST RealTimeBroadcast/Records
+// Request: {"RealTimeBroadcastRecordListRequest":{"SearchCriteria":{"ElementID":1001,
+//   "StartTimeFrom":"2026-01-02 00:00:00","StartTimeTo":"2026-01-02 23:59:59"},"PageIndex":1,"PageSize":20}}
+// Answer: {"ResponseStatus":{"ErrorModule":0,"ErrorCode":0,"CascadingErrorInfo":"","Data":{
+//   "RealTimeBroadcastRecordList":{"RealTimeBroadcastRecord":[{"RecordID":1,"ElementList":{"Element":[
+//   {"ID":1001,"Name":"Hall A"}]},"StartTime":"2026-01-02 10:00:00","MediaFile":{"Name":"talk-1001",
+//   "format":"wav","size":24,"Bytes":24044,"StorageType":"pStorage","StorageServerID":501,
+//   "StoreUrl":"http://127.0.0.1:18657/pool-records/talk-1001.wav"},"BroadcastMode":0,
+//   "UserName":"operator","RegisterTime":"2026-11-24 10:18:40"}]},"TotalCount":1,"PageIndex":1}}}
+// A criterion left at its default is not sent. An answer without the list, or with a record that has no
+// integer RecordID, is malformed.
+bool CBroadcastSession::GetBroadcastRecords(const BroadcastRecordQuery& query,
+                                            std::vector<BroadcastRecordEntry>& records, int32_t* totalCount) {
+    const std::string p = "/RealTimeBroadcastRecordListRequest/";
+    CRapidJsonProto body;
+    body.set_node_str(p + "SearchCriteria", "{}");
+    if (query.ElementID != -1) {
+        body.set_v(p + "SearchCriteria/ElementID", query.ElementID);
+    }
+    if (!query.StartTimeFrom.empty()) {
+        body.set_v(p + "SearchCriteria/StartTimeFrom", query.StartTimeFrom);
+    }
+    if (!query.StartTimeTo.empty()) {
+        body.set_v(p + "SearchCriteria/StartTimeTo", query.StartTimeTo);
+    }
+    body.set_v(p + "PageIndex", query.PageIndex);
+    body.set_v(p + "PageSize", query.PageSize);
+    const Request request{"POST", kPathRecords, body.get_str(0), 0};
+    CRapidJsonProto response;
+    const bool ok = Exchange(
+        request, response,
+        [&](const ErrorCode& e) {
+            BCAST_LOG(5, "[%s]Get broadcast records error. request json [%s]. error code: [%d][%d][%s(%d)]",
+                      request.body.c_str(), e.GetMainErrorCode(), e.GetSubErrorCode());
+        },
+        [](const std::string& raw) { LogInPieces(raw, false); });
+    if (!ok) {
+        const ErrorCode error = Tal::Base::Error::GetLastError();
+        BCAST_LOG(5, "[%s]Get broadcast records failed. request json [%s]. error code: [%d][%d][%s(%d)]",
+                  request.body.c_str(), error.GetMainErrorCode(), error.GetSubErrorCode());
+        return false;
+    }
+    const std::string list = "/ResponseStatus/Data/RealTimeBroadcastRecordList/RealTimeBroadcastRecord";
+    if (response.get_node_str(list).rfind('[', 0) != 0) {
+        SetLastError(BadResponse(kSubSystemServer));
+        BCAST_LOG(5, "[%s]Get broadcast records: the answer has no record list.[%s(%d)]");
+        return false;
+    }
+    const int count = response.get_cnt(list);
+    std::vector<BroadcastRecordEntry> read;
+    for (int i = 1; i <= count; ++i) {
+        const std::string r = Item(list, i);
+        // Two defaults tell a missing or non-integer id from any integer one.
+        if (response.get_int_v(r + "RecordID", -1) == -1 && response.get_int_v(r + "RecordID", -2) == -2) {
+            SetLastError(BadResponse(kSubSystemServer));
+            BCAST_LOG(5, "[%s]Get broadcast records: record %d has no RecordID.[%s(%d)]", i);
+            return false;
+        }
+        BroadcastRecordEntry record;
+        record.RecordID = response.get_int_v(r + "RecordID", -1);
+        const std::string elements = r + "ElementList/Element";
+        const int elementCount = response.get_cnt(elements);
+        for (int j = 1; j <= elementCount; ++j) {
+            BroadcastRecordElement element;
+            element.ID = response.get_int_v(Item(elements, j) + "ID", -1);
+            element.Name = response.get_v(Item(elements, j) + "Name", "");
+            record.Elements.push_back(element);
+        }
+        record.StartTime = response.get_v(r + "StartTime", "");
+        const std::string m = r + "MediaFile/";
+        record.Name = response.get_v(m + "Name", "");
+        record.Format = response.get_v(m + "format", "");
+        record.Size = response.get_int_v(m + "size", -1);
+        record.Bytes = response.get_int64_v(m + "Bytes", -1);
+        // As media files: "pStorage" is a storage server, anything else the local cloud storage.
+        record.StorageType =
+            response.get_v(m + "StorageType", "") == "pStorage" ? kStorageTypeServer : kStorageTypeLocal;
+        record.StorageServerID = response.get_int_v(m + "StorageServerID", -1);
+        record.StoreUrl = response.get_v(m + "StoreUrl", "");
+        record.BroadcastMode = response.get_int_v(r + "BroadcastMode", -1);
+        record.UserName = response.get_v(r + "UserName", "");
+        record.RegisterTime = response.get_v(r + "RegisterTime", "");
+        read.push_back(record);
+    }
+    records.insert(records.end(), read.begin(), read.end());
+    if (totalCount != nullptr) {
+        *totalCount = response.get_int_v("/ResponseStatus/Data/TotalCount", count);
+    }
+    return true;
 }
 
 bool CBroadcastSession::NotifyServerBroadcastStatus(int32_t status, const std::string& resourceGuid,

@@ -23,6 +23,11 @@ public:
     /// The pool of the first disk of type 4 of a storage server; empty when none or on failure.
     static std::string GetFilePoolName(int32_t storageServerID);
     static bool UploadBroadcastRecord(const BroadcastRecordInfo& record);
+    /// The registered recordings that match `query`, in the order they were registered, appended to
+    /// `records`; `totalCount`, when given, receives the number of every match (all pages).
+    static bool GetBroadcastRecords(const BroadcastRecordQuery& query,
+                                    std::vector<BroadcastRecordEntry>& records,
+                                    int32_t* totalCount = nullptr);
     static bool NotifyServerBroadcastStatus(int32_t status, const std::string& resourceGuid,
                                             const std::vector<std::string>& resourceIDs, const ErrorCode& error);
     /// True when at least one speaker started; the speakers that did not are in `errors` either way.

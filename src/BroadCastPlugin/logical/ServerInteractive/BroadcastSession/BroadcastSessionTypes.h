@@ -82,6 +82,37 @@ struct BroadcastRecordInfo {
     int32_t BroadcastMode = -1;
 };
 
+/// What to list of the recordings registered at the platform; every criterion is optional.
+struct BroadcastRecordQuery {
+    int32_t ElementID = -1;     ///< records that include this element; -1: any
+    std::string StartTimeFrom;  ///< inclusive bound on StartTime, "YYYY-MM-DD HH:MM:SS"; empty: none
+    std::string StartTimeTo;    ///< likewise
+    int32_t PageIndex = -1;     ///< -1: every match; from 1: that page of PageSize records
+    int32_t PageSize = 20;
+};
+
+struct BroadcastRecordElement {
+    int32_t ID = -1;
+    std::string Name;
+};
+
+/// One recording registered at the platform.
+struct BroadcastRecordEntry {
+    int32_t RecordID = -1;
+    std::vector<BroadcastRecordElement> Elements;
+    std::string StartTime;
+    std::string Name;  ///< the file's name without its extension
+    std::string Format;
+    int32_t Size = -1;        ///< KB
+    int64_t Bytes = -1;       ///< the stored object's size; -1 when the platform does not know it
+    int32_t StorageType = 0;  ///< 0 the local cloud storage, 1 a storage server
+    int32_t StorageServerID = -1;
+    std::string StoreUrl;
+    int32_t BroadcastMode = -1;
+    std::string UserName;
+    std::string RegisterTime;  ///< the platform's local time
+};
+
 /// One broadcast target of an address request.
 struct BroadcastUrlRequest {
     int32_t ResourceType = 1027;
