@@ -1,6 +1,7 @@
 #include "BroadCastPlugin/BroadCastPluginManager.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QThread>
 #include <QWidget>
 
@@ -9,6 +10,8 @@
 #include "BroadCastPlugin/BroadcastConstants.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/controller/PublishAPI/PublishAPIManager.h"
+#include "BroadCastPlugin/controller/WebBroadcastController/WebPageBridge.h"
+#include "BroadCastPlugin/controller/WebBroadcastController/WebRecordPage.h"
 #include "BroadCastPlugin/ui/BroadCastWgtManager.h"
 #include "framework/business/BusinessCommon.h"
 #include "framework/business/DownloadTask.h"
@@ -99,6 +102,18 @@ bool CBroadCastPluginManager::InitInMainThread() {
     BCAST_LOG(3, "[%s]Start to init in main thread.[%s(%d)]");
     CEFDataController::CEFDataMananger::SetLanguage(
         WUIControl::StringToQString(BusinessCommon::GetLanguage()));
+    // The pages lie in share/bcast/web beside the module's lib directory, unless the host or
+    // $BCAST_WEB_DIR names another place.
+    if (CEFDataController::CEFDataMananger::PageDirectory().isEmpty()) {
+        const QString fromEnvironment = qEnvironmentVariable("BCAST_WEB_DIR");
+        CEFDataController::CEFDataMananger::SetPageDirectory(
+            !fromEnvironment.isEmpty()
+                ? fromEnvironment
+                : QDir::cleanPath(WUIControl::GetTargetPath(
+                                      reinterpret_cast<const void*>(&CBroadCastPluginManager::Instance)) +
+                                  QStringLiteral("../share/bcast/web")));
+    }
+    CEFDataController::CEFDataMananger::SetPageObjectFactory(&CreateWebPageObjects);
     CEFDataController::CEFDataMananger::InitCef();
 
     if (!CBroadcastController::Instance()->Init()) {
@@ -133,6 +148,7 @@ bool CBroadCastPluginManager::NotifyPluginIsClosingAuxScreen(const std::string& 
               menuId.c_str());
     if (menuId == c_menu_real_broadcast_record_2) {
         recordPageOnAuxScreen = false;
+        CWebRecordPage::NotifyAuxScreenClosing();
     }
     return true;
 }

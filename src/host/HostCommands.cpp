@@ -9,8 +9,14 @@
 
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QSocketNotifier>
 #include <QThread>
 #include <QTimer>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
 
 #include <atomic>
 #include <functional>
@@ -20,6 +26,7 @@
 #include "framework/base/FormatLog.h"
 #include "framework/business/PluginCommManager.h"
 #include "framework/netcomm/RapidJsonProto.h"
+#include "framework/webengine/CEFDataManager.h"
 
 namespace BcastHost {
 
@@ -306,6 +313,112 @@ int RunGui(const ClientConfig& config, const PluginEntryPoints& entry, std::ostr
     entry.StopWorking();
     entry.UnInit();
     return code;
+}
+
+namespace {
+
+int g_signalWriteFd = -1;
+
+void OnStopSignal(int signal) {
+    const unsigned char byte = static_cast<unsigned char>(signal);
+    // Only async-signal-safe calls here; a full pipe just loses a repeated signal.
+    ssize_t ignored = ::write(g_signalWriteFd, &byte, 1);
+    (void)ignored;
+}
+
+// SIGINT and SIGTERM end the event loop: the handler writes to a pipe that a socket notifier watches.
+class StopSignalWatcher {
+public:
+    StopSignalWatcher() {
+        if (::pipe2(fds_, O_CLOEXEC | O_NONBLOCK) != 0) {
+            fds_[0] = fds_[1] = -1;
+            return;
+        }
+        g_signalWriteFd = fds_[1];
+        notifier_ = std::make_unique<QSocketNotifier>(fds_[0], QSocketNotifier::Read);
+        QObject::connect(notifier_.get(), &QSocketNotifier::activated, [this] {
+            unsigned char byte = 0;
+            while (::read(fds_[0], &byte, 1) == 1) {
+                signal_ = byte;
+            }
+            QCoreApplication::quit();
+        });
+        struct sigaction action {};
+        action.sa_handler = OnStopSignal;
+        sigemptyset(&action.sa_mask);
+        action.sa_flags = SA_RESTART;
+        sigaction(SIGINT, &action, nullptr);
+        sigaction(SIGTERM, &action, nullptr);
+    }
+    ~StopSignalWatcher() {
+        std::signal(SIGINT, SIG_DFL);
+        std::signal(SIGTERM, SIG_DFL);
+        notifier_.reset();
+        g_signalWriteFd = -1;
+        for (int fd : fds_) {
+            if (fd >= 0) {
+                ::close(fd);
+            }
+        }
+    }
+    bool IsValid() const { return notifier_ != nullptr; }
+    int Signal() const { return signal_; }
+
+private:
+    int fds_[2] = {-1, -1};
+    int signal_ = 0;
+    std::unique_ptr<QSocketNotifier> notifier_;
+};
+
+}  // namespace
+
+int RunWebUi(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out) {
+    StopSignalWatcher watcher;
+    if (!watcher.IsValid()) {
+        out << "bcast-host: cannot watch for SIGINT and SIGTERM" << std::endl;
+        return 1;
+    }
+    if (!entry.Init(config.language, nullptr) || !entry.Start()) {
+        out << "the module failed to start; see " << Tal::Base::GetLogFilePath() << std::endl;
+        entry.StopWorking();
+        entry.UnInit();
+        return 1;
+    }
+    // Like a client at start-up, the host has the module download the site first, so that the pages' queries
+    // (speakers, configuration) answer with the platform's data.
+    {
+        auto* bus = BusinessCommon::CPluginCommManager::Instance();
+        NotificationPrinter printer(out);
+        printer.SetQuiet(true);
+        bus->RegisterMessageReceiver(
+            kHostPluginId,
+            [&printer](const std::string&, const std::string& message) { printer.Receive(message); });
+        std::string answer;
+        bus->CallMethod(kApiPrefix + "RegisterMessageCallback",
+                        std::string("{\"IsRegister\":true,\"PluginID\":\"") + kHostPluginId + "\"}", answer);
+        bus->CallMethod(kApiPrefix + "DownloadResource", "{}", answer);
+        WaitUntilSettled(bus, printer);
+        out << (printer.LastMethod() == 3 ? "resources: downloaded" : "resources: download failed")
+            << std::endl;
+        bus->CallMethod(kApiPrefix + "RegisterMessageCallback",
+                        std::string("{\"IsRegister\":false,\"PluginID\":\"") + kHostPluginId + "\"}", answer);
+        bus->UnRegisterMessageReceiver(kHostPluginId);
+    }
+    using CEFDataController::CEFDataMananger;
+    if (!CEFDataMananger::IsCefInit()) {
+        out << "the module's web pages are not served; see " << Tal::Base::GetLogFilePath() << std::endl;
+        entry.StopWorking();
+        entry.UnInit();
+        return 1;
+    }
+    out << "page: " << CEFDataMananger::PageUrl(QStringLiteral("broadcast.html")).toStdString() << "\n"
+        << "record page: " << CEFDataMananger::PageUrl(QStringLiteral("record.html")).toStdString()
+        << std::endl;
+    QApplication::exec();
+    out << "stopping on signal " << watcher.Signal() << std::endl;
+    const bool stopped = entry.StopWorking();
+    const bool unloaded = entry.UnInit();
+    return stopped && unloaded ? 0 : 1;
 }
 
 }  // namespace BcastHost

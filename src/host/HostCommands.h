@@ -37,4 +37,8 @@ int RunApi(const ClientConfig& config, const PluginEntryPoints& entry, const Api
 int RunGui(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out,
            const std::string& screenshotDir = std::string());
 
+/// Starts the module, prints the addresses of its web pages ("page: URL", "record page: URL") and serves
+/// them until SIGINT or SIGTERM, then stops the module. Returns 0 after a clean stop.
+int RunWebUi(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out);
+
 }  // namespace BcastHost

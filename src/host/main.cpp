@@ -47,7 +47,10 @@ void PrintUsage(std::ostream& out) {
            "  gui [--screenshot DIR]\n"
            "                      show the module's broadcast console in a window (needs a display); with\n"
            "                      --screenshot, write one PNG per tab of the console into DIR and exit\n"
-           "api, web, device-talk and gui log in to the platform of the configuration first.\n"
+           "  webui               serve the module's web pages: print \"page: URL\" and \"record page: "
+           "URL\",\n"
+           "                      then run until SIGINT or SIGTERM\n"
+           "api, web, device-talk, gui and webui log in to the platform of the configuration first.\n"
            "The module defaults to ../lib/libBroadCastPlugin.so beside this program, or $BCAST_MODULE.\n";
 }
 
@@ -166,7 +169,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     if (options.mode != "lifecycle" && options.mode != "gui" && options.mode != "api" &&
-        options.mode != "web" && options.mode != "device-talk") {
+        options.mode != "web" && options.mode != "device-talk" && options.mode != "webui") {
         std::cerr << "bcast-host: unknown mode " << options.mode << "\n";
         PrintUsage(std::cerr);
         return 2;
@@ -223,6 +226,8 @@ int main(int argc, char** argv) {
         }
         if (options.mode == "lifecycle") {
             code = BcastHost::RunLifecycle(config, module.Entry(), std::cout);
+        } else if (options.mode == "webui") {
+            code = BcastHost::RunWebUi(config, module.Entry(), std::cout);
         } else if (options.mode == "web") {
             code = RunWeb(config, module, path, options, std::cout);
         } else if (options.mode == "api") {
