@@ -22,6 +22,8 @@ PACKAGES=(
   ffmpeg sox espeak-ng pulseaudio pulseaudio-utils libasound2-plugins alsa-utils xvfb xauth time gnuplot-nox
   # a font with Chinese characters, for the zh_CN console and its pictures
   fonts-wqy-microhei
+  # the browser of the web page tests
+  chromium
 )
 
 # Node.js and npm (for the object-storage peer) come from the machine image when present;
@@ -55,5 +57,12 @@ STAMP="$STORE_DIR/node_modules/.package-lock.json"
 if [ ! -f "$STAMP" ] || [ "$STORE_DIR/package-lock.json" -nt "$STAMP" ]; then
   echo "setup: installing the object store (npm ci in scripts/objectstore)"
   npm ci --prefix "$STORE_DIR" --no-audit --no-fund --loglevel=error
+fi
+# Playwright's library for the web page tests (it drives Debian's chromium; no browser is downloaded).
+WEB_DIR="$(cd "$(dirname "$0")/.." && pwd)/tests/web"
+WEB_STAMP="$WEB_DIR/node_modules/.package-lock.json"
+if [ ! -f "$WEB_STAMP" ] || [ "$WEB_DIR/package-lock.json" -nt "$WEB_STAMP" ]; then
+  echo "setup: installing the browser test library (npm ci in tests/web)"
+  PLAYWRIGHT_SKIP_BROWSER_DOWNLOAD=1 npm ci --prefix "$WEB_DIR" --no-audit --no-fund --loglevel=error
 fi
 echo "setup: done"
