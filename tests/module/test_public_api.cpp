@@ -148,9 +148,14 @@ TEST_F(PublicApiTest, SpeakerStatesBecomeMethodTwoMessagesAndStartsMethodZero) {
     speaker.speakerStatus = 1;
     speaker.resourceStatus = 4;
     speaker.error = ErrorCode(1, 20, 2001);
-    emit CBroadcastController::Instance()->SignalBroadcastState({started, speaker});
+    // A resource-status event has no speaker status: its play state is -1, not "connecting" (0).
+    IPSpeakerNotifyParam resource;
+    resource.type = 2;
+    resource.elementID = 12;
+    resource.resourceStatus = 0;
+    emit CBroadcastController::Instance()->SignalBroadcastState({started, speaker, resource});
     emit CBroadcastController::Instance()->SignalStopBroadcast("", ErrorCode(), nullptr);
-    ASSERT_TRUE(WaitFor([&] { return MessageCount() == 3; }));
+    ASSERT_TRUE(WaitFor([&] { return MessageCount() == 4; }));
     EXPECT_EQ(messages[0], R"({"Method":0})");
     CRapidJsonProto state;
     ASSERT_TRUE(state.set_str(messages[1]));
@@ -161,7 +166,11 @@ TEST_F(PublicApiTest, SpeakerStatesBecomeMethodTwoMessagesAndStartsMethodZero) {
     EXPECT_EQ(state.get_int_v("/Data/ConnectState", -1), 1);
     EXPECT_EQ(state.get_int_v("/Data/WorkState", -1), 4);
     EXPECT_NE(state.get_v("/Data/ErrorInfo").find("malformed"), std::string::npos);
-    EXPECT_EQ(messages[2], R"({"Method":1})");
+    CRapidJsonProto resourceState;
+    ASSERT_TRUE(resourceState.set_str(messages[2]));
+    EXPECT_EQ(resourceState.get_int_v("/Data/NotifyType", -9), 2);
+    EXPECT_EQ(resourceState.get_int_v("/Data/PlayState", -9), -1);
+    EXPECT_EQ(messages[3], R"({"Method":1})");
 }
 
 TEST_F(PublicApiTest, DeviceBroadcastRequestsAreCheckedAndResultsAndStatesReachListeners) {

@@ -198,6 +198,10 @@ int32_t CProtocalFactory::PlayStateOf(const IPSpeakerNotifyParam& param) {
     if (param.type == 0) {
         return param.broadcastStatus;
     }
+    // A resource-status event carries no speaker status: it must not read as "connecting".
+    if (param.type == 2) {
+        return -1;
+    }
     switch (param.speakerStatus) {
         case 1:
             return 1;
