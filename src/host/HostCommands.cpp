@@ -177,12 +177,22 @@ void WaitUntilSettled(BusinessCommon::CPluginCommManager* bus, NotificationPrint
 
 }  // namespace
 
+namespace {
+// Runs both start-up stages of the module; on failure says where the log is and undoes them.
+bool StartModule(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out) {
+    if (entry.Init(config.language, nullptr) && entry.Start()) {
+        return true;
+    }
+    out << "the module failed to start; see " << Tal::Base::GetLogFilePath() << std::endl;
+    entry.StopWorking();
+    entry.UnInit();
+    return false;
+}
+}  // namespace
+
 int RunApi(const ClientConfig& config, const PluginEntryPoints& entry, const ApiOptions& options,
            std::ostream& out) {
-    if (!entry.Init(config.language, nullptr) || !entry.Start()) {
-        out << "the module failed to start; see " << Tal::Base::GetLogFilePath() << std::endl;
-        entry.StopWorking();
-        entry.UnInit();
+    if (!StartModule(config, entry, out)) {
         return 1;
     }
     auto* bus = BusinessCommon::CPluginCommManager::Instance();
@@ -289,10 +299,7 @@ int WriteScreenshots(QMainWindow& window, const std::string& dir, std::ostream& 
 
 int RunGui(const ClientConfig& config, const PluginEntryPoints& entry, std::ostream& out,
            const std::string& screenshotDir) {
-    if (!entry.Init(config.language, nullptr) || !entry.Start()) {
-        out << "the module failed to start; see " << Tal::Base::GetLogFilePath() << std::endl;
-        entry.StopWorking();
-        entry.UnInit();
+    if (!StartModule(config, entry, out)) {
         return 1;
     }
     void* handle = nullptr;
@@ -378,10 +385,7 @@ int RunWebUi(const ClientConfig& config, const PluginEntryPoints& entry, std::os
         out << "bcast-host: cannot watch for SIGINT and SIGTERM" << std::endl;
         return 1;
     }
-    if (!entry.Init(config.language, nullptr) || !entry.Start()) {
-        out << "the module failed to start; see " << Tal::Base::GetLogFilePath() << std::endl;
-        entry.StopWorking();
-        entry.UnInit();
+    if (!StartModule(config, entry, out)) {
         return 1;
     }
     // Like a client at start-up, the host has the module download the site first, so that the pages' queries
