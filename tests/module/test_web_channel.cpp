@@ -20,6 +20,7 @@
 
 #include "BroadCastPlugin/BroadCastPluginManager.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
+#include "BroadCastPlugin/controller/WebBroadcastController/WebRecordPage.h"
 #include "PlatformProcess.h"
 #include "RestClient.h"
 #include "framework/base/FormatLog.h"
@@ -523,4 +524,22 @@ TEST_F(WebChannelTest, AStopClosesBothPortsAndEndsThePagesAndAStartDrawsANewToke
     EXPECT_FALSE(CEFDataMananger::IsCefInit());
     CEFDataMananger::SetHttpPort(0);
     ASSERT_TRUE(CEFDataMananger::InitCef());
+}
+
+TEST_F(WebChannelTest, TheRecordPageOnTheAuxiliaryScreenHearsTheClientCloseIt) {
+    BroadCastPlugin::CWebRecordPage page;
+    int closing = 0;
+    QObject::connect(&page, &BroadCastPlugin::CWebRecordPage::auxScreenClosing, [&closing] { ++closing; });
+    page.SetRecordPageOnAuxScreen(true);
+    EXPECT_TRUE(page.IsRecordPageOnAuxScreen());
+    // Another menu's screen closing concerns neither the flag nor the page.
+    EXPECT_TRUE(Manager()->NotifyPluginIsClosingAuxScreen("c_menu_real_broadcast_record_1"));
+    EXPECT_TRUE(page.IsRecordPageOnAuxScreen());
+    EXPECT_EQ(closing, 0);
+    EXPECT_TRUE(Manager()->NotifyPluginIsClosingAuxScreen("c_menu_real_broadcast_record_2"));
+    EXPECT_FALSE(page.IsRecordPageOnAuxScreen());
+    EXPECT_EQ(closing, 1);
+    // Bad criteria are answered, not dropped: the page always hears back.
+    const QString answer = BroadCastPlugin::CWebRecordPage::ListRecordsNow("[1,2]");
+    EXPECT_TRUE(answer.contains("not a JSON object")) << answer.toStdString();
 }
