@@ -148,14 +148,17 @@ TEST_F(PublicApiTest, SpeakerStatesBecomeMethodTwoMessagesAndStartsMethodZero) {
     speaker.speakerStatus = 1;
     speaker.resourceStatus = 4;
     speaker.error = ErrorCode(1, 20, 2001);
-    // A resource-status event has no speaker status: its play state is -1, not "connecting" (0).
-    IPSpeakerNotifyParam resource;
-    resource.type = 2;
-    resource.elementID = 12;
-    resource.resourceStatus = 0;
-    emit CBroadcastController::Instance()->SignalBroadcastState({started, speaker, resource});
+    // Resource-status events have no speaker status: broadcasting says nothing (-1, never "connecting");
+    // idle, as pushed once a broadcast has ended, says stopped (3).
+    IPSpeakerNotifyParam broadcasting;
+    broadcasting.type = 2;
+    broadcasting.elementID = 12;
+    broadcasting.resourceStatus = 2;
+    IPSpeakerNotifyParam idle = broadcasting;
+    idle.resourceStatus = 0;
+    emit CBroadcastController::Instance()->SignalBroadcastState({started, speaker, broadcasting, idle});
     emit CBroadcastController::Instance()->SignalStopBroadcast("", ErrorCode(), nullptr);
-    ASSERT_TRUE(WaitFor([&] { return MessageCount() == 4; }));
+    ASSERT_TRUE(WaitFor([&] { return MessageCount() == 5; }));
     EXPECT_EQ(messages[0], R"({"Method":0})");
     CRapidJsonProto state;
     ASSERT_TRUE(state.set_str(messages[1]));
@@ -166,11 +169,13 @@ TEST_F(PublicApiTest, SpeakerStatesBecomeMethodTwoMessagesAndStartsMethodZero) {
     EXPECT_EQ(state.get_int_v("/Data/ConnectState", -1), 1);
     EXPECT_EQ(state.get_int_v("/Data/WorkState", -1), 4);
     EXPECT_NE(state.get_v("/Data/ErrorInfo").find("malformed"), std::string::npos);
-    CRapidJsonProto resourceState;
-    ASSERT_TRUE(resourceState.set_str(messages[2]));
-    EXPECT_EQ(resourceState.get_int_v("/Data/NotifyType", -9), 2);
-    EXPECT_EQ(resourceState.get_int_v("/Data/PlayState", -9), -1);
-    EXPECT_EQ(messages[3], R"({"Method":1})");
+    for (int i : {2, 3}) {
+        CRapidJsonProto resourceState;
+        ASSERT_TRUE(resourceState.set_str(messages[i]));
+        EXPECT_EQ(resourceState.get_int_v("/Data/NotifyType", -9), 2);
+        EXPECT_EQ(resourceState.get_int_v("/Data/PlayState", -9), i == 2 ? -1 : 3);
+    }
+    EXPECT_EQ(messages[4], R"({"Method":1})");
 }
 
 TEST_F(PublicApiTest, DeviceBroadcastRequestsAreCheckedAndResultsAndStatesReachListeners) {

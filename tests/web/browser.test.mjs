@@ -108,6 +108,10 @@ try {
     assert.ok(other.includes('IPSpeakerBroadcastState'), 'the second page saw the speakers');
     assert.ok(!other.includes('BroadcastStartFinish') && !other.includes('BroadcastStopFinish'),
       `the second page saw the first page's results: ${other}`);
+    // It learns of the end from the speakers' pushes alone.
+    for (const id of talk) {
+      await narrow.waitForSelector(`.speaker[data-id="${id}"][data-state="idle"]`, { timeout: 10000 });
+    }
     const targets = new Set((await messages(wide)).map((m) => m.target));
     assert.ok(targets.has('0'), 'messages for the web client are shown with their target');
   });

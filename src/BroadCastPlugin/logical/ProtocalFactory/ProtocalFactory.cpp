@@ -194,13 +194,19 @@ std::string CProtocalFactory::BuildPluginNotification(PluginNotifyMethod method)
     return doc.get_str(0);
 }
 
+namespace {
+// The mapped resource status of a speaker that takes no broadcast.
+constexpr int32_t kResourceStatusIdle = 0;
+}  // namespace
+
 int32_t CProtocalFactory::PlayStateOf(const IPSpeakerNotifyParam& param) {
     if (param.type == 0) {
         return param.broadcastStatus;
     }
-    // A resource-status event carries no speaker status: it must not read as "connecting".
+    // A resource-status event carries no speaker status: an idle resource (a speaker whose broadcast ended,
+    // as pushed after a stop) reads as stopped; anything else says nothing (-1), never "connecting".
     if (param.type == 2) {
-        return -1;
+        return param.resourceStatus == kResourceStatusIdle ? 3 : -1;
     }
     switch (param.speakerStatus) {
         case 1:
