@@ -15,9 +15,12 @@ Everything the test needs to know goes to stdout, one event per line, flushed at
   BACKCHANNEL mount=<path> file=<file>        a backchannel media was configured; its audio goes to <file>
   REQUEST method=<method> uri=<uri> token=<value of X-Token or ->
   MEDIA-DONE mount=<path> file=<file>         the media was torn down (the file is complete)
+  SESSION-EXPIRED idle=<seconds>              a session had no accepted request within the time-out
 
 Options: --port (0: any free port), --out-dir (backchannel files), --user/--password (digest authentication for
 every mount), --token (requests without this X-Token header are refused with 401), --tone-hz,
+--session-timeout (seconds: announced in the Session header and enforced strictly, so that only accepted
+RTSP requests keep a session alive, not the media flowing),
 --max-lifetime (seconds; the server also ends when its parent process goes away).
 
 Run with /usr/bin/python3 (it needs the gi bindings of the distribution).
@@ -28,6 +31,7 @@ import itertools
 import os
 import signal
 import sys
+import time
 
 import gi
 
@@ -66,6 +70,8 @@ class Server:
     def __init__(self, args):
         self.args = args
         self.counter = itertools.count(1)
+        self.sessions = {}
+        self.last_accepted = {}
         self.server = GstRtspServer.RTSPOnvifServer.new()
         self.server.set_address("127.0.0.1")
         self.server.set_service(str(args.port))
@@ -109,8 +115,15 @@ class Server:
         media.connect("unprepared", lambda m: emit("MEDIA-DONE mount=%s file=%s" % (mount, path)))
 
     def on_client_connected(self, server, client):
-        for name in ("options", "describe", "setup", "play", "teardown"):
-            client.connect("pre-%s-request" % name, self.on_request, name.upper())
+        for name in ("options", "describe", "setup", "play", "teardown", "get-parameter", "set-parameter"):
+            client.connect("pre-%s-request" % name, self.on_request, name.upper().replace("-", "_"))
+        client.connect("new-session", self.on_new_session)
+
+    def on_new_session(self, client, session):
+        if self.args.session_timeout > 0:
+            session.set_timeout(self.args.session_timeout)
+            self.sessions[client] = session
+            self.last_accepted[client] = time.monotonic()
 
     def on_request(self, client, ctx, method):
         result, value = ctx.request.get_header_by_name("X-Token", 0)
@@ -119,7 +132,23 @@ class Server:
         emit("REQUEST method=%s uri=%s token=%s" % (method, uri, token if token is not None else "-"))
         if self.args.token and token != self.args.token:
             return GstRtsp.RTSPStatusCode.UNAUTHORIZED
+        self.last_accepted[client] = time.monotonic()
         return GstRtsp.RTSPStatusCode.OK
+
+    def expire_sessions(self):
+        now = time.monotonic()
+        pool = self.server.get_session_pool()
+        for client, session in list(self.sessions.items()):
+            if pool.find(session.get_sessionid()) is None:  # torn down by the client
+                del self.sessions[client]
+                continue
+            idle = now - self.last_accepted.get(client, now)
+            if idle > self.args.session_timeout:
+                emit("SESSION-EXPIRED idle=%.1f" % idle)
+                del self.sessions[client]
+                client.close()
+                pool.remove(session)
+        return True
 
     def run(self):
         if self.server.attach(None) == 0:
@@ -136,6 +165,8 @@ class Server:
             return True
 
         GLib.timeout_add(500, watchdog)
+        if self.args.session_timeout > 0:
+            GLib.timeout_add(100, self.expire_sessions)
         GLib.timeout_add_seconds(self.args.max_lifetime, loop.quit)
         GLib.unix_signal_add(GLib.PRIORITY_DEFAULT, signal.SIGTERM, loop.quit)
         GLib.unix_signal_add(GLib.PRIORITY_DEFAULT, signal.SIGINT, loop.quit)
@@ -152,6 +183,7 @@ def main():
     parser.add_argument("--token", default="")
     parser.add_argument("--tone-hz", type=int, default=1000)
     parser.add_argument("--max-lifetime", type=int, default=600)
+    parser.add_argument("--session-timeout", type=int, default=0)
     args = parser.parse_args()
     Gst.init(None)
     return Server(args).run()

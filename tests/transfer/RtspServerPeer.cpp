@@ -43,6 +43,9 @@ bool CRtspServerPeer::Start(const Options& options, std::string& error) {
     if (!options.token.empty()) {
         argv.insert(argv.end(), {"--token", options.token});
     }
+    if (options.sessionTimeoutSeconds > 0) {
+        argv.insert(argv.end(), {"--session-timeout", std::to_string(options.sessionTimeoutSeconds)});
+    }
     if (directory_.empty() || !process_.Start(argv)) {
         error = "cannot start /usr/bin/python3 with the RTSP test server";
         return false;
@@ -106,15 +109,32 @@ bool CRtspServerPeer::WaitForMediaDone(const std::string& file, std::chrono::mil
     }
 }
 
-std::vector<std::string> CRtspServerPeer::RequestTokens() {
+std::vector<CRtspServerPeer::Request> CRtspServerPeer::Requests() {
     Drain(std::chrono::milliseconds(200));
-    std::vector<std::string> tokens;
+    std::vector<Request> requests;
     for (const auto& line : events_) {
         if (line.rfind("REQUEST ", 0) == 0) {
-            tokens.push_back(Field(line, "token"));
+            requests.push_back({Field(line, "method"), Field(line, "token")});
         }
     }
+    return requests;
+}
+
+std::vector<std::string> CRtspServerPeer::RequestTokens() {
+    std::vector<std::string> tokens;
+    for (const Request& request : Requests()) {
+        tokens.push_back(request.token);
+    }
     return tokens;
+}
+
+int CRtspServerPeer::ExpiredSessions() {
+    Drain(std::chrono::milliseconds(200));
+    int count = 0;
+    for (const auto& line : events_) {
+        count += line.rfind("SESSION-EXPIRED ", 0) == 0 ? 1 : 0;
+    }
+    return count;
 }
 
 void CRtspServerPeer::Kill() {

@@ -15,6 +15,11 @@ public:
         std::string user;
         std::string password;
         std::string token;
+        int sessionTimeoutSeconds = 0;  ///< 0: not enforced
+    };
+    struct Request {
+        std::string method;
+        std::string token;  ///< "-" when absent
     };
 
     /// Starts the server on a free port; false (with `error`) when it does not come up within 20 s.
@@ -25,8 +30,12 @@ public:
     bool WaitForBackchannel(const std::string& mount, std::string& file, std::chrono::milliseconds timeout);
     /// Waits until the media writing `file` is torn down (the file is then complete).
     bool WaitForMediaDone(const std::string& file, std::chrono::milliseconds timeout);
+    /// The requests seen so far, in order.
+    std::vector<Request> Requests();
     /// Values of the X-Token header of the requests seen so far ("-" when absent), in order.
     std::vector<std::string> RequestTokens();
+    /// Sessions the server ended because no accepted request came within the session time-out.
+    int ExpiredSessions();
     void Kill();
     /// Stops (SIGSTOP) and resumes (SIGCONT) the server process: a server that hangs.
     void Freeze();

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <fstream>
 #include <mutex>
 #include <random>
@@ -317,6 +318,65 @@ TEST_F(ZPSClientTest, TalkOverUdpOutlivesTheUdpTimeOut) {
     ASSERT_TRUE(server.WaitForMediaDone(file, 10s));
     // UDP on loopback loses nothing here; a loss would show as a shorter file.
     EXPECT_TRUE(ReadFile(file) == Join(frames));
+}
+
+TEST_F(ZPSClientTest, KeepAlivesCarryTheTokenAndHoldATalkPastTheSessionTimeOut) {
+    // The server ends a session that has had no accepted request for 3 s, whatever media flows.
+    CRtspServerPeer::Options options;
+    options.token = "tok-7";
+    options.sessionTimeoutSeconds = 3;
+    ASSERT_TRUE(StartServer(options));
+    auto talkInRealTime = [&](int session, int frames, int seed) {
+        const auto audio = RandomFrames(frames, 320, static_cast<unsigned>(seed));
+        const auto start = std::chrono::steady_clock::now();
+        int failedAt = -1;
+        for (size_t i = 0; i < audio.size() && failedAt < 0; ++i) {
+            std::this_thread::sleep_until(start + 40ms * i);
+            if (ZPSClient_SendVoiceData(session, reinterpret_cast<const unsigned char*>(audio[i].data()),
+                                        320) != 0) {
+                failedAt = static_cast<int>(i);
+            }
+        }
+        return std::make_pair(Join(audio), failedAt);
+    };
+    {
+        SCOPED_TRACE("keep-alives sparser than the time-out: the server ends the talk");
+        const int session = NewSession(R"({"token":"tok-7","keepalive":30})");
+        ASSERT_EQ(Start(session, "/talk"), 0) << "error " << ZPSClient_GetLastError();
+        std::string file;
+        ASSERT_TRUE(server.WaitForBackchannel("/talk", file, 10s));
+        const auto sent = talkInRealTime(session, 200, 5);  // 8 s
+        EXPECT_GE(sent.second, 0) << "sending goes on after the server ended the session";
+        EXPECT_EQ(server.ExpiredSessions(), 1);
+        ZPSClient_Stop(session);
+        ZPSClient_DestroySession(session);
+    }
+    {
+        SCOPED_TRACE("keep-alives inside the time-out: the talk outlives it whole");
+        const int session = NewSession(R"({"token":"tok-7","keepalive":1})");
+        ASSERT_EQ(Start(session, "/talk"), 0) << "error " << ZPSClient_GetLastError();
+        std::string file;
+        ASSERT_TRUE(server.WaitForBackchannel("/talk", file, 10s));
+        const auto sent = talkInRealTime(session, 200, 6);  // 8 s, more than twice the time-out
+        EXPECT_EQ(sent.second, -1) << "a send failed";
+        EXPECT_TRUE(WaitForFileSize(file, sent.first.size(), 10s));
+        EXPECT_EQ(ZPSClient_Stop(session), 0);
+        EXPECT_EQ(ZPSClient_DestroySession(session), 0);
+        ASSERT_TRUE(server.WaitForMediaDone(file, 10s));
+        EXPECT_TRUE(ReadFile(file) == sent.first);
+        EXPECT_EQ(server.ExpiredSessions(), 1) << "only the talk without keep-alives expired";
+    }
+    int keepAlives = 0;
+    for (const auto& request : server.Requests()) {
+        EXPECT_EQ(request.token, "tok-7") << request.method << " went without the token";
+        keepAlives += request.method == "GET_PARAMETER" ? 1 : 0;
+    }
+    EXPECT_GE(keepAlives, 6) << "one a second during the 8 s talk";
+    const int session = ZPSClient_CreateSession();
+    for (const char* bad : {R"({"keepalive":0})", R"({"keepalive":301})", R"({"keepalive":"5"})"}) {
+        EXPECT_NE(ZPSClient_SetSessionParams(session, bad, static_cast<int>(std::strlen(bad))), 0) << bad;
+    }
+    ZPSClient_DestroySession(session);
 }
 
 TEST_F(ZPSClientTest, RefusedCredentialsUnknownStreamsAndDeadServersEndWithAnError) {

@@ -73,7 +73,8 @@ int ZPSClient_DestroySession(int session);
 /// RTSP time-out in seconds (1..300, default 6): bounds connecting, every request and the start of the talk.
 int ZPSClient_SetRtspTimeout(int session, int seconds);
 /// JSON object of session parameters, e.g. {"token":"abc"}. Keys: "token" (string, sent with every request in
-/// the "X-Token" header), "transport" ("tcp", the default, or "udp"). Unknown keys are ignored.
+/// the "X-Token" header), "transport" ("tcp", the default, or "udp"), "keepalive" (seconds between the
+/// session's RTSP keep-alives, 1..300, default 10). Unknown keys are ignored.
 int ZPSClient_SetSessionParams(int session, const char* params, int length);
 int ZPSClient_SetDataCallBack(int session, ZPSClient_DataCallBack callback, void* user);
 /// Opens the stream at `url` (rtsp://host:port/path) and returns once it plays, or fails within the RTSP

@@ -29,6 +29,10 @@ constexpr gint64 kMpaMaxPtimeNs = 24 * GST_MSECOND;
 // a burst of frames larger than the buffer goes through as fast as the backchannel takes it.
 constexpr auto kSendRoomWait = std::chrono::milliseconds(100);
 constexpr auto kSendRoomPoll = std::chrono::milliseconds(2);
+/// rtspsrc's own keep-alive bypasses the request hook and would go without the token, so the session sends
+/// its own, by default every 10 s: well inside the shortest session time-outs servers announce (RTSP's
+/// default is 60 s). The "keepalive" session parameter sets another interval.
+constexpr int kDefaultKeepAliveSeconds = 10;
 
 std::string StructureString(const GstStructure* structure, const char* field) {
     const gchar* value = gst_structure_get_string(structure, field);
@@ -116,6 +120,7 @@ int CZpsSession::SetParams(const std::string& json) {
     }
     std::string token;
     bool useTcp = true;
+    int keepAlive = kDefaultKeepAliveSeconds;
     if (document.HasMember("token")) {
         if (!document["token"].IsString()) {
             return ZPS_ERR_INVALID_PARAM;
@@ -133,9 +138,17 @@ int CZpsSession::SetParams(const std::string& json) {
         }
         useTcp = value == "tcp";
     }
+    if (document.HasMember("keepalive")) {
+        const auto& seconds = document["keepalive"];
+        if (!seconds.IsInt() || seconds.GetInt() < 1 || seconds.GetInt() > 300) {
+            return ZPS_ERR_INVALID_PARAM;
+        }
+        keepAlive = seconds.GetInt();
+    }
     std::lock_guard<std::mutex> lock(mutex_);
     token_ = token;
     useTcp_ = useTcp;
+    keepAliveSeconds_ = keepAlive;
     return ZPS_ERR_OK;
 }
 
@@ -170,6 +183,7 @@ int CZpsSession::Start(const std::string& url, const std::string& userAgent, int
         config.useTcp = useTcp_;
         config.bufferBytes = bufferBytes_;
         config.timeoutSeconds = timeoutSeconds_;
+        config.keepAliveSeconds = keepAliveSeconds_;
     }
 
     int error = ZPS_ERR_OK;
@@ -211,12 +225,24 @@ CZpsSession::Attempt CZpsSession::RunAttempt(const TalkConfig& config, bool back
     }
     BusPtr bus(gst_element_get_bus(pipeline_.get()));
     busStop_ = false;
-    busThread_ = std::thread([this, raw = bus.release()] {
+    const auto keepAliveInterval = std::chrono::seconds(config.keepAliveSeconds);
+    busThread_ = std::thread([this, raw = bus.release(), keepAliveInterval] {
         BusPtr owned(raw);
+        auto nextKeepAlive = std::chrono::steady_clock::time_point::max();
         while (!busStop_) {
             MessagePtr message(gst_bus_timed_pop(owned.get(), 50 * GST_MSECOND));
             if (message) {
                 HandleMessage(message.get(), false);
+            }
+            const auto now = std::chrono::steady_clock::now();
+            if (nextKeepAlive == std::chrono::steady_clock::time_point::max()) {
+                std::lock_guard<std::mutex> lock(mutex_);
+                if (playCompleted_) {
+                    nextKeepAlive = now + keepAliveInterval;
+                }
+            } else if (now >= nextKeepAlive) {
+                SendKeepAlive();
+                nextKeepAlive = now + keepAliveInterval;
             }
             BusPtr sendBus;
             {
@@ -293,7 +319,7 @@ bool CZpsSession::BuildReceivePipeline(const TalkConfig& config, bool backchanne
     g_object_set(source.get(), "location", config.url.c_str(), "user-agent", config.userAgent.c_str(),
                  "latency", kDownstreamLatencyMs, "tcp-timeout",
                  static_cast<guint64>(config.timeoutSeconds) * G_USEC_PER_SEC, "teardown-timeout",
-                 static_cast<guint64>(GST_SECOND), nullptr);
+                 static_cast<guint64>(GST_SECOND), "do-rtsp-keep-alive", FALSE, nullptr);
     if (!config.user.empty()) {
         g_object_set(source.get(), "user-id", config.user.c_str(), "user-pw", config.password.c_str(),
                      nullptr);
@@ -656,6 +682,25 @@ void CZpsSession::DescribeDownstream(const GstStructure* rtp) {
                                     ? codec->fixedRate
                                     : static_cast<uint32_t>(StructureInt(rtp, "clock-rate", 0));
         audioInfo_.bitRate = codec->bytesPerSecond * 8 * static_cast<uint32_t>(channels);
+    }
+}
+
+void CZpsSession::SendKeepAlive() {
+    ElementPtr source;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!rtspsrc_ || error_ != ZPS_ERR_OK) {
+            return;
+        }
+        source.reset(GST_ELEMENT(gst_object_ref(rtspsrc_.get())));
+    }
+    gchar* noParameters[] = {nullptr};
+    GstPromise* promise = gst_promise_new();
+    gboolean queued = FALSE;
+    g_signal_emit_by_name(source.get(), "get-parameters", noParameters, nullptr, promise, &queued);
+    gst_promise_unref(promise);  // the answer is not needed: a session the server ended shows on the bus
+    if (!queued) {
+        TAL_LOG(4, kLogModule, "[%s]RTSP keep-alive could not be queued[%s(%d)]");
     }
 }
 

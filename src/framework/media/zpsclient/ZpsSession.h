@@ -31,6 +31,7 @@ struct TalkConfig {
     bool useTcp = true;
     int bufferBytes = 36864;
     int timeoutSeconds = 6;
+    int keepAliveSeconds = 10;
 };
 
 class CZpsSession {
@@ -60,6 +61,9 @@ private:
     /// Drains the send pipeline (bounded), then stops and frees both pipelines and the bus thread.
     void Teardown();
     void BusLoop();
+    /// Asks rtspsrc for a GET_PARAMETER without parameters: the session's keep-alive, sent through the
+    /// request path so that it carries the token like every other request.
+    void SendKeepAlive();
     void HandleMessage(GstMessage* message, bool fromSendPipeline);
     void Fail(int error);
 
@@ -83,6 +87,7 @@ private:
     int timeoutSeconds_ = 6;
     std::string token_;
     bool useTcp_ = true;
+    int keepAliveSeconds_ = 10;
     ZPSClient_DataCallBack callback_ = nullptr;
     void* callbackUser_ = nullptr;
 
