@@ -78,6 +78,16 @@ protected:
         return lines;
     }
 
+    // Lines of a file that contain `fragment` (every line for an empty one).
+    static std::size_t CountLines(const std::string& path, const std::string& fragment) {
+        std::ifstream in(path);
+        std::size_t count = 0;
+        for (std::string line; std::getline(in, line);) {
+            count += line.find(fragment) != std::string::npos ? 1 : 0;
+        }
+        return count;
+    }
+
     static BcastTest::CPulseAudioPeer* pulse_;
     static PlatformTest::CPlatformProcess* platform_;
     static BcastTest::CTempDir* dir_;
@@ -96,11 +106,18 @@ TEST_F(HostBroadcastTest, ApiTalkReportsItsStagesAndTheSpeakersPlayTheMicrophone
     CBackgroundProcess voice;
     ASSERT_TRUE(pulse_->StartPlaying(tone, &voice));
 
+    const std::string log = dir_->File("data") + "/log/bcast-host.log";
+    const std::size_t linesBefore = CountLines(log, "");
     const ProcessResult run =
         Host({"api", "StartIPSpeakerBroadcast", R"({"Data":{"ElementIDs":"1003,1006","Mode":0}})",
               "StopIPSpeakerBroadcast", "--wait", "5"});
     voice.Stop();
     ASSERT_EQ(run.exitCode, 0) << run.output;
+    // The host polls the task state while it waits: the log keeps the run, not the polling.
+    const std::size_t written = CountLines(log, "") - linesBefore;
+    EXPECT_GT(written, 20u) << log << " holds the run";
+    EXPECT_LT(written, 200u);
+    EXPECT_LE(CountLines(log, "Get task run state"), 4u);
     const std::vector<std::string> notes = Lines(run.output, "notification: ");
     auto position = [&](const std::string& fragment) {
         for (std::size_t i = 0; i < notes.size(); ++i) {

@@ -1,6 +1,7 @@
 #include "BroadCastPlugin/controller/PublishAPI/PublishAPIManager.h"
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 
 #include "BroadCastPlugin/BroadcastConstants.h"
@@ -224,7 +225,9 @@ bool CPublishAPIManager::UploadRecordFile(const std::string& request, std::strin
 
 bool CPublishAPIManager::GetTaskRunState(const std::string& /*request*/, std::string& response) {
     const int count = CBroadcastController::Instance()->GetMainTaskCount();
-    if (count > 0) {
+    // A caller may poll this while it waits: only a change of the count is worth a line.
+    static std::atomic<int> lastLogged{0};
+    if (lastLogged.exchange(count) != count && count > 0) {
         BCAST_LOG(3, "[%s]Get task run state, currnet task count: %d[%s(%d)]", count);
     }
     response = CProtocalFactory::BuildTaskRunStateResponse(count);
