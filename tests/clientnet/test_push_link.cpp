@@ -362,6 +362,13 @@ TEST_F(TlsPushLinkTest, LoginAndPushLinkTrustOnlyTheConfiguredAuthority) {
         EXPECT_FALSE(BusinessCommon::LoginToPlatform(TlsLogin(""), error))
             << "nor do the system's authorities";
     }
+    {
+        SCOPED_TRACE("the right authority, but the certificate names another host");
+        BusinessCommon::PlatformLoginRequest request = TlsLogin(trusted);
+        request.address = "localhost";  // the certificate is for the address 127.0.0.1 only
+        EXPECT_FALSE(BusinessCommon::LoginToPlatform(request, error));
+        EXPECT_NE(error.find("TLS"), std::string::npos) << error;
+    }
 
     auto status = Observe("test.status", {3}, {{310001, 0}});
     BusinessCommon::PlatformLoginResult result;

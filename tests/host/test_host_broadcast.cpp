@@ -6,8 +6,11 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
+
+#include <rapidjson/document.h>
 
 #include "AudioCheck.h"
 #include "PlatformProcess.h"
@@ -387,4 +390,69 @@ TEST_F(HostBroadcastTest, AFailedLoginEndsEveryModeAtOnceWithOneLine) {
             EXPECT_TRUE(Lines(run.output, "notification: ").empty()) << name;
         }
     }
+}
+
+TEST_F(HostBroadcastTest, NoPasswordKeyOrTokenReachesAnyLog) {
+    // The site's secrets: every user's and device's password, every storage server's keys.
+    std::vector<std::string> secrets;
+    {
+        std::ifstream in(PlatformTest::DemoFixture());
+        const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        rapidjson::Document site;
+        site.Parse(text.c_str());
+        ASSERT_FALSE(site.HasParseError());
+        for (const char* section : {"Users", "Devices"}) {
+            for (const auto& item : site[section].GetArray()) {
+                if (item.HasMember("Password") && item["Password"].GetStringLength() > 0) {
+                    secrets.push_back(item["Password"].GetString());
+                }
+            }
+        }
+        for (const auto& store : site["StorageServers"].GetArray()) {
+            for (const char* key : {"AccessKey", "SecretKey"}) {
+                secrets.push_back(store[key].GetString());
+            }
+        }
+        ASSERT_GE(secrets.size(), 8u);
+    }
+
+    // A recorded live talk on every transport (the upload signs with the store's keys), then a device talk
+    // (the devices' logins).
+    const ProcessResult talk =
+        Host({"api", "StartIPSpeakerBroadcast", R"({"Data":{"ElementIDs":"1001,1003,1006","Mode":0}})",
+              "StopIPSpeakerBroadcast", "--wait", "3"});
+    ASSERT_EQ(talk.exitCode, 0) << talk.output;
+    const ProcessResult device = Host({"device-talk", "201", "--wait", "1"});
+    ASSERT_EQ(device.exitCode, 0) << device.output;
+    PlatformTest::RestReply records = Control("GET", "/broadcasts");
+    EXPECT_NE(records.body.find("pool-records"), std::string::npos) << "the talk was recorded and uploaded\n"
+                                                                    << records.body;
+
+    // Every log: the client's files, the platform's output and its scratch files, the host's output.
+    std::vector<std::pair<std::string, std::string>> logs = {{"host output", talk.output + device.output},
+                                                             {"platform stdout", platform_->Stdout()},
+                                                             {"platform stderr", platform_->Stderr()}};
+    const std::string platformDir = platform_->SpeakerDir().substr(0, platform_->SpeakerDir().rfind('/'));
+    for (const std::string& root : {dir_->File("data"), platformDir}) {
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+            const std::string name = entry.path().filename().string();
+            if (entry.is_regular_file() &&
+                (name.find(".log") != std::string::npos || name.find(".txt") != std::string::npos)) {
+                std::ifstream in(entry.path());
+                logs.emplace_back(entry.path().string(), std::string((std::istreambuf_iterator<char>(in)),
+                                                                     std::istreambuf_iterator<char>()));
+            }
+        }
+    }
+    std::size_t scanned = 0;
+    for (const auto& log : logs) {
+        scanned += log.second.size();
+        for (const std::string& secret : secrets) {
+            EXPECT_EQ(log.second.find(secret), std::string::npos) << log.first << " holds " << secret;
+        }
+        for (const char* header : {"Bearer ", "X-Token:", "Authorization:"}) {
+            EXPECT_EQ(log.second.find(header), std::string::npos) << log.first << " holds a " << header;
+        }
+    }
+    EXPECT_GT(scanned, 10000u) << "the logs were found";
 }
