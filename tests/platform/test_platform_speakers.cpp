@@ -32,7 +32,22 @@ void ExpectTone(const std::vector<int16_t>& recording, double hz, double seconds
 
 }  // namespace
 
-class SpeakerTransportTest : public SpeakerFixture {};
+class SpeakerTransportTest : public SpeakerFixture {
+protected:
+    /// A number from the arrival-lateness figures of the pole's UDP speaker (device 301).
+    double PoleLateness(const char* key) {
+        RestReply devices = Control("GET", "/devices");
+        const rapidjson::Value* list = devices.Node("/ResponseStatus/Data/Devices");
+        if (list != nullptr) {
+            for (const rapidjson::Value& d : list->GetArray()) {
+                if (d["DeviceID"].GetInt() == 301 && d.HasMember(key)) {
+                    return d[key].GetDouble();
+                }
+            }
+        }
+        return -1;
+    }
+};
 
 TEST_F(SpeakerTransportTest, StreamingServerTalkPlaysOnEveryGroupSpeakerUntilTheTeardown) {
     std::vector<GroupAddress> groups = RequestGroups("1001,1002");
@@ -288,9 +303,25 @@ TEST_F(SpeakerTransportTest, UdpSpeakersPlayRtpAndAnOfflineOneFailsAndRecordsNot
             EXPECT_EQ(d["Packets"].GetInt(), 50);
             EXPECT_EQ(d["Lost"].GetInt(), 0);
             EXPECT_EQ(std::string(d["Codec"].GetString()), "PCMU");
+            EXPECT_EQ(d["LatenessSamples"].GetInt(), 50) << "every packet's arrival is measured";
         }
     }
     EXPECT_TRUE(sawPole) << devices.body;
+    {
+        SCOPED_TRACE("a burst: 800 ms of audio in 20 packets at once, measured against the last one");
+        ASSERT_EQ(Control("POST", "/devices/lateness/reset").ErrorCode(), 0);
+        CRtpSender burst(pole, 0, 0x7777);
+        const std::vector<uint8_t> frames = G711Tone(kToneHz, 0.8);  // 20 packets of 40 ms
+        for (std::size_t at = 0; at + kFrameBytes <= frames.size(); at += kFrameBytes) {
+            ASSERT_TRUE(burst.Send(frames.data() + at, kFrameBytes));
+        }
+        for (int waited = 0; PoleLateness("LatenessSamples") < 20 && waited < 5000; waited += 50) {
+            Pump(50);
+        }
+        EXPECT_GT(PoleLateness("LatenessMaxMs"), 700.0) << "the first packet came 760 ms before the last";
+        EXPECT_LT(PoleLateness("LatenessMaxMs"), 800.0);
+        EXPECT_EQ(PoleLateness("LatenessSamples"), 20) << "the reset dropped the talk's samples";
+    }
     std::string prefix;
     RestReply horns = SpeakerState(1007, prefix);
     EXPECT_EQ(horns.Int((prefix + "DroppedBytes").c_str()), 16000) << "received but not played";

@@ -81,7 +81,8 @@ RestResponse SetSpeaker(const RestRequest& request, PlatformContext& context) {
 //   "RefusedChannels":[],"Logins":1,"AuthFailures":0,"TalksOpened":1,"TalksRefused":0,"TalksActive":0,
 //   "AudioType":"G.711ulaw","Bytes":16000,"Online":true,"WavPath":"/tmp/../device-103.wav"},{"DeviceID":301,"Kind":"udp","Address":"127.0.0.1","Port":18670,
 //   "Packets":50,"PayloadBytes":16000,"Lost":0,"Late":0,"Malformed":0,"Unsupported":0,"Codec":"PCMU",
-//   "LastSource":"127.0.0.1:50000"}]}
+//   "LastSource":"127.0.0.1:50000","LatenessSamples":50,"LatenessP50Ms":0.05,"LatenessP99Ms":0.4,
+//   "LatenessMaxMs":0.6}]}
 RestResponse Devices(const RestRequest&, PlatformContext& context) {
     Json::CWriter w;
     w.BeginObject().BeginArray("Devices");
@@ -108,11 +109,22 @@ RestResponse Devices(const RestRequest&, PlatformContext& context) {
                 .Int("Lost", static_cast<int64_t>(d.lost));
             w.Int("Late", static_cast<int64_t>(d.late)).Int("Malformed", static_cast<int64_t>(d.malformed));
             w.Int("Unsupported", static_cast<int64_t>(d.unsupported)).String("Codec", d.codec);
-            w.String("LastSource", d.lastSource).EndObject();
+            w.String("LastSource", d.lastSource)
+                .Int("LatenessSamples", static_cast<int64_t>(d.latenessSamples));
+            w.Double("LatenessP50Ms", d.latenessP50Ms).Double("LatenessP99Ms", d.latenessP99Ms);
+            w.Double("LatenessMaxMs", d.latenessMaxMs).EndObject();
         }
     }
     w.EndArray().EndObject();
     return Ok(w.Text());
+}
+
+// Starts a new measurement of the UDP speakers' arrival lateness. Request: {} (nothing).
+RestResponse ResetLateness(const RestRequest&, PlatformContext& context) {
+    if (COemSpeakers* oem = context.site.Oem()) {
+        oem->ResetLateness();
+    }
+    return Ok();
 }
 
 // Request: {"RefuseLogin":true,"RefusedChannels":[1],"Online":false} (any of the keys): devices of the device
@@ -247,6 +259,7 @@ void AddSimulationControlRoutes(CRouter& router, PlatformContext& context) {
     add("GET", "/speakers", Speakers);
     add("POST", "/speaker/{int}", SetSpeaker);
     add("GET", "/devices", Devices);
+    add("POST", "/devices/lateness/reset", ResetLateness);
     add("POST", "/device/{int}", SetDevice);
     add("GET", "/device-broadcasts", DeviceBroadcasts);
     add("GET", "/streaming", Streaming);

@@ -156,6 +156,12 @@ CWriter& CWriter::Int(const char* key, int64_t value) {
     return *this;
 }
 
+CWriter& CWriter::Double(const char* key, double value) {
+    Key(key);
+    writer_.Double(value);
+    return *this;
+}
+
 CWriter& CWriter::String(const char* key, const std::string& value) {
     Key(key);
     writer_.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));

@@ -41,6 +41,7 @@ public:
     CWriter& BeginArray(const char* key = nullptr);
     CWriter& EndArray();
     CWriter& Int(const char* key, int64_t value);
+    CWriter& Double(const char* key, double value);
     CWriter& String(const char* key, const std::string& value);
     CWriter& Bool(const char* key, bool value);
     CWriter& Null(const char* key);

@@ -7,7 +7,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <map>
 
@@ -38,6 +40,10 @@ private:
 };
 
 constexpr std::size_t kMaxDatagram = 65536;
+/// A pause longer than this between packets starts a new stream for the lateness measurement.
+constexpr int64_t kStreamGapNs = 1000000000;
+/// At 50 packets a second, about half an hour of one speaker's lateness; the older half goes beyond it.
+constexpr std::size_t kMaxLatenessSamples = 100000;
 
 }  // namespace
 
@@ -48,6 +54,16 @@ struct COemSpeakers::Socket {
     uint16_t lastSequence = 0;
     uint32_t ssrc = 0;
     bool warned = false;  ///< a decoding problem was logged (once per speaker)
+    // Arrival timing (see OemSpeakerStats): per packet, arrival minus media time relative to the stream's
+    // first packet, with the stream's number; each stream's smallest value is its on-time reference.
+    bool timing = false;
+    uint32_t timingSsrc = 0;
+    uint32_t firstTimestamp = 0;
+    int64_t firstArrivalNs = 0;
+    int64_t lastArrivalNs = 0;
+    int stream = 0;
+    std::map<int, int64_t> earliestOffsetUs;  ///< by stream
+    std::vector<std::pair<int, int64_t>> offsetsUs;
     std::map<int, std::unique_ptr<CSpeakerDecoder>> decoders;  ///< by codec
 };
 
@@ -126,9 +142,64 @@ std::vector<OemSpeakerStats> COemSpeakers::Stats() const {
     std::lock_guard<std::mutex> lock(mutex_);
     std::vector<OemSpeakerStats> out;
     for (const auto& s : sockets_) {
-        out.push_back(s->stats);
+        OemSpeakerStats stats = s->stats;
+        std::vector<int64_t> lateness;
+        lateness.reserve(s->offsetsUs.size());
+        for (const auto& sample : s->offsetsUs) {
+            lateness.push_back(sample.second - s->earliestOffsetUs.at(sample.first));
+        }
+        stats.latenessSamples = lateness.size();
+        if (!lateness.empty()) {
+            std::sort(lateness.begin(), lateness.end());
+            auto at = [&lateness](double q) {
+                return static_cast<double>(lateness[static_cast<std::size_t>(q * (lateness.size() - 1))]) /
+                       1000.0;
+            };
+            stats.latenessP50Ms = at(0.5);
+            stats.latenessP99Ms = at(0.99);
+            stats.latenessMaxMs = static_cast<double>(lateness.back()) / 1000.0;
+        }
+        out.push_back(stats);
     }
     return out;
+}
+
+void COemSpeakers::ResetLateness() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto& s : sockets_) {
+        s->offsetsUs.clear();
+        s->earliestOffsetUs.clear();
+        s->timing = false;
+    }
+}
+
+void COemSpeakers::RecordArrival(Socket& socket, const RtpPacket& packet, SpeakerCodec codec) {
+    if (codec == SpeakerCodec::kMp3) {
+        return;  // its media clock is not 8 kHz
+    }
+    const int64_t now = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                            std::chrono::steady_clock::now().time_since_epoch())
+                            .count();
+    if (!socket.timing || packet.ssrc != socket.timingSsrc || now - socket.lastArrivalNs > kStreamGapNs) {
+        socket.timing = true;
+        socket.timingSsrc = packet.ssrc;
+        socket.firstTimestamp = packet.timestamp;
+        socket.firstArrivalNs = now;
+        ++socket.stream;
+    }
+    socket.lastArrivalNs = now;
+    const int64_t mediaNs =
+        static_cast<int64_t>(static_cast<int32_t>(packet.timestamp - socket.firstTimestamp)) * 1000000000 /
+        8000;
+    const int64_t offsetUs = (now - socket.firstArrivalNs - mediaNs) / 1000;
+    auto earliest = socket.earliestOffsetUs.emplace(socket.stream, offsetUs).first;
+    earliest->second = std::min(earliest->second, offsetUs);
+    if (socket.offsetsUs.size() >= kMaxLatenessSamples) {
+        socket.offsetsUs.erase(
+            socket.offsetsUs.begin(),
+            socket.offsetsUs.begin() + static_cast<std::ptrdiff_t>(kMaxLatenessSamples / 2));
+    }
+    socket.offsetsUs.emplace_back(socket.stream, offsetUs);
 }
 
 void COemSpeakers::Run() {
@@ -206,6 +277,7 @@ void COemSpeakers::Receive(Socket& socket) {
             socket.lastSequence = packet.sequence;
             ++socket.stats.packets;
             socket.stats.payloadBytes += packet.payloadSize;
+            RecordArrival(socket, packet, codec);
             socket.stats.codec = CodecName(codec);
         }
         auto& decoder = socket.decoders[static_cast<int>(codec)];

@@ -13,6 +13,8 @@
 namespace Platform {
 
 class CSpeakerSim;
+struct RtpPacket;
+enum class SpeakerCodec;
 
 struct OemSpeakerConfig {
     int deviceId = 0;
@@ -32,6 +34,13 @@ struct OemSpeakerStats {
     uint64_t unsupported = 0;  ///< payload types no speaker decodes
     std::string codec;         ///< of the last packet
     std::string lastSource;
+    /// Arrival lateness of the packets since the last ResetLateness: arrival time minus the packet's media
+    /// time, less the smallest such difference of its stream (so 0 for a packet exactly on time). Streams
+    /// of 8 kHz RTP clocks only (PCMU, PCMA, G.722); a new stream starts after a second without packets.
+    uint64_t latenessSamples = 0;
+    double latenessP50Ms = 0;
+    double latenessP99Ms = 0;
+    double latenessMaxMs = 0;
 };
 
 class COemSpeakers {
@@ -48,11 +57,15 @@ public:
     /// The bound port of a device, 0 when it has none.
     int PortOf(int deviceId) const;
     std::vector<OemSpeakerStats> Stats() const;
+    /// Starts a new measurement of the arrival lateness.
+    void ResetLateness();
 
 private:
     struct Socket;
     void Run();
     void Receive(Socket& socket);
+    /// Adds the packet's arrival lateness. Needs `mutex_`.
+    void RecordArrival(Socket& socket, const RtpPacket& packet, SpeakerCodec codec);
 
     CSpeakerSim& speakers_;
     std::vector<std::unique_ptr<Socket>> sockets_;
