@@ -1,5 +1,7 @@
 #include "BroadCastPlugin/logical/VoiceTransfer/VoiceTransferManager.h"
 
+#include <sys/prctl.h>
+
 #include <algorithm>
 
 #include "BroadCastPlugin/logical/VoiceTransfer/SafeCopy.h"
@@ -13,6 +15,8 @@ namespace BroadCastPlugin {
 namespace {
 
 using Milliseconds = std::chrono::milliseconds;
+/// Timer slack of the sending threads, in nanoseconds.
+constexpr unsigned long kSendTimerSlackNs = 1000;
 
 /// Closes transports outside of any lock: a streaming session drains and tears down over the network.
 void UninitAll(std::vector<std::shared_ptr<IVoiceTransfer>>& transfers) {
@@ -204,6 +208,9 @@ void CVoiceTransferManager::SetInputFinished() {
 }
 
 void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) {
+    // The kernel may end this thread's sleeps up to the timer slack late (50 us by default): a frame's
+    // schedule wants them on time.
+    prctl(PR_SET_TIMERSLACK, kSendTimerSlackNs, 0, 0, 0);
     int32_t count = 0;
     ITransferClock::TimePoint start = clock_->Now();
     const int32_t preBufferFrames = group->preBufferFrames;
@@ -256,13 +263,13 @@ void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) 
                 }
             }
             if (!burst) {
-                // Absolute schedule from `start`: no drift accumulates and a late sender catches up unslept.
+                // Absolute schedule from `start`: no drift accumulates, a late sender catches up unslept, and
+                // the sleep ends at the due time itself rather than whole milliseconds after it.
                 const int64_t due = static_cast<int64_t>(frameIntervalMs.load()) *
                                     (count - (group->preBufferEnabled ? preBufferFrames : 0));
-                const int64_t elapsed =
-                    std::chrono::duration_cast<Milliseconds>(clock_->Now() - start).count();
-                if (due - elapsed > 0) {
-                    clock_->SleepFor(Milliseconds(due - elapsed), stopFlag);
+                const ITransferClock::TimePoint deadline = start + Milliseconds(due);
+                if (deadline > clock_->Now()) {
+                    clock_->SleepUntil(deadline, stopFlag);
                 }
             }
             ++count;
