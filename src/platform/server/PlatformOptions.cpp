@@ -168,7 +168,7 @@ std::string UsageText() {
            "                      [--storage-dir DIR] [--node PROGRAM] [--object-store-script FILE]\n"
            "  --fixture FILE      the site to serve (default: fixtures/demo-site.json in the current "
            "directory,\n"
-           "                      else in the source tree)\n"
+           "                      else in the installed share/bcast, else in the source tree)\n"
            "  --listen ADDR:PORT  REST address (default 127.0.0.1:18650; port 0 picks a free one)\n"
            "  --push-port N       websocket push port (default: REST port + 1; 0 picks a free one)\n"
            "  --tls-cert/--tls-key  serve https and wss with this PEM certificate chain and key\n"
@@ -190,7 +190,8 @@ std::string UsageText() {
            "                      /tmp, bcast-platform-storage-<uid>)\n"
            "  --node PROGRAM      the Node.js program that runs the stores (default: node on PATH)\n"
            "  --object-store-script FILE  the stores' launcher (default: scripts/objectstore/s3rver.js in\n"
-           "                      the current directory, else in the source tree)\n";
+           "                      the current directory, else share/bcast/objectstore/s3rver.js of the\n"
+           "                      installation, else in the source tree)\n";
 }
 
 std::string DefaultSpeakerDir() {
@@ -205,10 +206,31 @@ std::string DefaultStorageDir() {
     return base + "/bcast-platform-storage-" + std::to_string(::getuid());
 }
 
+namespace {
+
+// share/bcast of the installation the program runs from ("" when unknown).
+std::string InstalledDataDir() {
+#ifdef BCAST_PLATFORM_DATADIR_FROM_BIN
+    char buffer[4096];
+    const ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof(buffer) - 1);
+    if (n > 0) {
+        const std::string exe(buffer, static_cast<size_t>(n));
+        return exe.substr(0, exe.rfind('/') + 1) + BCAST_PLATFORM_DATADIR_FROM_BIN + "/";
+    }
+#endif
+    return std::string();
+}
+
+}  // namespace
+
 std::string DefaultObjectStoreScript() {
     const std::string relative = "scripts/objectstore/s3rver.js";
     if (Tal::Base::FileSystem::FileExists(relative)) {
         return relative;
+    }
+    const std::string dataDir = InstalledDataDir();
+    if (!dataDir.empty() && Tal::Base::FileSystem::FileExists(dataDir + "objectstore/s3rver.js")) {
+        return dataDir + "objectstore/s3rver.js";
     }
 #ifdef BCAST_PLATFORM_SOURCE_DIR
     return std::string(BCAST_PLATFORM_SOURCE_DIR) + "/" + relative;
@@ -219,6 +241,10 @@ std::string DefaultObjectStoreScript() {
 
 std::vector<std::string> DefaultFixtureCandidates() {
     std::vector<std::string> candidates = {"fixtures/demo-site.json"};
+    const std::string dataDir = InstalledDataDir();
+    if (!dataDir.empty()) {
+        candidates.push_back(dataDir + "fixtures/demo-site.json");
+    }
 #ifdef BCAST_PLATFORM_SOURCE_DIR
     candidates.push_back(std::string(BCAST_PLATFORM_SOURCE_DIR) + "/fixtures/demo-site.json");
 #endif

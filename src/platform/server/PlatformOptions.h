@@ -44,12 +44,14 @@ std::string DefaultSpeakerDir();
 /// $TMPDIR (or /tmp) /bcast-platform-storage-<uid>.
 std::string DefaultStorageDir();
 
-/// scripts/objectstore/s3rver.js below the current directory when it is there, else below the source tree
-/// the program was built from.
+/// scripts/objectstore/s3rver.js below the current directory when it is there, else objectstore/s3rver.js in
+/// the installed data directory (share/bcast relative to the program), else below the source tree the
+/// program was built from.
 std::string DefaultObjectStoreScript();
 
 /// Where the default fixture is looked for, in order: fixtures/demo-site.json below the current directory,
-/// then below the source tree the program was built from.
+/// then below the installed data directory (share/bcast relative to the program), then below the source
+/// tree the program was built from.
 std::vector<std::string> DefaultFixtureCandidates();
 
 }  // namespace Platform

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Builds the Debian packages: sets up the machine, makes a Release build installed under /usr, packs one
+# package per component with CPack (dependencies from dpkg-shlibdeps) and checks them with lintian.
+# The packages land in build-pkg/packages.
+#   BUILD_DIR=DIR  build directory (default build-pkg)
+#   JOBS=N         parallel build jobs (default 2)
+#   SKIP_SETUP=1   do not run scripts/setup.sh (the machine is set up already)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+BUILD_DIR=${BUILD_DIR:-build-pkg}
+JOBS=${JOBS:-2}
+
+[ "${SKIP_SETUP:-0}" = "1" ] || scripts/setup.sh
+
+echo "== Release build for the packages in $BUILD_DIR"
+cmake -S . -B "$BUILD_DIR" -DCMAKE_BUILD_TYPE=Release -DBCAST_TESTS=OFF -DBCAST_SANITIZE=OFF -DBCAST_TSAN=OFF \
+  -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
+cmake --build "$BUILD_DIR" -j"$JOBS"
+
+echo "== Debian packages"
+rm -f "$BUILD_DIR"/packages/*.deb
+(cd "$BUILD_DIR" && cpack -G DEB >/dev/null)
+
+echo "== lintian"
+# Warnings are reported; an error fails the build of the packages.
+lintian --fail-on error "$BUILD_DIR"/packages/*.deb || { echo "package: lintian found errors" >&2; exit 1; }
+ls -1 "$BUILD_DIR"/packages/*.deb
