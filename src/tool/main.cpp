@@ -49,8 +49,8 @@ int main(int argc, char** argv) {
     } catch (const CLI::Success& e) {
         return parser.exit(e);
     } catch (const CLI::ParseError& e) {
-        std::fprintf(stderr, "bcast-tool: %s\nusage: bcast-tool COMMAND [ARGS] (bcast-tool --help)\n",
-                     e.what());
+        std::fprintf(stderr, "bcast-tool: %s\nusage: bcast-tool COMMAND [ARGS]\n%s", e.what(),
+                     CommandList(commands).c_str());
         return 2;
     }
     std::vector<std::string> rest = parser.remaining();
@@ -64,8 +64,8 @@ int main(int argc, char** argv) {
             return command.run(static_cast<int>(rest.size()), args.data());
         }
     }
-    std::fprintf(stderr,
-                 "bcast-tool: unknown command \"%s\"\nusage: bcast-tool COMMAND [ARGS] (bcast-tool --help)\n",
-                 name.c_str());
+    // The error in one line, then the commands there are.
+    std::fprintf(stderr, "bcast-tool: unknown command \"%s\"\nusage: bcast-tool COMMAND [ARGS]\n%s",
+                 name.c_str(), CommandList(commands).c_str());
     return 2;
 }
