@@ -38,14 +38,15 @@ int main(int argc, char** argv) {
     parser.set_version_flag("--version", BCAST_VERSION);
     std::string name;
     parser.add_option("command", name, "the command to run")->required();
-    parser.prefix_command();
     parser.footer(CommandList(commands));
     if (argc >= 2 && std::strcmp(argv[1], "help") == 0) {
         std::fputs(parser.help().c_str(), stdout);
         return 0;
     }
+    // Words after the command's name belong to the command (its own --help among them).
+    const bool named = argc >= 2 && argv[1][0] != '-';
     try {
-        parser.parse(argc, argv);
+        parser.parse(named ? 2 : argc, argv);
     } catch (const CLI::Success& e) {
         return parser.exit(e);
     } catch (const CLI::ParseError& e) {
@@ -53,7 +54,10 @@ int main(int argc, char** argv) {
                      CommandList(commands).c_str());
         return 2;
     }
-    std::vector<std::string> rest = parser.remaining();
+    std::vector<std::string> rest;
+    if (named) {
+        rest.assign(argv + 2, argv + argc);
+    }
     std::vector<char*> args;
     for (std::string& word : rest) {
         args.push_back(&word[0]);
