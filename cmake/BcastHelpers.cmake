@@ -1,14 +1,18 @@
 # Shared compile settings and small helpers for the project's targets.
 
 add_library(bcast_settings INTERFACE)
-target_compile_options(bcast_settings INTERFACE -Wall -Wextra)
-target_include_directories(bcast_settings INTERFACE ${PROJECT_SOURCE_DIR}/src)
+target_compile_options(bcast_settings INTERFACE $<BUILD_INTERFACE:-Wall -Wextra>)
+# Installed, the framework's headers keep their paths below include/bcast ("framework/base/ErrorCode.h").
+target_include_directories(bcast_settings INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/bcast>)
+set_target_properties(bcast_settings PROPERTIES EXPORT_NAME headers)
 # Log lines name source files relative to the repository root. Through ccache the compiler is given paths
 # relative to the build directory already (CCACHE_BASEDIR), and a definition that holds the length of the
 # clone's path would keep clones at other paths from sharing the cache.
 if(NOT CCACHE_PROGRAM)
   string(LENGTH "${PROJECT_SOURCE_DIR}/" BCAST_SOURCE_PREFIX_LEN)
-  target_compile_definitions(bcast_settings INTERFACE TAL_SOURCE_PREFIX_LEN=${BCAST_SOURCE_PREFIX_LEN})
+  target_compile_definitions(bcast_settings INTERFACE
+    $<BUILD_INTERFACE:TAL_SOURCE_PREFIX_LEN=${BCAST_SOURCE_PREFIX_LEN}>)
 endif()
 
 if(BCAST_SANITIZE AND BCAST_TSAN)
@@ -39,14 +43,17 @@ set(BCAST_TEST_ENVIRONMENT
   "BCAST_BINARY_DIR=${PROJECT_BINARY_DIR}")
 
 # bcast_library(NAME [STATIC] [QT] SOURCES ... DEPS ... PRIVATE_DEPS ...)
-# One library per framework piece; shared by default so that singletons are process-wide.
-# QT runs moc on the sources.
+# One library per framework piece; shared by default so that singletons are process-wide. A shared one has
+# the project's version as its soname version and is installed in the private library directory, where it
+# finds the others beside itself. QT runs moc on the sources.
 function(bcast_library name)
   cmake_parse_arguments(ARG "STATIC;QT" "" "SOURCES;DEPS;PRIVATE_DEPS" ${ARGN})
   if(ARG_STATIC)
     add_library(${name} STATIC ${ARG_SOURCES})
   else()
     add_library(${name} SHARED ${ARG_SOURCES})
+    set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+      INSTALL_RPATH "$ORIGIN")
   endif()
   target_link_libraries(${name} PUBLIC bcast_settings ${ARG_DEPS} PRIVATE ${ARG_PRIVATE_DEPS})
   if(ARG_QT)

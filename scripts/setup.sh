@@ -6,6 +6,11 @@ set -euo pipefail
 PACKAGES=(
   # toolchain helpers
   cmake pkg-config ccache clang libclang-rt-14-dev
+  # command lines of the programs (header-only)
+  libcli11-dev
+  # Debian packages: build (file: CPack finds the binaries for dpkg-shlibdeps with it), checks, and the
+  # package test's page fetch
+  dpkg-dev fakeroot lintian file curl
   # Qt 5
   qtbase5-dev libqt5websockets5-dev libqt5webchannel5-dev qttools5-dev qttools5-dev-tools
   # framework libraries

@@ -102,16 +102,22 @@ bool CBroadCastPluginManager::InitInMainThread() {
     BCAST_LOG(3, "[%s]Start to init in main thread.[%s(%d)]");
     CEFDataController::CEFDataMananger::SetLanguage(
         WUIControl::StringToQString(BusinessCommon::GetLanguage()));
-    // The pages lie in share/bcast/web beside the module's lib directory, unless the host or
+    // The pages lie in share/bcast/web beside the module's lib directory (the build tree), else in the
+    // installed data directory relative to the module's private library directory, unless the host or
     // $BCAST_WEB_DIR names another place.
     if (CEFDataController::CEFDataMananger::PageDirectory().isEmpty()) {
         const QString fromEnvironment = qEnvironmentVariable("BCAST_WEB_DIR");
-        CEFDataController::CEFDataMananger::SetPageDirectory(
-            !fromEnvironment.isEmpty()
-                ? fromEnvironment
-                : QDir::cleanPath(WUIControl::GetTargetPath(
-                                      reinterpret_cast<const void*>(&CBroadCastPluginManager::Instance)) +
-                                  QStringLiteral("../share/bcast/web")));
+        const QString moduleDir =
+            WUIControl::GetTargetPath(reinterpret_cast<const void*>(&CBroadCastPluginManager::Instance));
+        QString pages = QDir::cleanPath(moduleDir + QStringLiteral("../share/bcast/web"));
+#ifdef BCAST_WEB_DIR_FROM_MODULE
+        const QString installed = QDir::cleanPath(moduleDir + QStringLiteral(BCAST_WEB_DIR_FROM_MODULE));
+        if (!QDir(pages).exists() && QDir(installed).exists()) {
+            pages = installed;
+        }
+#endif
+        CEFDataController::CEFDataMananger::SetPageDirectory(!fromEnvironment.isEmpty() ? fromEnvironment
+                                                                                        : pages);
     }
     CEFDataController::CEFDataMananger::SetPageObjectFactory(&CreateWebPageObjects);
     CEFDataController::CEFDataMananger::InitCef();

@@ -1,5 +1,7 @@
 #include "host/ClientConfig.h"
 
+#include <rapidjson/document.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -30,6 +32,87 @@ std::string DefaultDataPath() {
     return WithSlash(home != nullptr && *home != '\0' ? home : "/tmp") + ".local/share/bcast-host/";
 }
 
+enum class KeyType { kString, kInteger, kBoolean };
+
+struct KnownKey {
+    const char* section;
+    const char* name;
+    KeyType type;
+    bool required;
+};
+
+// Every key the host, the framework and the module read.
+constexpr KnownKey kKnownKeys[] = {
+    {"Platform", "Address", KeyType::kString, true},
+    {"Platform", "Port", KeyType::kInteger, true},
+    {"Platform", "Https", KeyType::kBoolean, false},
+    {"Platform", "CaFile", KeyType::kString, false},
+    {"User", "Name", KeyType::kString, false},
+    {"User", "Password", KeyType::kString, false},
+    {"SysConfig", "Language", KeyType::kString, false},
+    {"SysConfig", "NetOvertime", KeyType::kInteger, false},
+    {"SysConfig", "LogLevel", KeyType::kInteger, false},
+    {"SysConfig", "StderrLogLevel", KeyType::kInteger, false},
+    {"SysConfig", "DataPath", KeyType::kString, false},
+    {"SysConfig", "CapturePath", KeyType::kString, false},
+};
+
+const KnownKey* FindKey(const std::string& section, const std::string& name) {
+    for (const KnownKey& key : kKnownKeys) {
+        if (section == key.section && (name.empty() || name == key.name)) {
+            return &key;
+        }
+    }
+    return nullptr;
+}
+
+// Unknown (mistyped) keys, values of the wrong type and missing required keys, named by their path.
+bool CheckKeys(const std::string& text, std::string& error) {
+    rapidjson::Document doc;
+    doc.Parse(text.c_str(), text.size());
+    if (doc.HasParseError() || !doc.IsObject()) {
+        error = "is not a JSON object";
+        return false;
+    }
+    for (const auto& section : doc.GetObject()) {
+        const std::string sectionName = section.name.GetString();
+        if (FindKey(sectionName, "") == nullptr) {
+            error = "unknown key /" + sectionName;
+            return false;
+        }
+        if (!section.value.IsObject()) {
+            error = "/" + sectionName + " must be an object";
+            return false;
+        }
+        for (const auto& member : section.value.GetObject()) {
+            const std::string path = "/" + sectionName + "/" + member.name.GetString();
+            const KnownKey* key = FindKey(sectionName, member.name.GetString());
+            if (key == nullptr) {
+                error = "unknown key " + path;
+                return false;
+            }
+            const rapidjson::Value& v = member.value;
+            const bool fits = key->type == KeyType::kString    ? v.IsString()
+                              : key->type == KeyType::kInteger ? v.IsInt()
+                                                               : v.IsBool();
+            if (!fits) {
+                error = path + (key->type == KeyType::kString    ? " must be a string"
+                                : key->type == KeyType::kInteger ? " must be an integer"
+                                                                 : " must be true or false");
+                return false;
+            }
+        }
+    }
+    for (const KnownKey& key : kKnownKeys) {
+        const auto section = doc.FindMember(key.section);
+        if (key.required && (section == doc.MemberEnd() || !section->value.HasMember(key.name))) {
+            error = std::string("missing key /") + key.section + "/" + key.name;
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 bool LoadClientConfig(const std::string& path, ClientConfig& config, std::string& error) {
@@ -46,6 +129,11 @@ bool LoadClientConfig(const std::string& path, ClientConfig& config, std::string
         return false;
     }
     config.text = doc.get_str(0);
+    std::string keyError;
+    if (!CheckKeys(config.text, keyError)) {
+        error = "client configuration " + path + ": " + keyError;
+        return false;
+    }
     config.platformAddress = doc.get_v("/Platform/Address", config.platformAddress);
     config.platformPort = doc.get_int_v("/Platform/Port", config.platformPort);
     config.https = doc.get_bool_v("/Platform/Https", config.https);

@@ -22,7 +22,9 @@ struct ClientConfig {
 };
 
 /// Reads and checks a configuration file. Empty paths get defaults under $XDG_DATA_HOME (or
-/// ~/.local/share)/bcast-host/. False with a one-line reason on a missing file, malformed JSON or bad values.
+/// ~/.local/share)/bcast-host/. False with a one-line reason naming the file on a missing file, malformed
+/// JSON, an unknown (mistyped) key, a value of the wrong type, a missing /Platform/Address or
+/// /Platform/Port, or bad values.
 bool LoadClientConfig(const std::string& path, ClientConfig& config, std::string& error);
 
 /// Hands the configuration to the framework: configuration text, data paths, network time-out level,

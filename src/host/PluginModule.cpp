@@ -67,7 +67,15 @@ std::string DefaultModulePath() {
     ssize_t n = readlink("/proc/self/exe", buffer, sizeof(buffer) - 1);
     std::string exe = n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string();
     std::string dir = exe.substr(0, exe.rfind('/'));
-    return dir + "/../lib/libBroadCastPlugin.so";
+    const std::string buildTree = dir + "/../lib/libBroadCastPlugin.so";
+#ifdef BCAST_MODULE_DIR_FROM_BIN
+    // Installed, the module lies in the private library directory, relative to the program's directory.
+    const std::string installed = dir + "/" BCAST_MODULE_DIR_FROM_BIN "/libBroadCastPlugin.so";
+    if (access(buildTree.c_str(), F_OK) != 0 && access(installed.c_str(), F_OK) == 0) {
+        return installed;
+    }
+#endif
+    return buildTree;
 }
 
 }  // namespace BcastHost

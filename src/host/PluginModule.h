@@ -37,7 +37,8 @@ private:
     PluginEntryPoints entry_;
 };
 
-/// The module next to the host: <dir of the executable>/../lib/libBroadCastPlugin.so, or $BCAST_MODULE.
+/// The module next to the host: <dir of the executable>/../lib/libBroadCastPlugin.so (the build tree), else
+/// the installed one in the private library directory relative to the executable, or $BCAST_MODULE.
 std::string DefaultModulePath();
 
 }  // namespace BcastHost

@@ -15,8 +15,11 @@
 
 #include <dlfcn.h>
 
+#include <CLI/CLI.hpp>
+
 #include "framework/business/PlatformLogin.h"
 #include "host/ClientConfig.h"
+#include "host/Doctor.h"
 #include "host/HostCommands.h"
 #include "host/PluginModule.h"
 #include "host/web/WebCommand.h"
@@ -26,33 +29,34 @@ namespace {
 // Exit code of a mode that needs the platform when the login fails (1: the work failed, 2: usage).
 constexpr int kExitLoginFailed = 3;
 
-void PrintUsage(std::ostream& out) {
-    out << "usage: bcast-host MODE [ARGS] --config FILE [--module PATH] [--wait SECONDS]\n"
-           "modes:\n"
-           "  lifecycle           run Init, Start, UpdateFrame, Notify, StopWorking, UnInit and print each "
-           "result\n"
-           "  api METHOD [JSON] [METHOD [JSON]...]\n"
-           "                      call the module's methods /API/Broadcast/V0/METHOD in turn as a "
-           "registered\n"
-           "                      listener, printing each answer and the notifications until the work "
-           "settles\n"
-           "                      (or for --wait SECONDS) before the next call; after the last of several\n"
-           "                      calls, until the work settles\n"
-           "  web METHOD [JSON]   call a method of the module's web controller (StartIPSpeakerBroadcast,\n"
-           "                      StopIPSpeakerBroadcast, DownloadMediaFile, StartBroadcastListen,\n"
-           "                      StopBroadcastListen, CleanCache) and print each outgoing message\n"
-           "  device-talk IDS     talk from the microphone to the devices IDS (\"201,202\") for --wait "
-           "SECONDS\n"
-           "                      (default 5), printing each device's state, then stop\n"
-           "  gui [--screenshot DIR]\n"
-           "                      show the module's broadcast console in a window (needs a display); with\n"
-           "                      --screenshot, write one PNG per tab of the console into DIR and exit\n"
-           "  webui               serve the module's web pages: print \"page: URL\" and \"record page: "
-           "URL\",\n"
-           "                      then run until SIGINT or SIGTERM\n"
-           "api, web, device-talk, gui and webui log in to the platform of the configuration first.\n"
-           "The module defaults to ../lib/libBroadCastPlugin.so beside this program, or $BCAST_MODULE.\n";
-}
+const char* const kModes =
+    "modes:\n"
+    "  lifecycle           run Init, Start, UpdateFrame, Notify, StopWorking, UnInit and print each result\n"
+    "  api METHOD [JSON] [METHOD [JSON]...]\n"
+    "                      call the module's methods /API/Broadcast/V0/METHOD in turn as a registered\n"
+    "                      listener, printing each answer and the notifications until the work settles\n"
+    "                      (or for --wait SECONDS) before the next call; after the last of several\n"
+    "                      calls, until the work settles\n"
+    "  web METHOD [JSON]   call a method of the module's web controller (StartIPSpeakerBroadcast,\n"
+    "                      StopIPSpeakerBroadcast, DownloadMediaFile, StartBroadcastListen,\n"
+    "                      StopBroadcastListen, CleanCache) and print each outgoing message\n"
+    "  device-talk IDS     talk from the microphone to the devices IDS (\"201,202\") for --wait SECONDS\n"
+    "                      (default 5), printing each device's state, then stop\n"
+    "  gui [--screenshot DIR]\n"
+    "                      show the module's broadcast console in a window (needs a display); with\n"
+    "                      --screenshot, write one PNG per tab of the console into DIR and exit\n"
+    "  webui               serve the module's web pages: print \"page: URL\" and \"record page: URL\",\n"
+    "                      then run until SIGINT or SIGTERM\n"
+    "  doctor              check the data directory, the module, the platform and the login, the push\n"
+    "                      link, the devices' ports and the audio devices: one line per check, exit 1\n"
+    "                      when one fails\n"
+    "api, web, device-talk, gui and webui log in to the platform of the configuration first.\n"
+    "The module defaults to ../lib/libBroadCastPlugin.so beside this program (the build tree), else the\n"
+    "installed one, or $BCAST_MODULE.\n"
+    "exit codes: 0 done, 1 the work failed, 2 bad command line, 3 the login failed\n";
+
+const char* const kUsageLine =
+    "usage: bcast-host MODE [ARGS] --config FILE [--module PATH] [--wait SECONDS] (bcast-host --help)";
 
 struct Options {
     std::string mode;
@@ -63,38 +67,27 @@ struct Options {
     double waitSeconds = -1;
 };
 
-bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
-    std::vector<std::string> args(argv + 1, argv + argc);
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if ((arg == "--config" || arg == "--module" || arg == "--screenshot") && i + 1 < args.size()) {
-            (arg == "--config"   ? options.configPath
-             : arg == "--module" ? options.modulePath
-                                 : options.screenshotDir) = args[++i];
-        } else if (arg == "--wait" && i + 1 < args.size()) {
-            char* end = nullptr;
-            options.waitSeconds = std::strtod(args[++i].c_str(), &end);
-            if (end == nullptr || *end != '\0' || options.waitSeconds < 0) {
-                error = "--wait needs a number of seconds";
-                return false;
-            }
-        } else if (arg == "--help" || arg == "-h") {
-            return false;
-        } else if (!arg.empty() && arg[0] == '-') {
-            error = "unknown option " + arg;
-            return false;
-        } else if (options.mode.empty()) {
-            options.mode = arg;
-        } else {
-            options.arguments.push_back(arg);
+bool KnownMode(const std::string& mode) {
+    for (const char* known : {"lifecycle", "gui", "api", "web", "device-talk", "webui", "doctor"}) {
+        if (mode == known) {
+            return true;
         }
     }
+    return false;
+}
+
+// What the command line asks for, beyond what the parser checks; false with a one-line reason.
+bool CheckOptions(const Options& options, std::string& error) {
     if (options.mode.empty()) {
         error = "no mode given";
         return false;
     }
     if (options.configPath.empty()) {
         error = "--config FILE is required";
+        return false;
+    }
+    if (!KnownMode(options.mode)) {
+        error = "unknown mode " + options.mode;
         return false;
     }
     const bool takesMethod = options.mode == "api" || options.mode == "web";
@@ -121,6 +114,54 @@ bool ParseOptions(int argc, char** argv, Options& options, std::string& error) {
         return false;
     }
     return true;
+}
+
+// Parses the command line. Returns -1 to go on, else the exit code (0 after --help or --version, 2 after
+// a bad command line, reported in one line).
+int ParseOptions(int argc, char** argv, Options& options) {
+    CLI::App parser(
+        "bcast-host: loads the broadcast module, configures the framework from a client "
+        "configuration and drives the module.",
+        "bcast-host");
+    parser.set_version_flag("--version", BCAST_VERSION);
+    parser.add_option("mode", options.mode, "lifecycle, api, web, device-talk, gui, webui or doctor");
+    parser.add_option("args", options.arguments, "the mode's arguments");
+    parser.add_option("--config", options.configPath, "the client configuration (JSON)")->type_name("FILE");
+    parser.add_option("--module", options.modulePath, "the module to load")->type_name("PATH");
+    parser
+        .add_option("--wait", "how long api, web and device-talk wait for the work")
+        // A number of seconds, 0 or more; the message names the option as before.
+        ->check(CLI::Validator(
+            [&options](std::string& value) {
+                char* end = nullptr;
+                options.waitSeconds = std::strtod(value.c_str(), &end);
+                return end == value.c_str() || *end != '\0' || options.waitSeconds < 0
+                           ? std::string("needs a number of seconds, 0 or more")
+                           : std::string();
+            },
+            "SECONDS"))
+        ->type_name("SECONDS");
+    parser.add_option("--screenshot", options.screenshotDir, "gui: write one PNG per tab into DIR and exit")
+        ->type_name("DIR");
+    parser.footer(kModes);
+    // Every word that is no option is an argument of the mode; what is left is an unknown option.
+    parser.allow_extras();
+    std::string error;
+    try {
+        parser.parse(argc, argv);
+        if (!parser.remaining().empty()) {
+            error = "unknown option " + parser.remaining().front();
+        }
+    } catch (const CLI::Success& e) {
+        return parser.exit(e);
+    } catch (const CLI::ParseError& e) {
+        error = e.what();
+    }
+    if (error.empty() && CheckOptions(options, error)) {
+        return -1;
+    }
+    std::cerr << "bcast-host: " << error << "\n" << kUsageLine << "\n";
+    return 2;
 }
 
 // The web adapter library lies beside the module and links it; loaded after the module, it uses the module
@@ -160,20 +201,11 @@ int RunWeb(const BcastHost::ClientConfig& config, const BcastHost::CPluginModule
 
 int main(int argc, char** argv) {
     Options options;
+    const int parsed = ParseOptions(argc, argv, options);
+    if (parsed >= 0) {
+        return parsed;
+    }
     std::string error;
-    if (!ParseOptions(argc, argv, options, error)) {
-        if (!error.empty()) {
-            std::cerr << "bcast-host: " << error << "\n";
-        }
-        PrintUsage(std::cerr);
-        return 2;
-    }
-    if (options.mode != "lifecycle" && options.mode != "gui" && options.mode != "api" &&
-        options.mode != "web" && options.mode != "device-talk" && options.mode != "webui") {
-        std::cerr << "bcast-host: unknown mode " << options.mode << "\n";
-        PrintUsage(std::cerr);
-        return 2;
-    }
     // Qt wants a private runtime directory; make the one it would fall back to, without its warning.
     if (std::getenv("XDG_RUNTIME_DIR") == nullptr) {
         const std::string runtime = "/tmp/runtime-" + std::to_string(getuid());
@@ -186,14 +218,23 @@ int main(int argc, char** argv) {
     }
 
     BcastHost::ClientConfig config;
-    if (!BcastHost::LoadClientConfig(options.configPath, config, error) ||
-        !BcastHost::ApplyClientConfig(config, error)) {
+    if (!BcastHost::LoadClientConfig(options.configPath, config, error)) {
+        std::cerr << "bcast-host: " << error << "\n";
+        return 1;
+    }
+    // The doctor reports an unusable data directory as one of its checks.
+    if (!BcastHost::ApplyClientConfig(config, error) && options.mode != "doctor") {
         std::cerr << "bcast-host: " << error << "\n";
         return 1;
     }
 
     QApplication app(argc, argv);
     int code = 1;
+    if (options.mode == "doctor") {
+        return BcastHost::RunDoctor(
+            config, options.configPath,
+            options.modulePath.empty() ? BcastHost::DefaultModulePath() : options.modulePath, std::cout);
+    }
     {
         // Declared after the application so that the module is unloaded while the application still exists.
         BcastHost::CPluginModule module;

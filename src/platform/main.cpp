@@ -16,11 +16,18 @@ int main(int argc, char** argv) {
     Platform::PlatformOptions options;
     std::string error;
     if (!Platform::ParseCommandLine(args, options, error)) {
-        std::fprintf(stderr, "bcast-platform: %s\n%s", error.c_str(), Platform::UsageText().c_str());
+        std::fprintf(stderr,
+                     "bcast-platform: %s\nusage: bcast-platform [OPTIONS] (bcast-platform --help for the "
+                     "options)\n",
+                     error.c_str());
         return 2;
     }
     if (options.help) {
         std::fputs(Platform::UsageText().c_str(), stdout);
+        return 0;
+    }
+    if (options.version) {
+        std::fputs("bcast-platform " BCAST_VERSION "\n", stdout);
         return 0;
     }
     Tal::Base::LogConfig logConfig;

@@ -168,3 +168,79 @@ TEST(Host, LifecycleCommandSucceedsAndLogsTheStartLines) {
     EXPECT_EQ(status, 2);
     EXPECT_NE(out.find("unknown mode dance"), std::string::npos);
 }
+
+TEST(Host, ConfigurationWithAMistypedMissingOrWrongKeyNamesTheKeyAndTheFile) {
+    const std::string dir = TempDir();
+    struct Case {
+        const char* json;
+        const char* message;
+    };
+    for (const Case& c : {
+             Case{R"({"Platform":{"Adress":"127.0.0.1","Port":18650}})", "unknown key /Platform/Adress"},
+             Case{R"({"Platform":{"Address":"127.0.0.1","Port":18650},"Sysconfig":{}})",
+                  "unknown key /Sysconfig"},
+             Case{R"({"Platform":{"Address":"127.0.0.1","Port":"18650"}})",
+                  "/Platform/Port must be an integer"},
+             Case{R"({"Platform":{"Address":"127.0.0.1","Port":1,"Https":"no"}})",
+                  "/Platform/Https must be true or false"},
+             Case{R"({"Platform":{"Address":"127.0.0.1","Port":1},"User":{"Name":7}})",
+                  "/User/Name must be a string"},
+             Case{R"({"Platform":{"Address":"127.0.0.1"}})", "missing key /Platform/Port"},
+             Case{R"({"User":{"Name":"op"}})", "missing key /Platform/Address"},
+             Case{R"({"Platform":[]})", "/Platform must be an object"},
+         }) {
+        SCOPED_TRACE(c.json);
+        const std::string path = dir + "/client.json";
+        std::ofstream(path) << c.json;
+        BcastHost::ClientConfig config;
+        std::string error;
+        EXPECT_FALSE(BcastHost::LoadClientConfig(path, config, error));
+        EXPECT_NE(error.find("client configuration " + path + ": " + c.message), std::string::npos) << error;
+        EXPECT_EQ(error.find('\n'), std::string::npos);
+    }
+    // The program says the same in one line and exits 1.
+    std::ofstream(dir + "/client.json")
+        << R"({"Platform":{"Address":"127.0.0.1","Port":1},"User":{"Nmae":"op"}})";
+    int status = 0;
+    const std::string out =
+        RunCommand(BuildDir() + "/bin/bcast-host lifecycle --config " + dir + "/client.json 2>&1", status);
+    EXPECT_EQ(status, 1) << out;
+    EXPECT_NE(out.find("bcast-host: client configuration " + dir + "/client.json: unknown key /User/Nmae"),
+              std::string::npos)
+        << out;
+}
+
+TEST(Host, CommandLineAnswersHelpAndVersionAndRefusesBadWordsInOneLine) {
+    int status = -1;
+    std::string out = RunCommand(BuildDir() + "/bin/bcast-host --version", status);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(out, std::string(BCAST_VERSION) + "\n");
+    out = RunCommand(BuildDir() + "/bin/bcast-host --help", status);
+    EXPECT_EQ(status, 0);
+    for (const char* mode : {"lifecycle", "api METHOD", "web METHOD", "device-talk IDS", "gui", "webui",
+                             "doctor", "--config FILE", "--wait SECONDS", "exit codes"}) {
+        EXPECT_NE(out.find(mode), std::string::npos) << mode << "\n" << out;
+    }
+    struct Case {
+        std::string args;
+        std::string message;
+    };
+    for (const Case& c :
+         {Case{"lifecycle --config x --bogus", "unknown option --bogus"},
+          Case{"lifecycle --config x --wait -1", "--wait: needs a number of seconds"},
+          Case{"lifecycle --config x --wait soon", "--wait: needs a number of seconds"},
+          Case{"lifecycle --config x --config", "--config"}, Case{"api --config x", "api needs a METHOD"},
+          Case{"device-talk 20a --config x", "device-talk needs the device ids"},
+          Case{"lifecycle extra --config x", "unexpected argument extra"},
+          Case{"webui --screenshot /tmp --config x", "--screenshot belongs to the gui mode"},
+          Case{"--config x", "no mode given"}}) {
+        SCOPED_TRACE(c.args);
+        out = RunCommand(BuildDir() + "/bin/bcast-host " + c.args + " 2>&1 >/dev/null", status);
+        EXPECT_EQ(status, 2) << out;
+        ASSERT_NE(out.find('\n'), std::string::npos) << out;
+        const std::string first = out.substr(0, out.find('\n'));
+        EXPECT_EQ(first.rfind("bcast-host: ", 0), 0u) << out;
+        EXPECT_NE(first.find(c.message), std::string::npos) << out;
+        EXPECT_NE(out.find("usage: bcast-host MODE"), std::string::npos) << out;
+    }
+}

@@ -204,11 +204,34 @@ TEST(PlatformOptions, CommandLineReadsEveryFlagAndRefusesBadValues) {
                                                {"--object-store", "on"},
                                                {"--storage-dir", ""},
                                                {"--node", ""},
-                                               {"--bogus", "1"}}) {
+                                               {"--bogus", "1"},
+                                               {"stray"}}) {
         PlatformOptions out;
         error.clear();
         EXPECT_FALSE(ParseCommandLine(bad, out, error)) << bad[0];
         EXPECT_FALSE(error.empty());
+        EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+    }
+    error.clear();
+    PlatformOptions bogus;
+    EXPECT_FALSE(ParseCommandLine({"--listen", "127.0.0.1:0", "--bogus"}, bogus, error));
+    EXPECT_EQ(error, "unknown option --bogus");
+    EXPECT_FALSE(ParseCommandLine({"stray"}, bogus, error));
+    EXPECT_EQ(error, "unexpected argument stray");
+
+    PlatformOptions help;
+    ASSERT_TRUE(ParseCommandLine({"--help"}, help, error)) << error;
+    EXPECT_TRUE(help.help);
+    EXPECT_FALSE(help.version);
+    PlatformOptions version;
+    ASSERT_TRUE(ParseCommandLine({"--version"}, version, error)) << error;
+    EXPECT_TRUE(version.version);
+    const std::string usage = UsageText();
+    for (const char* flag :
+         {"--fixture", "--listen", "--push-port", "--tls-cert", "--tls-key", "--log-level", "--request-log",
+          "--threads", "--no-control", "--speaker-dir", "--sim-ports", "--no-peers", "--object-store",
+          "--storage-dir", "--node", "--object-store-script", "--version", "exit codes"}) {
+        EXPECT_NE(usage.find(flag), std::string::npos) << flag;
     }
 }
 

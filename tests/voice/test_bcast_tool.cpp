@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 
 #include "AudioCheck.h"
 #include "TestProcess.h"
@@ -200,4 +201,36 @@ TEST_F(BcastToolTest, CompareFindsTheDelayAndIgnoresWhatLiesOutsideTheReference)
     EXPECT_NE(quiet.output.find("correlation 0.000"), std::string::npos) << quiet.output;
     EXPECT_EQ(Tool({"compare", speech}).exitCode, 2) << "two files are needed";
     EXPECT_EQ(Tool({"compare", speech, files_.File("missing.wav")}).exitCode, 1);
+}
+
+TEST_F(BcastToolTest, EveryCommandAnswersHelpAndABadCommandLineInOneLineWithItsUsage) {
+    const ProcessResult version = Tool({"--version"});
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_EQ(version.output, std::string(BCAST_VERSION) + "\n");
+    struct Case {
+        std::vector<std::string> bad;
+        std::string options;  ///< one option the command's help lists
+        std::string reason;   ///< what the first line of the bad command line's answer says
+    };
+    const std::map<std::string, Case> cases = {
+        {"inspect", {{"inspect", "a.wav", "b.wav"}, "-v", "inspect: "}},
+        {"encode",
+         {{"encode", "a.wav", "--type", "7", "-o", "b"}, "--type", "encode: --type: 7 not in {1,15}"}},
+        {"rtp-send", {{"rtp-send", "--to"}, "--level", "rtp-send: --to"}},
+        {"rtp-recv",
+         {{"rtp-recv", "--port", "x"}, "--max-seconds", "rtp-recv: Could not convert: --port = x"}},
+        {"compare",
+         {{"compare", "a.wav", "b.wav", "--max-delay", "-1"}, "--min-correlation", "compare: --max-delay"}},
+    };
+    for (const auto& entry : cases) {
+        SCOPED_TRACE(entry.first);
+        const ProcessResult help = Tool({entry.first, "--help"});
+        EXPECT_EQ(help.exitCode, 0) << help.output;
+        EXPECT_NE(help.output.find("bcast-tool " + entry.first), std::string::npos) << help.output;
+        EXPECT_NE(help.output.find(entry.second.options), std::string::npos) << help.output;
+        const ProcessResult bad = Tool(entry.second.bad);
+        EXPECT_EQ(bad.exitCode, 2) << bad.output;
+        EXPECT_EQ(bad.output.rfind(entry.second.reason, 0), 0u) << bad.output;
+        EXPECT_NE(bad.output.find("\nusage: bcast-tool " + entry.first), std::string::npos) << bad.output;
+    }
 }

@@ -4,9 +4,10 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include "platform/devicesim/DeviceSimulator.h"
 
@@ -18,42 +19,43 @@ void OnSignal(int) {
     g_stop = 1;
 }
 
-void Usage() {
-    std::fprintf(
-        stderr,
-        "usage: bcast-devsim [--host A] [--port N] [--user U] [--password P] [--channels N]\n"
-        "                    [--refuse-channel C]... [--refuse-login] [--no-stdconfig] [--record-dir DIR]\n");
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     DeviceSim::DeviceSimConfig config;
-    for (int i = 1; i < argc; ++i) {
-        const std::string option = argv[i];
-        const bool hasValue = i + 1 < argc;
-        if (option == "--host" && hasValue) {
-            config.host = argv[++i];
-        } else if (option == "--port" && hasValue) {
-            config.port = std::atoi(argv[++i]);
-        } else if (option == "--user" && hasValue) {
-            config.userName = argv[++i];
-        } else if (option == "--password" && hasValue) {
-            config.password = argv[++i];
-        } else if (option == "--channels" && hasValue) {
-            config.channelCount = std::atoi(argv[++i]);
-        } else if (option == "--refuse-channel" && hasValue) {
-            config.refusedChannels.insert(std::atoi(argv[++i]));
-        } else if (option == "--refuse-login") {
-            config.refuseLogin = true;
-        } else if (option == "--no-stdconfig") {
-            config.stdConfigSupported = false;
-        } else if (option == "--record-dir" && hasValue) {
-            config.recordDirectory = argv[++i];
-        } else {
-            Usage();
-            return 2;
-        }
+    std::vector<int> refused;
+    CLI::App parser("bcast-devsim: runs a simulated broadcast device until SIGINT or SIGTERM.",
+                    "bcast-devsim");
+    parser.set_version_flag("--version", BCAST_VERSION);
+    parser.add_option("--host", config.host, "address to listen on")->capture_default_str()->type_name("A");
+    parser.add_option("--port", config.port, "port to listen on (0: a free one)")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 65535))
+        ->type_name("N");
+    parser.add_option("--user", config.userName, "the device's user")->capture_default_str()->type_name("U");
+    parser.add_option("--password", config.password, "the user's password")->type_name("P");
+    parser.add_option("--channels", config.channelCount, "talk channels")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber)
+        ->type_name("N");
+    parser.add_option("--refuse-channel", refused, "refuse talks on channel C (repeatable)")->type_name("C");
+    parser.add_flag("--refuse-login", config.refuseLogin, "refuse every login");
+    parser.add_flag("--no-stdconfig", "the device does not support the standard configuration interface");
+    parser.add_option("--record-dir", config.recordDirectory, "where each channel's talks are recorded")
+        ->type_name("DIR");
+    parser.footer("exit codes: 0 stopped by a signal, 1 cannot listen, 2 bad command line");
+    try {
+        parser.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        return parser.exit(e);
+    } catch (const CLI::ParseError& e) {
+        std::fprintf(stderr, "bcast-devsim: %s\nusage: bcast-devsim [OPTIONS] (bcast-devsim --help)\n",
+                     e.what());
+        return 2;
+    }
+    config.refusedChannels.insert(refused.begin(), refused.end());
+    if (parser.count("--no-stdconfig") > 0) {
+        config.stdConfigSupported = false;
     }
 
     DeviceSim::CDeviceSimulator device;

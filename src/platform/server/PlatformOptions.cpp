@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
+
 #include "framework/base/FileSystem.h"
 
 namespace Platform {
@@ -49,96 +51,149 @@ int PlatformOptions::EffectivePushPort() const {
     return listenPort == 0 ? 0 : listenPort + 1;
 }
 
+namespace {
+
+// The parser of the command line; values that need more than a type are kept as text and checked after.
+struct ParsedText {
+    std::string listen;
+    std::string pushPort;
+    std::string logLevel;
+    std::string threads;
+    std::string simPorts;
+    std::string objectStore;
+};
+
+void DefineOptions(CLI::App& app, PlatformOptions& options, ParsedText& text) {
+    app.allow_extras();
+    app.add_flag("--version", options.version, "print the version and exit");
+    app.add_option("--fixture", options.fixturePath,
+                   "the site to serve (default: fixtures/demo-site.json in the current directory, else in "
+                   "share/bcast of the installation, else in the source tree)")
+        ->type_name("FILE");
+    app.add_option("--listen", text.listen, "REST address (default 127.0.0.1:18650; port 0 picks a free one)")
+        ->type_name("ADDR:PORT");
+    app.add_option("--push-port", text.pushPort,
+                   "websocket push port (default: REST port + 1; 0 picks a free one)")
+        ->type_name("N");
+    app.add_option("--tls-cert", options.tlsCert, "serve https and wss with this PEM certificate chain")
+        ->type_name("FILE");
+    app.add_option("--tls-key", options.tlsKey, "the key of --tls-cert")->type_name("FILE");
+    app.add_option("--log-level", text.logLevel, "stderr log threshold, 1 trace .. 6 fatal (default 3)")
+        ->type_name("N");
+    app.add_option("--request-log", options.requestLogPath,
+                   "also append every request as a JSON line to FILE")
+        ->type_name("FILE");
+    app.add_option("--threads", text.threads, "REST worker threads (default 16)")->type_name("N");
+    app.add_flag("--no-control", "do not serve the /_control/ interface (faults, logs, reset)");
+    app.add_option("--speaker-dir", options.speakerDir,
+                   "where each simulated speaker writes <element id>.wav (default: $TMPDIR or /tmp, "
+                   "bcast-platform-speakers-<uid>)")
+        ->type_name("DIR");
+    app.add_option("--sim-ports", text.simPorts,
+                   "fixture: the streaming server, devices and UDP speakers listen on the fixture's ports "
+                   "(default); any: on free ports, which the platform hands out")
+        ->type_name("fixture|any");
+    app.add_flag("--no-peers",
+                 "simulate the speakers only: no streaming server, devices, UDP sockets or object stores");
+    app.add_option("--object-store", text.objectStore,
+                   "auto: run an object store for the local cloud storage and each local storage server, "
+                   "holding the media library (default); off: none, the storage answers keep the fixture's "
+                   "addresses")
+        ->type_name("auto|off");
+    app.add_option("--storage-dir", options.storageDir,
+                   "the stores' objects (per run) and the media cache (default: $TMPDIR or /tmp, "
+                   "bcast-platform-storage-<uid>)")
+        ->type_name("DIR");
+    app.add_option("--node", options.nodeProgram,
+                   "the Node.js program that runs the stores (default: node on PATH)")
+        ->type_name("PROGRAM");
+    app.add_option("--object-store-script", options.objectStoreScript,
+                   "the stores' launcher (default: scripts/objectstore/s3rver.js in the current directory, "
+                   "else share/bcast/objectstore/s3rver.js of the installation, else in the source tree)")
+        ->type_name("FILE");
+    app.footer(
+        "exit codes: 0 stopped by SIGINT or SIGTERM, 1 the server could not start, 2 bad command line");
+}
+
+CLI::App MakeParser() {
+    return CLI::App(
+        "bcast-platform: the reference platform server. Serves the REST interface and the push "
+        "link of a site described by a fixture file until SIGINT or SIGTERM.",
+        "bcast-platform");
+}
+
+}  // namespace
+
 bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& options, std::string& error) {
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& flag = args[i];
-        if (flag == "-h" || flag == "--help") {
-            options.help = true;
-            continue;
-        }
-        if (flag == "--no-control") {
-            options.control = false;
-            continue;
-        }
-        if (flag == "--no-peers") {
-            options.simPeers = false;
-            continue;
-        }
-        if (i + 1 >= args.size()) {
-            error = flag.rfind("--", 0) == 0 ? "missing value after " + flag : "unexpected argument " + flag;
+    CLI::App app = MakeParser();
+    ParsedText text;
+    DefineOptions(app, options, text);
+    // CLI11 takes a vector of arguments last first.
+    std::vector<std::string> reversed(args.rbegin(), args.rend());
+    try {
+        app.parse(reversed);
+    } catch (const CLI::CallForHelp&) {
+        options.help = true;
+        return true;
+    } catch (const CLI::ParseError& e) {
+        error = e.what();
+        return false;
+    }
+    for (const std::string& extra : app.remaining()) {
+        error = extra.rfind("-", 0) == 0 ? "unknown option " + extra : "unexpected argument " + extra;
+        return false;
+    }
+    options.control = app.count("--no-control") == 0;
+    options.simPeers = app.count("--no-peers") == 0;
+    if (app.count("--listen") > 0 && !ParseListen(text.listen, options.listenAddress, options.listenPort)) {
+        error = "--listen wants ADDR:PORT (port 0..65535), got " + text.listen;
+        return false;
+    }
+    if (app.count("--push-port") > 0 && !ParseInt(text.pushPort, 0, 65535, options.pushPort)) {
+        error = "--push-port wants 0..65535, got " + text.pushPort;
+        return false;
+    }
+    if (app.count("--log-level") > 0 && !ParseInt(text.logLevel, 1, 6, options.logLevel)) {
+        error = "--log-level wants 1..6, got " + text.logLevel;
+        return false;
+    }
+    if (app.count("--speaker-dir") > 0 && options.speakerDir.empty()) {
+        error = "--speaker-dir wants a directory";
+        return false;
+    }
+    if (app.count("--object-store") > 0) {
+        if (text.objectStore != "auto" && text.objectStore != "off") {
+            error = "--object-store wants auto or off, got " + text.objectStore;
             return false;
         }
-        const std::string& value = args[++i];
-        if (flag == "--fixture") {
-            options.fixturePath = value;
-        } else if (flag == "--listen") {
-            if (!ParseListen(value, options.listenAddress, options.listenPort)) {
-                error = "--listen wants ADDR:PORT (port 0..65535), got " + value;
-                return false;
-            }
-        } else if (flag == "--push-port") {
-            if (!ParseInt(value, 0, 65535, options.pushPort)) {
-                error = "--push-port wants 0..65535, got " + value;
-                return false;
-            }
-        } else if (flag == "--tls-cert") {
-            options.tlsCert = value;
-        } else if (flag == "--tls-key") {
-            options.tlsKey = value;
-        } else if (flag == "--log-level") {
-            if (!ParseInt(value, 1, 6, options.logLevel)) {
-                error = "--log-level wants 1..6, got " + value;
-                return false;
-            }
-        } else if (flag == "--request-log") {
-            options.requestLogPath = value;
-        } else if (flag == "--speaker-dir") {
-            if (value.empty()) {
-                error = "--speaker-dir wants a directory";
-                return false;
-            }
-            options.speakerDir = value;
-        } else if (flag == "--object-store") {
-            if (value != "auto" && value != "off") {
-                error = "--object-store wants auto or off, got " + value;
-                return false;
-            }
-            options.objectStores = value == "auto";
-        } else if (flag == "--storage-dir") {
-            if (value.empty()) {
-                error = "--storage-dir wants a directory";
-                return false;
-            }
-            options.storageDir = value;
-        } else if (flag == "--node") {
-            if (value.empty()) {
-                error = "--node wants a program";
-                return false;
-            }
-            options.nodeProgram = value;
-        } else if (flag == "--object-store-script") {
-            if (value.empty()) {
-                error = "--object-store-script wants a file";
-                return false;
-            }
-            options.objectStoreScript = value;
-        } else if (flag == "--sim-ports") {
-            if (value != "fixture" && value != "any") {
-                error = "--sim-ports wants fixture or any, got " + value;
-                return false;
-            }
-            options.anySimPorts = value == "any";
-        } else if (flag == "--threads") {
-            int threads = 0;
-            if (!ParseInt(value, 2, 256, threads)) {
-                error = "--threads wants 2..256, got " + value;
-                return false;
-            }
-            options.workerThreads = static_cast<size_t>(threads);
-        } else {
-            error = "unknown option " + flag;
+        options.objectStores = text.objectStore == "auto";
+    }
+    if (app.count("--storage-dir") > 0 && options.storageDir.empty()) {
+        error = "--storage-dir wants a directory";
+        return false;
+    }
+    if (app.count("--node") > 0 && options.nodeProgram.empty()) {
+        error = "--node wants a program";
+        return false;
+    }
+    if (app.count("--object-store-script") > 0 && options.objectStoreScript.empty()) {
+        error = "--object-store-script wants a file";
+        return false;
+    }
+    if (app.count("--sim-ports") > 0) {
+        if (text.simPorts != "fixture" && text.simPorts != "any") {
+            error = "--sim-ports wants fixture or any, got " + text.simPorts;
             return false;
         }
+        options.anySimPorts = text.simPorts == "any";
+    }
+    if (app.count("--threads") > 0) {
+        int threads = 0;
+        if (!ParseInt(text.threads, 2, 256, threads)) {
+            error = "--threads wants 2..256, got " + text.threads;
+            return false;
+        }
+        options.workerThreads = static_cast<size_t>(threads);
     }
     if (options.tlsCert.empty() != options.tlsKey.empty()) {
         error = "--tls-cert and --tls-key go together";
@@ -161,36 +216,11 @@ bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& opt
 }
 
 std::string UsageText() {
-    return "usage: bcast-platform [--fixture FILE] [--listen ADDR:PORT] [--push-port N]\n"
-           "                      [--tls-cert FILE --tls-key FILE] [--log-level N] [--request-log FILE]\n"
-           "                      [--threads N] [--no-control] [--speaker-dir DIR]\n"
-           "                      [--sim-ports fixture|any] [--no-peers] [--object-store auto|off]\n"
-           "                      [--storage-dir DIR] [--node PROGRAM] [--object-store-script FILE]\n"
-           "  --fixture FILE      the site to serve (default: fixtures/demo-site.json in the current "
-           "directory,\n"
-           "                      else in the source tree)\n"
-           "  --listen ADDR:PORT  REST address (default 127.0.0.1:18650; port 0 picks a free one)\n"
-           "  --push-port N       websocket push port (default: REST port + 1; 0 picks a free one)\n"
-           "  --tls-cert/--tls-key  serve https and wss with this PEM certificate chain and key\n"
-           "  --log-level N       stderr log threshold, 1 trace .. 6 fatal (default 3)\n"
-           "  --request-log FILE  also append every request as a JSON line to FILE\n"
-           "  --threads N         REST worker threads (default 16)\n"
-           "  --no-control        do not serve the /_control/ interface (faults, logs, reset)\n"
-           "  --speaker-dir DIR   where each simulated speaker writes <element id>.wav (default:\n"
-           "                      $TMPDIR or /tmp, bcast-platform-speakers-<uid>)\n"
-           "  --sim-ports P       fixture: the streaming server, devices and UDP speakers listen on the\n"
-           "                      fixture's ports (default); any: on free ports, which the platform hands "
-           "out\n"
-           "  --no-peers          simulate the speakers only: no streaming server, devices, UDP sockets or\n"
-           "                      object stores\n"
-           "  --object-store M    auto: run an object store for the local cloud storage and each local\n"
-           "                      storage server, holding the media library (default); off: none, the\n"
-           "                      storage answers keep the fixture's addresses\n"
-           "  --storage-dir DIR   the stores' objects (per run) and the media cache (default: $TMPDIR or\n"
-           "                      /tmp, bcast-platform-storage-<uid>)\n"
-           "  --node PROGRAM      the Node.js program that runs the stores (default: node on PATH)\n"
-           "  --object-store-script FILE  the stores' launcher (default: scripts/objectstore/s3rver.js in\n"
-           "                      the current directory, else in the source tree)\n";
+    PlatformOptions options;
+    ParsedText text;
+    CLI::App app = MakeParser();
+    DefineOptions(app, options, text);
+    return app.help();
 }
 
 std::string DefaultSpeakerDir() {
@@ -205,10 +235,31 @@ std::string DefaultStorageDir() {
     return base + "/bcast-platform-storage-" + std::to_string(::getuid());
 }
 
+namespace {
+
+// share/bcast of the installation the program runs from ("" when unknown).
+std::string InstalledDataDir() {
+#ifdef BCAST_PLATFORM_DATADIR_FROM_BIN
+    char buffer[4096];
+    const ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof(buffer) - 1);
+    if (n > 0) {
+        const std::string exe(buffer, static_cast<size_t>(n));
+        return exe.substr(0, exe.rfind('/') + 1) + BCAST_PLATFORM_DATADIR_FROM_BIN + "/";
+    }
+#endif
+    return std::string();
+}
+
+}  // namespace
+
 std::string DefaultObjectStoreScript() {
     const std::string relative = "scripts/objectstore/s3rver.js";
     if (Tal::Base::FileSystem::FileExists(relative)) {
         return relative;
+    }
+    const std::string dataDir = InstalledDataDir();
+    if (!dataDir.empty() && Tal::Base::FileSystem::FileExists(dataDir + "objectstore/s3rver.js")) {
+        return dataDir + "objectstore/s3rver.js";
     }
 #ifdef BCAST_PLATFORM_SOURCE_DIR
     return std::string(BCAST_PLATFORM_SOURCE_DIR) + "/" + relative;
@@ -219,6 +270,10 @@ std::string DefaultObjectStoreScript() {
 
 std::vector<std::string> DefaultFixtureCandidates() {
     std::vector<std::string> candidates = {"fixtures/demo-site.json"};
+    const std::string dataDir = InstalledDataDir();
+    if (!dataDir.empty()) {
+        candidates.push_back(dataDir + "fixtures/demo-site.json");
+    }
 #ifdef BCAST_PLATFORM_SOURCE_DIR
     candidates.push_back(std::string(BCAST_PLATFORM_SOURCE_DIR) + "/fixtures/demo-site.json");
 #endif

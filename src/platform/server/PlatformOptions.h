@@ -29,13 +29,16 @@ struct PlatformOptions {
     std::string nodeProgram = "node";  ///< runs the object stores; looked up on PATH without a slash
     std::string objectStoreScript;     ///< the stores' launcher; empty: see DefaultObjectStoreScript
     bool help = false;
+    bool version = false;  ///< --version: print the version and exit
 
     /// The push port to bind.
     int EffectivePushPort() const;
 };
 
-/// Reads the arguments after the program name. False with a message on an unknown flag or a bad value.
+/// Reads the arguments after the program name (with CLI11). False with a one-line message on an unknown
+/// flag, a missing or bad value. --help sets `help`, --version `version`.
 bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& options, std::string& error);
+/// The --help text: usage, every option with its default, the exit codes.
 std::string UsageText();
 
 /// $TMPDIR (or /tmp) /bcast-platform-speakers-<uid>.
@@ -44,12 +47,14 @@ std::string DefaultSpeakerDir();
 /// $TMPDIR (or /tmp) /bcast-platform-storage-<uid>.
 std::string DefaultStorageDir();
 
-/// scripts/objectstore/s3rver.js below the current directory when it is there, else below the source tree
-/// the program was built from.
+/// scripts/objectstore/s3rver.js below the current directory when it is there, else objectstore/s3rver.js in
+/// the installed data directory (share/bcast relative to the program), else below the source tree the
+/// program was built from.
 std::string DefaultObjectStoreScript();
 
 /// Where the default fixture is looked for, in order: fixtures/demo-site.json below the current directory,
-/// then below the source tree the program was built from.
+/// then below the installed data directory (share/bcast relative to the program), then below the source
+/// tree the program was built from.
 std::vector<std::string> DefaultFixtureCandidates();
 
 }  // namespace Platform

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "tool/CommandLine.h"
 #include "tool/ToolCommand.h"
 #include "tool/audio/AudioCompare.h"
 
@@ -17,24 +18,20 @@ int RunCompare(int argc, char** argv) {
     std::string recording;
     double maxDelay = 3.0;
     double minCorrelation = -1;
-    for (int i = 0; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--max-delay" && i + 1 < argc) {
-            maxDelay = std::atof(argv[++i]);
-        } else if (arg == "--min-correlation" && i + 1 < argc) {
-            minCorrelation = std::atof(argv[++i]);
-        } else if (reference.empty()) {
-            reference = arg;
-        } else if (recording.empty()) {
-            recording = arg;
-        } else {
-            std::fprintf(stderr, "compare: unexpected argument %s\n", arg.c_str());
-            return 2;
-        }
-    }
-    if (reference.empty() || recording.empty() || maxDelay <= 0) {
-        std::fprintf(stderr, "compare: REFERENCE.wav RECORDING.wav [--max-delay SECONDS] [--min-correlation C]\n");
-        return 2;
+    CLI::App app("bcast-tool compare: how well a recording matches a reference: correlation and delay",
+                 "bcast-tool compare");
+    app.add_option("REFERENCE", reference, "the WAV that was sent")->required();
+    app.add_option("RECORDING", recording, "the WAV that was recorded")->required();
+    app.add_option("--max-delay", maxDelay, "the longest delay looked for (default 3)")
+        ->check(CLI::PositiveNumber)
+        ->type_name("SECONDS");
+    app.add_option("--min-correlation", minCorrelation, "exit 1 below this correlation")->type_name("C");
+    const int parsed =
+        ParseCommandWords(app, argc, argv, "compare",
+                          "usage: bcast-tool compare REFERENCE.wav RECORDING.wav [--max-delay SECONDS] "
+                          "[--min-correlation C]\n");
+    if (parsed >= 0) {
+        return parsed;
     }
     PcmAudio ref, rec, ref8, rec8;
     std::string error;
@@ -48,8 +45,8 @@ int RunCompare(int argc, char** argv) {
         return 1;
     }
     const AudioMatch match = CompareAudio(ref8, rec8, maxDelay);
-    std::printf("reference %.2f s, recording %.2f s, correlation %.3f, delay %.0f ms\n", match.referenceSeconds,
-                match.recordingSeconds, match.correlation, match.delayMs);
+    std::printf("reference %.2f s, recording %.2f s, correlation %.3f, delay %.0f ms\n",
+                match.referenceSeconds, match.recordingSeconds, match.correlation, match.delayMs);
     return match.correlation >= minCorrelation ? 0 : 1;
 }
 

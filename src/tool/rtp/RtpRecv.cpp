@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "framework/media/codec/G711Codec.h"
+#include "tool/CommandLine.h"
 #include "tool/rtp/Pcm.h"
 #include "tool/rtp/RtpCommands.h"
 
@@ -42,14 +43,15 @@ struct Socket {
     }
 };
 
+const char* const kUsage =
+    "usage: bcast-tool rtp-recv --port N [--bind ADDR] [--out FILE.wav] [--wait S] [--idle S]\n"
+    "                           [--max-seconds S] [--count N]\n"
+    "  Receives one RTP stream (port 0 picks a free port), checks sequence, marker, time stamps and\n"
+    "  packet interval, decodes G.711 (payload types 0 and 8) and writes it as 16-bit WAV.\n"
+    "  Exit status 0 when the stream is continuous and well-formed.\n";
+
 void Usage() {
-    std::fprintf(
-        stderr,
-        "usage: bcast-tool rtp-recv --port N [--bind ADDR] [--out FILE.wav] [--wait S] [--idle S]\n"
-        "                           [--max-seconds S] [--count N]\n"
-        "  Receives one RTP stream (port 0 picks a free port), checks sequence, marker, time stamps and\n"
-        "  packet interval, decodes G.711 (payload types 0 and 8) and writes it as 16-bit WAV.\n"
-        "  Exit status 0 when the stream is continuous and well-formed.\n");
+    std::fputs(kUsage, stderr);
 }
 
 /// RFC 3550 fixed header, CSRC list and header extension; false for anything that is not RTP version 2.
@@ -111,27 +113,18 @@ int RunRtpRecv(int argc, char** argv) {
     double idleSeconds = 2.0;
     double maxSeconds = 0.0;
     long maxCount = 0;
-    for (int i = 0; i < argc; ++i) {
-        const std::string option = argv[i];
-        const bool hasValue = i + 1 < argc;
-        if (option == "--port" && hasValue) {
-            port = std::atoi(argv[++i]);
-        } else if (option == "--bind" && hasValue) {
-            bindAddress = argv[++i];
-        } else if (option == "--out" && hasValue) {
-            outPath = argv[++i];
-        } else if (option == "--wait" && hasValue) {
-            waitSeconds = std::atof(argv[++i]);
-        } else if (option == "--idle" && hasValue) {
-            idleSeconds = std::atof(argv[++i]);
-        } else if (option == "--max-seconds" && hasValue) {
-            maxSeconds = std::atof(argv[++i]);
-        } else if (option == "--count" && hasValue) {
-            maxCount = std::atol(argv[++i]);
-        } else {
-            Usage();
-            return 2;
-        }
+    CLI::App app("bcast-tool rtp-recv: one RTP stream, checked and written as WAV", "bcast-tool rtp-recv");
+    app.add_option("--port", port, "the UDP port (0: a free one)")->required()->type_name("N");
+    app.add_option("--bind", bindAddress, "the address to listen on (default 0.0.0.0)")->type_name("ADDR");
+    app.add_option("--out", outPath, "write what arrived as 16-bit WAV")->type_name("FILE.wav");
+    app.add_option("--wait", waitSeconds, "how long to wait for the first packet (default 10)")
+        ->type_name("S");
+    app.add_option("--idle", idleSeconds, "the stream ends after this silence (default 2)")->type_name("S");
+    app.add_option("--max-seconds", maxSeconds, "stop after this long")->type_name("S");
+    app.add_option("--count", maxCount, "stop after this many packets")->type_name("N");
+    const int parsed = BcastTool::ParseCommandWords(app, argc, argv, "rtp-recv", kUsage);
+    if (parsed >= 0) {
+        return parsed;
     }
     if (port < 0 || port > 65535 || idleSeconds <= 0.0 || waitSeconds <= 0.0) {
         Usage();

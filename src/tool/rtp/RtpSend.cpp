@@ -15,6 +15,7 @@
 
 #include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpTransfer.h"
 #include "framework/media/codec/G711Codec.h"
+#include "tool/CommandLine.h"
 #include "tool/rtp/Pcm.h"
 #include "tool/rtp/RtpCommands.h"
 
@@ -24,12 +25,13 @@ constexpr int kRate = 8000;
 constexpr int kFrameSamples = 320;  // 40 ms
 constexpr auto kFrameInterval = std::chrono::milliseconds(40);
 
+const char* const kUsage =
+    "usage: bcast-tool rtp-send --to HOST:PORT (--wav FILE | --tone HZ [--seconds S]) [--level DBFS]\n"
+    "  Sends 8000 Hz G.711 u-law in 40 ms RTP packets (payload type 0), paced in real time.\n"
+    "  The WAV file must be 16-bit PCM at 8000 Hz (sox IN -b 16 -r 8000 OUT.wav converts one).\n";
+
 void Usage() {
-    std::fprintf(
-        stderr,
-        "usage: bcast-tool rtp-send --to HOST:PORT (--wav FILE | --tone HZ [--seconds S]) [--level DBFS]\n"
-        "  Sends 8000 Hz G.711 u-law in 40 ms RTP packets (payload type 0), paced in real time.\n"
-        "  The WAV file must be 16-bit PCM at 8000 Hz (sox IN -b 16 -r 8000 OUT.wav converts one).\n");
+    std::fputs(kUsage, stderr);
 }
 
 /// HOST:PORT -> dotted IPv4 and port.
@@ -65,23 +67,15 @@ int RunRtpSend(int argc, char** argv) {
     double toneHz = 0.0;
     double seconds = 5.0;
     double levelDbfs = -6.0;
-    for (int i = 0; i < argc; ++i) {
-        const std::string option = argv[i];
-        const bool hasValue = i + 1 < argc;
-        if (option == "--to" && hasValue) {
-            destination = argv[++i];
-        } else if (option == "--wav" && hasValue) {
-            wavPath = argv[++i];
-        } else if (option == "--tone" && hasValue) {
-            toneHz = std::atof(argv[++i]);
-        } else if (option == "--seconds" && hasValue) {
-            seconds = std::atof(argv[++i]);
-        } else if (option == "--level" && hasValue) {
-            levelDbfs = std::atof(argv[++i]);
-        } else {
-            Usage();
-            return 2;
-        }
+    CLI::App app("bcast-tool rtp-send: a WAV file or a tone as RTP", "bcast-tool rtp-send");
+    app.add_option("--to", destination, "where to send")->required()->type_name("HOST:PORT");
+    app.add_option("--wav", wavPath, "the WAV file to send")->type_name("FILE");
+    app.add_option("--tone", toneHz, "send a tone of this frequency instead")->type_name("HZ");
+    app.add_option("--seconds", seconds, "how long the tone lasts (default 5)")->type_name("S");
+    app.add_option("--level", levelDbfs, "the tone's level (default -6)")->type_name("DBFS");
+    const int parsed = BcastTool::ParseCommandWords(app, argc, argv, "rtp-send", kUsage);
+    if (parsed >= 0) {
+        return parsed;
     }
     std::string address;
     uint16_t port = 0;

@@ -17,6 +17,7 @@
 #include "framework/base/FileSystem.h"
 #include "framework/base/FormatLog.h"
 #include "framework/business/BusinessCommon.h"
+#include "tool/CommandLine.h"
 #include "tool/ToolCommand.h"
 #include "tool/voice/AudioDuration.h"
 
@@ -38,21 +39,14 @@ void SetLogLevel(int stderrLevel) {
 }
 
 int RunInspect(int argc, char** argv) {
-    const char* path = nullptr;
+    std::string path;
     bool verbose = false;
-    for (int i = 0; i < argc; ++i) {
-        if (std::strcmp(argv[i], "-v") == 0) {
-            verbose = true;
-        } else if (path == nullptr) {
-            path = argv[i];
-        } else {
-            std::fprintf(stderr, "inspect: unexpected argument \"%s\"\n", argv[i]);
-            return 2;
-        }
-    }
-    if (path == nullptr) {
-        std::fprintf(stderr, "usage: bcast-tool inspect FILE [-v]\n");
-        return 2;
+    CLI::App app("bcast-tool inspect: an audio file's type, format and duration", "bcast-tool inspect");
+    app.add_option("FILE", path, "the audio file")->required();
+    app.add_flag("-v", verbose, "log what the library does");
+    const int parsed = ParseCommandWords(app, argc, argv, "inspect", "usage: bcast-tool inspect FILE [-v]\n");
+    if (parsed >= 0) {
+        return parsed;
     }
     SetLogLevel(verbose ? Tal::Base::kLogInfo : Tal::Base::kLogFatal + 1);
     AudioFileFacts facts;
@@ -61,7 +55,7 @@ int RunInspect(int argc, char** argv) {
         std::fprintf(stderr, "inspect: %s\n", error.c_str());
         return 1;
     }
-    std::printf("file: %s\n", path);
+    std::printf("file: %s\n", path.c_str());
     std::printf("size: %lld bytes\n", static_cast<long long>(facts.size));
     std::printf("type: %d (%s)\n", facts.type, TypeName(facts.type));
     std::printf("id3v2 length: %d\n", facts.id3v2Length);
@@ -175,28 +169,25 @@ private:
 };
 
 int RunEncode(int argc, char** argv) {
-    const char* input = nullptr;
-    const char* output = nullptr;
+    std::string inputPath;
+    std::string outputPath;
     int type = -1;
     bool verbose = false;
-    for (int i = 0; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--type") == 0 && i + 1 < argc) {
-            type = std::atoi(argv[++i]);
-        } else if (std::strcmp(argv[i], "-o") == 0 && i + 1 < argc) {
-            output = argv[++i];
-        } else if (std::strcmp(argv[i], "-v") == 0) {
-            verbose = true;
-        } else if (input == nullptr && argv[i][0] != '-') {
-            input = argv[i];
-        } else {
-            std::fprintf(stderr, "encode: unexpected argument \"%s\"\n", argv[i]);
-            return 2;
-        }
+    CLI::App app("bcast-tool encode: a file in the format of a file broadcast (1 u-law WAV, 15 MP3)",
+                 "bcast-tool encode");
+    app.add_option("FILE", inputPath, "the audio file")->required();
+    app.add_option("--type", type, "1: 8000 Hz u-law WAV, 15: MP3")
+        ->required()
+        ->check(CLI::IsMember({1, 15}));
+    app.add_option("-o", outputPath, "the file to write")->required()->type_name("OUT");
+    app.add_flag("-v", verbose, "log what the library does");
+    const int parsed = ParseCommandWords(app, argc, argv, "encode",
+                                         "usage: bcast-tool encode FILE --type 1|15 -o OUT [-v]\n");
+    if (parsed >= 0) {
+        return parsed;
     }
-    if (input == nullptr || output == nullptr || (type != 1 && type != 15)) {
-        std::fprintf(stderr, "usage: bcast-tool encode FILE --type 1|15 -o OUT [-v]\n");
-        return 2;
-    }
+    const char* input = inputPath.c_str();
+    const char* output = outputPath.c_str();
     SetLogLevel(verbose ? Tal::Base::kLogInfo : Tal::Base::kLogError);
 
     CWorkDirectory work;
