@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstring>
 #include <deque>
 #include <mutex>
 #include <thread>
@@ -593,4 +594,52 @@ TEST_F(TransferManagerTest, GroupsAreFedIndependentlyAndEachGetsItsOwnCopy) {
         }
     }
     EXPECT_EQ(clock->ElapsedMs(), 0);
+}
+
+TEST_F(TransferManagerTest, LiveInputNeverWaitsForASlowGroupItsOldestFramesGoAndAreCounted) {
+    constexpr int kFrames = 500;
+    CGate gate;
+    gate.CloseAt(0);
+    EXPECT_TRUE(manager->StartSendToSDK({{11, kEncodeG711U, {{"ch", 1}}}}));
+    manager->StartSendToOEM({{21, "127.0.0.1", 5004, kEncodeG711U}});
+    {
+        auto fake = std::dynamic_pointer_cast<CFakeSDK>(factory->At(factory->sdk, 0).transfer.lock());
+        ASSERT_TRUE(fake);
+        fake->recorder.gate = &gate;
+    }
+    manager->SetLiveQueueLimit(50);
+    uint8_t frame[4] = {0, 0, 0, 0};
+    manager->SendData(frame, sizeof(frame));
+    ASSERT_TRUE(gate.WaitBlocked(10s)) << "the slow group never took a frame";
+
+    // The slow group holds its sender in frame 0; 500 more frames go in, as a microphone delivers them (the
+    // healthy group takes each before the next), and SendData never sleeps.
+    auto udp = factory->At(factory->udp, 0).record;
+    for (int i = 1; i <= kFrames; ++i) {
+        std::memcpy(frame, &i, sizeof(i));
+        manager->SendData(frame, sizeof(frame));
+        ASSERT_TRUE(WaitFor([&] { return udp->FrameCount() == static_cast<std::size_t>(i) + 1; }))
+            << "the healthy group stalled at frame " << i;
+    }
+    CVirtualClock::TimePoint deadline;
+    EXPECT_FALSE(clock->WaitForSleeper(deadline, 100ms)) << "the live input waited";
+    EXPECT_EQ(manager->GetQueuedFrameCount(), 50u)
+        << "the slow group holds the limit, the healthy one nothing";
+    EXPECT_EQ(manager->GetDroppedFrameCount(), static_cast<uint64_t>(kFrames - 50));
+
+    // The slow group plays on from the newest 50 frames, in order.
+    gate.Open();
+    auto sdk = factory->At(factory->sdk, 0).record;
+    EXPECT_TRUE(WaitFor([&] { return sdk->FrameCount() == 51u; }, 10s)) << sdk->FrameCount();
+    {
+        std::lock_guard<std::mutex> lock(sdk->mutex);
+        for (std::size_t k = 1; k < sdk->frames.size(); ++k) {
+            int index = 0;
+            std::memcpy(&index, sdk->frames[k].data(), sizeof(index));
+            EXPECT_EQ(index, kFrames - 50 + static_cast<int>(k)) << "frame " << k;
+        }
+    }
+    manager->StopTransfer();
+    EXPECT_EQ(manager->GetDroppedFrameCount(), 0u) << "a stop ends the count";
+    manager->WaitTransferFinish();
 }

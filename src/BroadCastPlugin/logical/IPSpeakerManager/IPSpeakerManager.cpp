@@ -23,6 +23,9 @@ using Tal::Base::Error::GetLastError;
 using Tal::Base::Error::SetLastError;
 
 namespace {
+/// Frames a group may fall behind a live talk before its oldest are dropped: one to two seconds of capture
+/// frames (20 or 40 ms each). A group further behind than that would only play stale speech.
+constexpr std::size_t kLiveQueueFrames = 50;
 constexpr int kDeviceTypeSpeaker = 2020;
 constexpr int kDeviceTypeEncoder = 2001;
 constexpr int kProtocolDeviceSdk = 1;
@@ -223,6 +226,7 @@ bool CIPSpeakerManager::StartSpeakVoice(const std::vector<int32_t>& elementIDs, 
         capture_->SetEncodeDataCallback([transfer](const uint8_t* data, int size) {
             transfer->SendData(data, static_cast<int32_t>(size));
         });
+        transfer->SetLiveQueueLimit(kLiveQueueFrames);
         if (!IsStopped() && !capture_->StartCapture(encodeType)) {
             BCAST_LOG(5, "[%s]Start voice capture failed.[%s(%d)]");
             break;

@@ -156,12 +156,24 @@ void CVoiceTransferManager::SendData(const uint8_t* data, int32_t size) {
     if (size <= 0 || data == nullptr || stopFlag) {
         return;
     }
-    WaitConsumeData();
+    const std::size_t liveLimit = liveQueueLimit;
+    if (liveLimit == 0) {
+        WaitConsumeData();
+    }
     for (const auto& group : {zpsParam, sdkParam, oemParam}) {
         if (!group->started) {
             continue;
         }
         std::lock_guard<std::mutex> lock(group->mutex);
+        if (liveLimit > 0 && group->dataQueue.size() >= liveLimit) {
+            const std::size_t drop = group->dataQueue.size() - liveLimit + 1;
+            group->dataQueue.erase(group->dataQueue.begin(),
+                                   group->dataQueue.begin() + static_cast<std::ptrdiff_t>(drop));
+            if (droppedFrames.fetch_add(drop) == 0) {
+                TAL_LOG(4, "Broadcast",
+                        "[%s]A group falls behind the live input: its oldest frames go.[%s(%d)]");
+            }
+        }
         VoiceDataBlock block;
         block.data = std::make_unique<uint8_t[]>(static_cast<std::size_t>(size));
         block.size = size;
@@ -192,6 +204,10 @@ std::size_t CVoiceTransferManager::GetQueuedFrameCount() {
         queued += group->dataQueue.size();
     }
     return queued;
+}
+
+void CVoiceTransferManager::SetLiveQueueLimit(std::size_t frames) {
+    liveQueueLimit = frames;
 }
 
 void CVoiceTransferManager::SetFrameInterval(int32_t milliseconds) {
@@ -327,6 +343,11 @@ void CVoiceTransferManager::StopTransfer() {
     UninitAll(closing);
     inputFinished = false;
     frameIntervalMs = 0;
+    liveQueueLimit = 0;
+    if (const uint64_t dropped = droppedFrames.exchange(0)) {
+        TAL_LOG(4, "Broadcast", "[%s]%llu live frames were dropped for groups that fell behind.[%s(%d)]",
+                static_cast<unsigned long long>(dropped));
+    }
 }
 
 bool CVoiceTransferManager::StartListenFromZPS(const ZPSTransferTarget& target, ZPSDataCallback callback) {

@@ -63,8 +63,15 @@ public:
     bool StartSendToZPS(const std::vector<ZPSTransferTarget>& targets);
     bool StartSendToSDK(const std::vector<SDKTransferTarget>& targets);
     void StartSendToOEM(const std::vector<OEMTransferTarget>& targets);
-    /// Queues one frame to every started group; waits (1 s steps) while too many frames are queued.
+    /// Queues one frame to every started group; waits (1 s steps) while too many frames are queued, or with a
+    /// live queue limit drops the oldest frames of a group that falls behind instead.
     void SendData(const uint8_t* data, int32_t size);
+    /// Live input (a talk from the microphone) must not wait for a slow group: with a limit, a group holds at
+    /// most `frames` queued frames and the oldest go first. 0 (the default, and after StopTransfer): the
+    /// waiting back-pressure of file input.
+    void SetLiveQueueLimit(std::size_t frames);
+    /// Frames dropped by the live queue limit since the last StopTransfer.
+    uint64_t GetDroppedFrameCount() const { return droppedFrames; }
     void SetFrameInterval(int32_t milliseconds);
     void SetInputFinished();
     void WaitTransferFinish();
@@ -99,6 +106,8 @@ private:
     std::atomic<bool> inputFinished{false};
     std::atomic<bool> stopFlag{false};
     std::atomic<int32_t> frameIntervalMs{0};  ///< read by the sending threads while a stop resets it
+    std::atomic<std::size_t> liveQueueLimit{0};
+    std::atomic<uint64_t> droppedFrames{0};
     std::mutex resultMutex;
     TransferResultCallback resultCallback;
 };
