@@ -21,13 +21,10 @@
 #include <vector>
 
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
+#include "ModuleAgainstPlatform.h"
 #include "PlatformProcess.h"
-#include "PulseAudioPeer.h"
 #include "RestClient.h"
 #include "TestProcess.h"
-#include "framework/base/FormatLog.h"
-#include "framework/business/BusinessCommon.h"
-#include "framework/business/PlatformLogin.h"
 #include "framework/netcomm/RapidJsonProto.h"
 #include "support/QtWait.h"
 #include "tool/audio/AudioCompare.h"
@@ -101,21 +98,14 @@ int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
 
-    BcastTest::CPulseAudioPeer pulse;
+    BcastTest::CModuleRig rig("bench-broadcast");
     std::string error;
-    if (!pulse.Start(&error)) {
-        return Fail("PulseAudio: " + error);
+    if (!rig.Start(error)) {
+        return Fail(error);
     }
-    pulse.ExportClientEnvironment();
-    PlatformTest::CPlatformProcess platform;
-    if (!platform.Start({"--fixture", PlatformTest::DemoFixture()})) {
-        return Fail("platform: " + platform.Error());
-    }
-    BcastTest::CTempDir work("bench-broadcast");
-    Tal::Base::LogConfig logConfig;
-    logConfig.directory = work.File("log");  // the log goes to a file; stderr only for fatal lines
-    logConfig.stderrLevel = Tal::Base::kLogFatal;
-    Tal::Base::InitLog(logConfig);
+    BcastTest::CPulseAudioPeer& pulse = rig.Pulse();
+    PlatformTest::CPlatformProcess& platform = rig.Platform();
+    const BcastTest::CTempDir& work = rig.Work();
     const std::string sentencePath = work.File("sentence.wav");
     if (BcastTest::RunProcess(
             {"espeak-ng", "-v", "en", "-w", sentencePath, "Testing the broadcast, one two three."}, 60000)
@@ -127,21 +117,7 @@ int main(int argc, char** argv) {
         return Fail("cannot read the sentence: " + error);
     }
 
-    BusinessCommon::InitBusinessCommon(nullptr, "en_US");
-    BusinessCommon::CFrameSystemConfigMgr::Instance()->SetClientDataPath(work.File("client"));
-    BusinessCommon::CFrameSystemConfigMgr::Instance()->SetVideoCaptureDataPath(work.File("capture"));
-    BusinessCommon::PlatformLoginRequest login;
-    login.address = "127.0.0.1";
-    login.port = std::stoi(platform.RestUrl().substr(platform.RestUrl().rfind(':') + 1));
-    login.user = PlatformTest::kUser;
-    login.password = PlatformTest::kPassword;
-    if (!BusinessCommon::LoginToPlatform(login, error)) {
-        return Fail("login: " + error);
-    }
     auto* controller = BroadCastPlugin::CBroadcastController::Instance();
-    if (!controller->Init()) {
-        return Fail("the controller did not start");
-    }
 
     std::map<int, std::vector<double>> startLatency, mouthDelay;
     std::printf("%d runs of a live talk to %zu speakers (prompt tone on, as in the demo site)\n", runs,
@@ -222,9 +198,6 @@ int main(int argc, char** argv) {
         std::printf("  run %2d done\n", run + 1);
         std::fflush(stdout);
     }
-    controller->Unit();
-    BusinessCommon::LogoutFromPlatform();
-    BusinessCommon::UnInitBusinessCommon();
 
     std::printf("\n%-8s %-18s %26s %26s\n", "element", "transport", "start latency ms (med/worst)",
                 "mouth-to-speaker ms (med/worst)");
@@ -237,7 +210,5 @@ int main(int argc, char** argv) {
         "start latency includes the platform's address answer, the prompt tone (about 2 s) on the\n"
         "streaming group before the device senders start, and each sender's connection set-up;\n"
         "mouth-to-speaker includes paplay's own start-up.\n");
-    platform.Stop();
-    pulse.Stop();
     return 0;
 }

@@ -188,4 +188,16 @@ bool ApplyClientConfig(const ClientConfig& config, std::string& error) {
     return true;
 }
 
+BusinessCommon::PlatformLoginRequest LoginRequestOf(const ClientConfig& config) {
+    BusinessCommon::PlatformLoginRequest login;
+    login.address = config.platformAddress;
+    login.port = config.platformPort;
+    login.https = config.https;
+    login.caFile = config.caFile;
+    login.user = config.userName;
+    login.password = config.password;
+    login.language = config.language;
+    return login;
+}
+
 }  // namespace BcastHost

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "framework/business/PlatformLogin.h"
+
 namespace BcastHost {
 
 struct ClientConfig {
@@ -30,5 +32,8 @@ bool LoadClientConfig(const std::string& path, ClientConfig& config, std::string
 /// Hands the configuration to the framework: configuration text, data paths, network time-out level,
 /// and the log file "<data path>/log/bcast-host.log".
 bool ApplyClientConfig(const ClientConfig& config, std::string& error);
+
+/// The login the configuration describes.
+BusinessCommon::PlatformLoginRequest LoginRequestOf(const ClientConfig& config);
 
 }  // namespace BcastHost

@@ -252,14 +252,7 @@ int RunDoctor(const ClientConfig& config, const std::string& configPath, const s
     }
     bool loggedIn = false;
     if (reachable) {
-        BusinessCommon::PlatformLoginRequest login;
-        login.address = config.platformAddress;
-        login.port = config.platformPort;
-        login.https = config.https;
-        login.caFile = config.caFile;
-        login.user = config.userName;
-        login.password = config.password;
-        login.language = config.language;
+        BusinessCommon::PlatformLoginRequest login = LoginRequestOf(config);
         login.renewSession = false;
         loggedIn = BusinessCommon::LoginToPlatform(login, error);
         if (loggedIn) {

@@ -248,14 +248,7 @@ int main(int argc, char** argv) {
         // what was asked, so a failed login ends the host at once with its reason.
         const bool online = options.mode != "lifecycle";
         if (online) {
-            BusinessCommon::PlatformLoginRequest login;
-            login.address = config.platformAddress;
-            login.port = config.platformPort;
-            login.https = config.https;
-            login.caFile = config.caFile;
-            login.user = config.userName;
-            login.password = config.password;
-            login.language = config.language;
+            const BusinessCommon::PlatformLoginRequest login = BcastHost::LoginRequestOf(config);
             if (BusinessCommon::LoginToPlatform(login, error)) {
                 std::cout << "login: " << config.userName << "@" << config.platformAddress << ":"
                           << config.platformPort << std::endl;

@@ -26,13 +26,10 @@
 
 #include "AudioCheck.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
+#include "ModuleAgainstPlatform.h"
 #include "PlatformProcess.h"
-#include "PulseAudioPeer.h"
 #include "RestClient.h"
 #include "TestFiles.h"
-#include "framework/base/FormatLog.h"
-#include "framework/business/BusinessCommon.h"
-#include "framework/business/PlatformLogin.h"
 #include "framework/netcomm/RapidJsonProto.h"
 #include "support/QtWait.h"
 
@@ -222,44 +219,19 @@ int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
 
-    BcastTest::CPulseAudioPeer pulse;
+    BcastTest::CModuleRig rig("soak");
     std::string error;
-    if (!pulse.Start(&error)) {
-        return Fail("PulseAudio: " + error);
+    if (!rig.Start(error)) {
+        return Fail(error);
     }
-    pulse.ExportClientEnvironment();
-    PlatformTest::CPlatformProcess platform;
-    if (!platform.Start({"--fixture", PlatformTest::DemoFixture()})) {
-        return Fail("platform: " + platform.Error());
-    }
-    BcastTest::CTempDir work("soak");
-    Tal::Base::LogConfig logConfig;
-    logConfig.directory = work.File("log");
-    logConfig.stderrLevel = Tal::Base::kLogFatal;
-    Tal::Base::InitLog(logConfig);
+    const BcastTest::CTempDir& work = rig.Work();
     const std::string file = work.File("file.wav");
     const std::string made = BcastTest::MakeToneWav(file, 16000, {440.0}, kFileSeconds);
     if (!made.empty()) {
         return Fail("cannot make the file to play: " + made);
     }
 
-    BusinessCommon::InitBusinessCommon(nullptr, "en_US");
-    BusinessCommon::CFrameSystemConfigMgr::Instance()->SetClientDataPath(work.File("client"));
-    BusinessCommon::CFrameSystemConfigMgr::Instance()->SetVideoCaptureDataPath(work.File("capture"));
-    BusinessCommon::PlatformLoginRequest login;
-    login.address = "127.0.0.1";
-    login.port = std::stoi(platform.RestUrl().substr(platform.RestUrl().rfind(':') + 1));
-    login.user = PlatformTest::kUser;
-    login.password = PlatformTest::kPassword;
-    if (!BusinessCommon::LoginToPlatform(login, error)) {
-        return Fail("login: " + error);
-    }
-    auto* controller = BroadCastPlugin::CBroadcastController::Instance();
-    if (!controller->Init()) {
-        return Fail("the controller did not start");
-    }
-
-    CSoak soak(platform, file);
+    CSoak soak(rig.Platform(), file);
     // A first cycle warms the libraries' one-time state (codecs, GStreamer plug-ins, thread pools) up before
     // the first figures are taken.
     std::string failed;
@@ -295,11 +267,6 @@ int main(int argc, char** argv) {
                     f.threads, f.descriptors, l.p50, l.p99, l.worst);
         std::fflush(stdout);
     }
-    controller->Unit();
-    BusinessCommon::LogoutFromPlatform();
-    BusinessCommon::UnInitBusinessCommon();
-    platform.Stop();
-    pulse.Stop();
 
     const ProcessFigures& first = perMinute.front();
     const ProcessFigures& last = perMinute.back();
