@@ -36,6 +36,7 @@ extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #include "BroadCastPlugin/BroadcastConstants.h"
 #include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"
 #include "BroadCastPlugin/logical/ServerInteractive/WebSocket/FrameMessageMgr.h"
+#include "FileSizeLimit.h"
 #include "ManagerFixture.h"
 #include "TestProcess.h"
 #include "framework/base/ErrorCode.h"
@@ -320,6 +321,7 @@ public:
     static void RunDeviceRefusesLogin(const Row& row);
     static void RunDeviceVanishes(const Row& row);
     static void RunObjectStoreDown(const Row& row);
+    static void RunDiskFull(const Row& row);
     static void RunPlatformKilled(const Row& row);
 
 protected:
@@ -657,6 +659,11 @@ void FaultMatrixTest::RunStreamingTeardown(const Row&) {
     EXPECT_TRUE(WaitFor(
         [] { return Control("GET", "/streaming").Int("/ResponseStatus/Data/TalkStreams", -1) == 0; }, 5000))
         << "the server closed the talk";
+    // The platform tells that the streaming speaker stopped; the manager hands that on, and nothing fails.
+    EXPECT_TRUE(WaitFor([] { return events_->CountSpeakerStatus(1001, 3) > 0; }, 5000))
+        << "the speaker's stop reaches the manager";
+    EXPECT_TRUE(Failures().empty());
+    EXPECT_EQ(events_->CountSpeakerStatus(kSpeaker, 2), 0) << "the other speaker does not fail";
     const int before = SamplesPlayed(kSpeaker);
     BcastTest::Settle(1000);
     EXPECT_GT(SamplesPlayed(kSpeaker), before + 4000) << "the other transport goes on";
@@ -756,6 +763,42 @@ void FaultMatrixTest::RunObjectStoreDown(const Row&) {
     EXPECT_EQ(FileSize(recording), bytes) << "the local recording stays after an upload";
 }
 
+void FaultMatrixTest::RunDiskFull(const Row&) {
+    // Files of this process may not grow past 16 KiB: a second of the talk's recording fills the disk.
+    constexpr rlim_t kLimit = 16 * 1024;
+    const int records = RecordCount();
+    std::string recording;
+    long bytes = -1;
+    {
+        CLogCapture log;
+        BcastTest::CFileSizeLimit full(kLimit);
+        ASSERT_TRUE(full.IsActive());
+        auto call = Start({kSpeaker}, 43);
+        ASSERT_TRUE(call->Finish(kStartBoundMs));
+        EXPECT_TRUE(call->Result());
+        recording = CIPSpeakerManager::Instance()->GetRecordedFilePath();
+        ASSERT_FALSE(recording.empty());
+        EXPECT_TRUE(WaitFor(
+            [&] { return log.Contains("Record file " + recording + " is full, data dropped."); }, 15000))
+            << "the recording fills the disk";
+        const int heard = SamplesPlayed(kSpeaker);
+        BcastTest::Settle(1000);
+        EXPECT_GT(SamplesPlayed(kSpeaker), heard + 4000) << "the talk goes on with the disk full";
+        TimedStop();
+        bytes = FileSize(recording);
+        EXPECT_FALSE(log.Contains("Upload record file failed."));
+    }
+    EXPECT_TRUE(Failures().empty());
+    EXPECT_GT(bytes, 4000) << "what was written before the disk filled stays: " << recording;
+    EXPECT_LE(bytes, static_cast<long>(kLimit));
+    EXPECT_EQ(FileSize(recording + ".part"), -1);
+    ASSERT_EQ(RecordCount(), records + 1) << "what was recorded is uploaded";
+    CRapidJsonProto doc;
+    doc.set_str(Control("GET", "/broadcasts").body);
+    EXPECT_EQ(doc.get_int_v("/ResponseStatus/Data/Records[" + std::to_string(records + 1) + "]/Bytes", -1),
+              bytes);
+}
+
 // ---- the platform killed -------------------------------------------------------------------------------
 
 void FaultMatrixTest::RunPlatformKilled(const Row&) {
@@ -823,6 +866,9 @@ std::vector<Row> AllRows() {
     rows.push_back(
         {"ObjectStoreDownDuringUpload", "/_control/storage/501 Running false, then a recorded talk",
          "upload fails, the recording stays and uploads later", &FaultMatrixTest::RunObjectStoreDown});
+    rows.push_back({"DiskFullWhileRecording", "RLIMIT_FSIZE 16 KiB during a recorded talk",
+                    "the talk goes on, the recording keeps what fitted and is uploaded",
+                    &FaultMatrixTest::RunDiskFull});
     rows.push_back({"PlatformKilledMidTalk", "SIGKILL of the platform during a talk, then a restart",
                     "bounded stop, recording kept, session renewed", &FaultMatrixTest::RunPlatformKilled});
     return rows;
