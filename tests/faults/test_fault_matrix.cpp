@@ -47,6 +47,7 @@ extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #include "framework/media/videotool/VideoTool.h"
 #include "framework/netcomm/NetCommManager.h"
 #include "framework/netcomm/NetlibWrapper.h"
+#include "framework/resource/ResourceManager.h"
 #include "support/QtWait.h"
 
 using namespace BroadCastPlugin;
@@ -277,6 +278,9 @@ struct ApiCall {
     const char* method;
     const char* path;
     bool startFailsWithIt;  // a failure of the call fails the start
+    int badAnswerModule;    // the module and code an answer that does not parse is reported with
+    int badAnswerCode;
+    bool elementDownload;  // made only for an element this process does not know yet
 };
 
 enum class ApiFault { kDown, kSlow, kHttp500, kMalformed, kEmpty };
@@ -498,7 +502,7 @@ std::string FaultBody(ApiFault fault) {
 }
 
 // The module and code the failure of a call is reported with.
-void ExpectErrorOf(ApiFault fault, const ErrorCode& error) {
+void ExpectErrorOf(const ApiCall& call, ApiFault fault, const ErrorCode& error) {
     switch (fault) {
         case ApiFault::kDown:
             EXPECT_EQ(error.GetMainErrorCode(), NetworkCommunication::kModuleTransport) << error.ToString();
@@ -516,8 +520,8 @@ void ExpectErrorOf(ApiFault fault, const ErrorCode& error) {
             break;
         case ApiFault::kMalformed:
         case ApiFault::kEmpty:
-            EXPECT_EQ(error.GetMainErrorCode(), kModuleBroadcast) << error.ToString();
-            EXPECT_EQ(error.GetSubErrorCode(), kErrorBadServerResponse) << error.ToString();
+            EXPECT_EQ(error.GetMainErrorCode(), call.badAnswerModule) << error.ToString();
+            EXPECT_EQ(error.GetSubErrorCode(), call.badAnswerCode) << error.ToString();
             break;
     }
 }
@@ -525,6 +529,9 @@ void ExpectErrorOf(ApiFault fault, const ErrorCode& error) {
 void FaultMatrixTest::RunApiFault(const Row& row) {
     const ApiCall& call = row.call;
     const int renewals = BusinessCommon::SessionRenewalCount();
+    if (call.elementDownload) {
+        ResourceManager::CElementManager::Instance()->RemoveElement(kSpeaker);
+    }
     const int faultId = AddFault(call.method, call.path, FaultBody(row.fault));
     ASSERT_GT(faultId, 0);
     CLogCapture log;
@@ -548,7 +555,7 @@ void FaultMatrixTest::RunApiFault(const Row& row) {
         ASSERT_EQ(failures.size(), 1u) << "one failure event per element";
         EXPECT_EQ(failures[0].elementID, kSpeaker);
         EXPECT_EQ(failures[0].requestID, 61);
-        ExpectErrorOf(row.fault, failures[0].error);
+        ExpectErrorOf(call, row.fault, failures[0].error);
     } else {
         EXPECT_TRUE(start->Result()) << "a failed " << call.tag << " call does not fail the talk";
         EXPECT_EQ(events_->CountStage(5), 1);
@@ -824,14 +831,22 @@ void FaultMatrixTest::RunPlatformKilled(const Row&) {
 // ---- the table -----------------------------------------------------------------------------------------
 
 std::vector<Row> AllRows() {
+    constexpr int kFramework = Tal::Base::Error::kModuleFramework;
+    constexpr int kBadAnswer = Tal::Base::Error::kCodeBadServerAnswer;
     const std::vector<ApiCall> calls = {
-        {"BaseConfig", "GET", "/DXAPI/Galewing/BroadcastPlugin/V1/BaseConfig", true},
-        {"CommonUrlList", "GET", "/DXAPI/Galewing/BroadcastPlugin/V1/RealTimeBroadcast/CommonUrlList", true},
+        {"ElementDownload", "POST", "/DXAPI/Galewing/Platform/V1/Resource/IncrementalDownload", true,
+         kFramework, kBadAnswer, true},
+        {"BaseConfig", "GET", "/DXAPI/Galewing/BroadcastPlugin/V1/BaseConfig", true, kModuleBroadcast,
+         kErrorBadServerResponse, false},
+        {"CommonUrlList", "GET", "/DXAPI/Galewing/BroadcastPlugin/V1/RealTimeBroadcast/CommonUrlList", true,
+         kModuleBroadcast, kErrorBadServerResponse, false},
         {"StartPromptTone", "POST", "/DXAPI/Galewing/BroadcastPlugin/V1/RealTimeBroadcast/StartPromptTone",
-         true},
+         true, kModuleBroadcast, kErrorBadServerResponse, false},
         {"UpdateBroadcastStatus", "PUT",
-         "/DXAPI/Galewing/BroadcastPlugin/V1/RealTimeBroadcast/UpdateBroadcastStatus", false},
-        {"OperationLog", "POST", "/DXAPI/Galewing/Platform/V1/OperationLog", false},
+         "/DXAPI/Galewing/BroadcastPlugin/V1/RealTimeBroadcast/UpdateBroadcastStatus", false,
+         kModuleBroadcast, kErrorBadServerResponse, false},
+        {"OperationLog", "POST", "/DXAPI/Galewing/Platform/V1/OperationLog", false, kFramework, kBadAnswer,
+         false},
     };
     const ApiFault faults[] = {ApiFault::kDown, ApiFault::kSlow, ApiFault::kHttp500, ApiFault::kMalformed,
                                ApiFault::kEmpty};
