@@ -30,7 +30,6 @@ extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
