@@ -213,21 +213,6 @@ TEST_F(DeviceBroadcastTest, EachFaultFailsWhatItShouldAndTheNextBroadcastWorks) 
         Control("POST", "/device/202", R"({"Online":true})");
     }
     {
-        SCOPED_TRACE("the only device refuses the login");
-        // 202 was switched off until now, so no login of this client is open on it.
-        log_.Clear();
-        Control("POST", "/device/202", R"({"RefuseLogin":true})");
-        EXPECT_FALSE(Start("202"));
-        const ErrorCode error = Tal::Base::Error::GetLastError();
-        EXPECT_EQ(error.GetMainErrorCode(), Tal::Base::Error::kModuleFramework) << error.ToString();
-        EXPECT_EQ(error.GetSubErrorCode(), Tal::Base::Error::kCodeNoTargetReached);
-        EXPECT_FALSE(error.GetCasadingErrorInfo().empty()) << "the device's reason comes along";
-        EXPECT_EQ(log_.StatusesOf(202), (std::vector<int>{TOOL::kDeviceConnecting, TOOL::kDeviceFailed}))
-            << log_.Dump();
-        EXPECT_NE(log_.LastOf(202).get_v("/ErrorInfo", "").find("login"), std::string::npos) << log_.Dump();
-        Control("POST", "/device/202", R"({"RefuseLogin":false})");
-    }
-    {
         SCOPED_TRACE("one device refuses the talk");
         log_.Clear();
         Control("POST", "/device/201", R"({"RefusedChannels":[1]})");

@@ -2,8 +2,8 @@
 // of this process downloads the library's files (local cloud storage and storage server 501) into the audio
 // cache once, uploads a live talk's recording and registers it, lists the registered recordings and plays
 // them from their store by presigned addresses, and the platform speaks a text at the speakers. Stores that
-// are down or refuse the keys fail with the codes the user interface has messages for, leave no partial
-// file and lose no recording.
+// are down or refuse the keys fail with the codes the user interface has messages for and leave no partial
+// file (a recording kept through a store that is down: tests/faults).
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>
@@ -221,30 +221,6 @@ TEST_F(MediaStorageTest, ARecordedTalkIsUploadedAndRegisteredAndAFailedUploadKee
     EXPECT_EQ(Broadcasts().get_int_v("/ResponseStatus/Data/Records[1]/Bytes", -1), bytes)
         << "the stored object is the whole recording";
 
-    {
-        SCOPED_TRACE("storage server down: the upload fails and the recording stays");
-        SetStore("501", R"({"Running":false})");
-        CLogCapture log;
-        const std::string second = RecordedTalk(1, 42);
-        EXPECT_TRUE(log.Contains("Upload record file failed.", 5));
-        EXPECT_TRUE(log.Contains("CObjectClient Init failed!", 5));
-        EXPECT_GT(SizeOf(second), 4000) << second;
-        EXPECT_EQ(RecordCount(), 1) << "nothing registered";
-
-        RecordTaskParam retry;
-        retry.mode = 0;
-        retry.recordDevice = "1006";
-        retry.recordFilePath = second;
-        retry.recordStartTime = "2026-11-24 10:00:00";
-        EXPECT_FALSE(CMediaFileManager::Instance()->UploadRecordFile(retry));
-        EXPECT_EQ(LastError().GetSubErrorCode(), kErrorUploadClientStart);
-
-        SCOPED_TRACE("the store back: the kept recording uploads");
-        SetStore("501", R"({"Running":true})");
-        EXPECT_TRUE(CMediaFileManager::Instance()->UploadRecordFile(retry));
-        EXPECT_EQ(RecordCount(), 2);
-        EXPECT_TRUE(Exists(second)) << "the local recording stays after an upload";
-    }
     {
         SCOPED_TRACE("nothing to upload");
         RecordTaskParam empty;

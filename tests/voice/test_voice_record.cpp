@@ -94,27 +94,34 @@ TEST(PCMStorage, WritesAWavThatSoxReadsBackAsRecorded) {
     EXPECT_EQ(Probe(wide).samples, 2400);
 }
 
-TEST(PCMStorage, AFailedWriteLeavesNoFile) {
+TEST(PCMStorage, AFullDiskKeepsWhatWasWrittenBeforeIt) {
     CTempDir dir("bcast-storage");
     std::string path = dir.File("full.wav");
     CPCMStorage storage;
     ASSERT_TRUE(storage.StartStorage(path, 1));
     std::vector<uint8_t> tone = ToneBytes(8000, 10.0, 440.0);  // 160 KB
 
-    // The file may not grow past 64 KB: the write fails as on a full disk.
+    // The file may not grow past 64 KB: the write fails as on a full disk. Eight blocks of 8000 bytes fit
+    // after the header; the ninth goes out in part and fails.
     bool written = true;
+    std::size_t blocks = 0;
     {
         CFileSizeLimit limit(64 * 1024);
         ASSERT_TRUE(limit.IsActive());
         for (std::size_t i = 0; i < tone.size() && written; i += 8000) {
             written = storage.InputData(tone.data() + i, 8000);
+            blocks += written ? 1 : 0;
         }
+        EXPECT_FALSE(storage.InputData(tone.data(), 8000)) << "later data is dropped";
+        EXPECT_TRUE(storage.IsStorage());
+        EXPECT_TRUE(storage.StopStorage()) << "the header fits where it was";
     }
     EXPECT_FALSE(written);
-    EXPECT_FALSE(storage.IsStorage());
-    EXPECT_FALSE(storage.StopStorage());
-    EXPECT_FALSE(FS::FileExists(path));
+    EXPECT_EQ(blocks, 8u);
     EXPECT_FALSE(FS::FileExists(path + ".part"));
+    ASSERT_TRUE(FS::FileExists(path));
+    EXPECT_EQ(Probe(path).rate, 8000);
+    EXPECT_EQ(Probe(path).samples, 8 * 4000) << "the part of the failed write is left out";
 
     // A directory that does not exist: refused at the start.
     EXPECT_FALSE(storage.StartStorage(dir.File("no/such/dir.wav"), 1));

@@ -210,6 +210,17 @@ int CPlatformProcess::Stop() {
     return WaitExit(20000);
 }
 
+bool CPlatformProcess::Kill() {
+    if (pid_ <= 0) {
+        return false;
+    }
+    ::kill(pid_, SIGKILL);
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return true;
+}
+
 std::string CPlatformProcess::Stdout() const {
     return ReadFile(dir_ + "/stdout.txt");
 }

@@ -34,6 +34,9 @@ public:
     /// SIGTERM, then waits up to 20 s. Returns the exit code, or -1 when it had to be killed or died by a
     /// signal.
     int Stop();
+    /// SIGKILL, as a crash or a power cut: the platform closes nothing; waits for it to be reaped. True when
+    /// a running platform was killed.
+    bool Kill();
 
     const std::string& RestUrl() const { return restUrl_; }
     const std::string& PushUrl() const { return pushUrl_; }

@@ -91,6 +91,7 @@ bool CPCMStorage::StartStorage(const std::string& path, int audioType) {
         return false;
     }
     file_ = file;
+    full_ = false;
     path_ = path;
     partPath_ = partPath;
     sampleRate_ = rate;
@@ -105,7 +106,7 @@ bool CPCMStorage::IsStorage() const {
 
 bool CPCMStorage::InputData(const uint8_t* data, uint32_t size) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (file_ < 0 || (data == nullptr && size > 0)) {
+    if (file_ < 0 || full_ || (data == nullptr && size > 0)) {
         return false;
     }
     if (dataBytes_ + size > kMaxDataBytes) {
@@ -113,9 +114,16 @@ bool CPCMStorage::InputData(const uint8_t* data, uint32_t size) {
         return false;
     }
     if (!FS::WriteFile(file_, data, size)) {
-        TAL_LOG(5, "PCMStorage", "[%s]Write record file %s failed, recording abandoned.[%s(%d)]",
-                partPath_.c_str());
-        AbandonLocked();
+        // A full disk: the recording keeps what was written before, without the part of this write that
+        // may have gone out (shrinking a file needs no space), and the stop completes it.
+        TAL_LOG(4, "PCMStorage", "[%s]Record file %s is full, data dropped.[%s(%d)]", path_.c_str());
+        full_ = true;
+        if (::ftruncate(file_, static_cast<off_t>(kHeaderBytes + dataBytes_)) != 0 ||
+            !FS::FileSeek(file_, static_cast<int64_t>(kHeaderBytes + dataBytes_), FS::kSeekBegin)) {
+            TAL_LOG(5, "PCMStorage", "[%s]Write record file %s failed, recording abandoned.[%s(%d)]",
+                    partPath_.c_str());
+            AbandonLocked();
+        }
         return false;
     }
     dataBytes_ += size;

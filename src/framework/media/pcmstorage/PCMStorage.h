@@ -22,7 +22,8 @@ public:
     /// is unknown or the file cannot be created.
     bool StartStorage(const std::string& path, int audioType);
     bool IsStorage() const;
-    /// Appends PCM bytes (whole samples). A failed write abandons the recording and removes its file.
+    /// Appends PCM bytes (whole samples). A failed write (a full disk) keeps what was written before it and
+    /// drops later data: the stop completes the recording with that.
     bool InputData(const uint8_t* data, uint32_t size);
     /// Writes the header and puts the file in place; false when it could not be completed.
     bool StopStorage();
@@ -39,6 +40,7 @@ private:
     std::string partPath_;
     int sampleRate_ = 0;
     uint64_t dataBytes_ = 0;
+    bool full_ = false;  ///< a write failed: later data is dropped
 };
 
 }  // namespace MultimediaComm

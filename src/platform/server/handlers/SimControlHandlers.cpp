@@ -248,6 +248,18 @@ RestResponse SetStreaming(const RestRequest& request, PlatformContext& context) 
     return Ok();
 }
 
+// Closes every connection and session of the streaming server (a server that tears the talk down).
+RestResponse DropStreaming(const RestRequest&, PlatformContext& context) {
+    CStreamingServer* streaming = context.site.Streaming();
+    if (streaming == nullptr) {
+        return PlatformError(kErrUnsupported, "the platform runs without its streaming server (--no-peers)");
+    }
+    if (!streaming->DropSessions()) {
+        return PlatformError(kErrInternal, "the streaming server is not running", 500);
+    }
+    return Ok();
+}
+
 }  // namespace
 
 void AddSimulationControlRoutes(CRouter& router, PlatformContext& context) {
@@ -264,6 +276,7 @@ void AddSimulationControlRoutes(CRouter& router, PlatformContext& context) {
     add("GET", "/device-broadcasts", DeviceBroadcasts);
     add("GET", "/streaming", Streaming);
     add("POST", "/streaming", SetStreaming);
+    add("POST", "/streaming/drop", DropStreaming);
 }
 
 }  // namespace Platform

@@ -720,6 +720,26 @@ StreamingStats CStreamingServer::Stats() const {
     return s;
 }
 
+bool CStreamingServer::DropSessions() {
+    Impl& impl = *impl_;
+    {
+        std::lock_guard<std::mutex> call(impl.callMutex);
+        if (!impl.thread.joinable() || impl.stopped) {
+            return false;
+        }
+    }
+    impl.RunOnLoop([&impl] {
+        GList* clients = gst_rtsp_server_client_filter(impl.server.get(), &Impl::RemoveClient, nullptr);
+        g_list_free_full(clients, g_object_unref);
+        GObjectPtr<GstRTSPSessionPool> pool(gst_rtsp_server_get_session_pool(impl.server.get()));
+        GList* sessions = gst_rtsp_session_pool_filter(pool.get(), &Impl::RemoveSession, nullptr);
+        g_list_free_full(sessions, g_object_unref);
+    });
+    TAL_LOG(Tal::Base::kLogInfo, "Platform",
+            "[%s]streaming sessions dropped by the control interface[%s(%d)]");
+    return true;
+}
+
 void CStreamingServer::Reset() {
     Impl& impl = *impl_;
     std::vector<std::string> paths;

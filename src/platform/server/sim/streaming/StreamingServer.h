@@ -79,6 +79,9 @@ public:
     /// Refuses every new request with `status` (e.g. 503) while set. Thread-safe.
     void SetRefusal(bool refuse, int status);
     StreamingStats Stats() const;
+    /// Closes every RTSP connection and session now, as a server that tears its sessions down; the talk
+    /// addresses stay open for new sessions. False when the server is not running. Thread-safe.
+    bool DropSessions();
     /// Closes the talk addresses, forgets listen tokens and stops refusing.
     void Reset();
 
