@@ -8,6 +8,7 @@
 
 #include "framework/base/FileSystem.h"
 #include "framework/base/FormatLog.h"
+#include "framework/base/LogThrottle.h"
 
 using namespace Tal::Base;
 
@@ -135,4 +136,22 @@ TEST(FormatLog, CaptureStopsAtDestruction) {
     FormatLog(3, "M", "two");
     ASSERT_EQ(kept.size(), 1u);
     EXPECT_EQ(kept[0].text, "one");
+}
+
+TEST(LogThrottle, LogsTheFirstSecondFourthAndSoOnOfARunAndStartsOverAfterAReset) {
+    Tal::Base::CLogThrottle throttle;
+    std::vector<uint64_t> logged;
+    for (uint64_t i = 1; i <= 180000; ++i) {
+        if (throttle.Count()) {
+            logged.push_back(i);
+        }
+    }
+    EXPECT_EQ(logged, (std::vector<uint64_t>{1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048, 4096, 8192,
+                                             16384, 32768, 65536, 131072}))
+        << "an hour of failing 20 ms frames gives 18 lines";
+    EXPECT_EQ(throttle.Occurrences(), 180000u);
+    throttle.Reset();
+    EXPECT_TRUE(throttle.Count()) << "a new run is logged from its first occurrence";
+    EXPECT_TRUE(throttle.Count());
+    EXPECT_FALSE(throttle.Count());
 }

@@ -8,6 +8,7 @@
 #include "BroadCastPlugin/logical/VoiceTransfer/TransferFactory.h"
 #include "framework/base/ErrorCode.h"
 #include "framework/base/FormatLog.h"
+#include "framework/base/LogThrottle.h"
 #include "framework/base/Singleton.h"
 
 namespace BroadCastPlugin {
@@ -228,6 +229,7 @@ void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) 
     // schedule wants them on time.
     prctl(PR_SET_TIMERSLACK, kSendTimerSlackNs, 0, 0, 0);
     int32_t count = 0;
+    Tal::Base::CLogThrottle sendFailures;
     ITransferClock::TimePoint start = clock_->Now();
     const int32_t preBufferFrames = group->preBufferFrames;
     for (;;) {
@@ -273,7 +275,8 @@ void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) 
                 start = clock_->Now();
             }
             for (const auto& transfer : targets) {
-                if (!transfer->SendVoice(block.data.get(), block.size)) {
+                if (!transfer->SendVoice(block.data.get(), block.size) && sendFailures.Count()) {
+                    // Logged the 1st, 2nd, 4th, ... time: a dead target fails every frame.
                     TAL_LOG(5, "Broadcast", "[%s]Send voice data to zps failed. data size: %d[%s(%d)]",
                             block.size);
                 }

@@ -171,8 +171,10 @@ bool CZPSTransfer::StartVoiceTalk(const std::string& url, const std::string& sec
 bool CZPSTransfer::SendVoice(const uint8_t* data, int32_t size) {
     const int result = ZPSClient_SendVoiceData(SessionHandle(), data, size);
     if (result == -1) {
-        TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_SendVoiceData, error_code=: %d[%s(%d)]",
-                static_cast<int>(ZPSClient_GetLastError()));
+        const int error = static_cast<int>(ZPSClient_GetLastError());
+        if (sendFailures_.Count()) {  // a dead session fails every frame: the 1st, 2nd, 4th, ... are logged
+            TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_SendVoiceData, error_code=: %d[%s(%d)]", error);
+        }
         SetLastError(ErrorCode(kModuleZPSTransfer, kCodeSendFailed));
     }
     return result != -1;

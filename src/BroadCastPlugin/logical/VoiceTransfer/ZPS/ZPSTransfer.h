@@ -8,6 +8,7 @@
 #include <string>
 
 #include "BroadCastPlugin/logical/VoiceTransfer/IVoiceTransfer.h"
+#include "framework/base/LogThrottle.h"
 #include "framework/media/zpsclient/ZPSClient.h"
 
 namespace BroadCastPlugin {
@@ -42,6 +43,7 @@ private:
     int32_t SessionHandle() const;
 
     mutable std::mutex mutex_;  ///< guards the handle and the callback
+    Tal::Base::CLogThrottle sendFailures_;
     int32_t sessionHandle_ = -1;
     ZPSDataCallback dataCallback_;
 };
