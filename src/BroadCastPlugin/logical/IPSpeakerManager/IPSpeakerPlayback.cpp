@@ -307,6 +307,9 @@ void CIPSpeakerManager::UploadRecordFile() {
     if (kind == kBroadcastSpeak) {
         record.mode = 0;
         record.recordFilePath = voiceRecorder_->RecordFilePath();
+        if (record.recordFilePath.empty()) {
+            return;  // the talk ended before its recording began: nothing to upload, nothing failed
+        }
         ok = CMediaFileManager::Instance()->UploadRecordFile(record);
     } else if (kind == kBroadcastFile) {
         record.mode = 1;
