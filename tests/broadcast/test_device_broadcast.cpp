@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "BroadCastPlugin/logical/ServerInteractive/WebSocket/FrameMessageMgr.h"
+#include "DeviceStatusLog.h"
 #include "ManagerFixture.h"
 #include "QtWait.h"
 #include "TestProcess.h"
@@ -27,60 +28,7 @@ namespace {
 
 constexpr const char* kSentence = "Visitor at the gate. Please open the barrier.";
 
-// The status texts the manager delivered, in order.
-class CStatusLog {
-public:
-    static void Collect(const std::string& text, void* self) { static_cast<CStatusLog*>(self)->Add(text); }
-    void Add(const std::string& text) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        texts_.push_back(text);
-    }
-    void Clear() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        texts_.clear();
-    }
-    /// The "Status" values delivered for one device, in order.
-    std::vector<int> StatusesOf(int deviceId) const {
-        std::vector<int> statuses;
-        for (const CRapidJsonProto& doc : Docs()) {
-            if (doc.get_v("/IndexCode", "") == std::to_string(deviceId)) {
-                statuses.push_back(doc.get_int_v("/Status", -1));
-            }
-        }
-        return statuses;
-    }
-    /// The last status text of a device; empty when none came.
-    CRapidJsonProto LastOf(int deviceId) const {
-        CRapidJsonProto last;
-        for (const CRapidJsonProto& doc : Docs()) {
-            if (doc.get_v("/IndexCode", "") == std::to_string(deviceId)) {
-                last = doc;
-            }
-        }
-        return last;
-    }
-    std::vector<CRapidJsonProto> Docs() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        std::vector<CRapidJsonProto> docs;
-        for (const std::string& text : texts_) {
-            docs.emplace_back();
-            docs.back().set_str(text);
-        }
-        return docs;
-    }
-    std::string Dump() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        std::string all;
-        for (const std::string& text : texts_) {
-            all += text + "\n";
-        }
-        return all;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> texts_;
-};
+using CStatusLog = BroadcastTest::CDeviceStatusLog;
 
 class DeviceBroadcastTest : public BroadcastTest::CSentenceTest {
 protected:

@@ -36,6 +36,7 @@ extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #include "BroadCastPlugin/BroadcastConstants.h"
 #include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"
 #include "BroadCastPlugin/logical/ServerInteractive/WebSocket/FrameMessageMgr.h"
+#include "DeviceStatusLog.h"
 #include "FileSizeLimit.h"
 #include "ManagerFixture.h"
 #include "TestProcess.h"
@@ -229,52 +230,7 @@ bool WritePinnedFixture(const std::string& path, std::string& error) {
     return static_cast<bool>(out);
 }
 
-// The device broadcast manager's status texts, in order.
-class CDeviceStatusLog {
-public:
-    static void Collect(const std::string& text, void* self) {
-        static_cast<CDeviceStatusLog*>(self)->Add(text);
-    }
-    void Add(const std::string& text) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        texts_.push_back(text);
-    }
-    void Clear() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        texts_.clear();
-    }
-    std::vector<CRapidJsonProto> Of(int deviceId) const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        std::vector<CRapidJsonProto> docs;
-        for (const std::string& text : texts_) {
-            CRapidJsonProto doc;
-            doc.set_str(text);
-            if (doc.get_v("/IndexCode", "") == std::to_string(deviceId)) {
-                docs.push_back(doc);
-            }
-        }
-        return docs;
-    }
-    std::vector<int> StatusesOf(int deviceId) const {
-        std::vector<int> statuses;
-        for (const CRapidJsonProto& doc : Of(deviceId)) {
-            statuses.push_back(doc.get_int_v("/Status", -1));
-        }
-        return statuses;
-    }
-    std::string Dump() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        std::string all;
-        for (const std::string& text : texts_) {
-            all += text + "\n";
-        }
-        return all;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> texts_;
-};
+using BroadcastTest::CDeviceStatusLog;
 
 // The platform calls a live talk's start makes once its element is known, in order (the element download
 // happens once per element and process, before any of the rows).
