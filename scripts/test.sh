@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Sets up the machine, then runs the whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer,
-# the concurrent parts under ThreadSanitizer, and short libFuzzer runs of the JSON document and of the
-# broadcast address decoding.
+# Sets up the machine, then runs the whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer
+# (the fuzz corpora replayed among it), the concurrent parts under ThreadSanitizer, and a short libFuzzer run
+# of every fuzz target (scripts/fuzz.sh).
 #   JOBS=N         parallel build and test jobs (default 2)
-#   FUZZ_SECONDS=N length of each fuzz run (default 45; 0 skips them)
+#   FUZZ_SECONDS=N length of each target's fuzz run (default 10; 0 skips them)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 JOBS=${JOBS:-2}
-FUZZ_SECONDS=${FUZZ_SECONDS:-45}
+FUZZ_SECONDS=${FUZZ_SECONDS:-10}
 
 scripts/setup.sh
 
@@ -23,15 +23,7 @@ cmake --build build-tsan -j"$JOBS" --target bcast_tsan_tests
   ctest -L tsan --output-on-failure -j"$JOBS")
 
 if [ "$FUZZ_SECONDS" -gt 0 ]; then
-  CC=clang CXX=clang++ cmake -S . -B build-fuzz -DBCAST_FUZZ=ON -DBCAST_TESTS=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-  cmake --build build-fuzz -j"$JOBS" --target fuzz_rapidjson_proto fuzz_broadcast_url
-  for target in rapidjson_proto broadcast_url; do
-    echo "== libFuzzer: $target, ${FUZZ_SECONDS}s"
-    corpus=$(mktemp -d)
-    cp tests/fuzz/corpus/$target/* "$corpus"/
-    ./build-fuzz/bin/fuzz_$target -max_total_time="$FUZZ_SECONDS" -timeout=10 -rss_limit_mb=2048 \
-      "$corpus" 2>&1 | tail -n 3
-    rm -rf "$corpus"
-  done
+  echo "== libFuzzer: every target, ${FUZZ_SECONDS}s each"
+  JOBS="$JOBS" scripts/fuzz.sh "$FUZZ_SECONDS"
 fi
 echo "== all tests passed"
