@@ -29,9 +29,14 @@ for target in "${targets[@]}"; do
   work=$(mktemp -d)
   mkdir -p "$work/corpus" "$work/artifacts"
   cp tests/fuzz/corpus/"$target"/* "$work/corpus/"
+  # A target's own leak suppressions, when it has some (leaks of third-party libraries it reaches).
+  lsan=""
+  if [ -f tests/fuzz/lsan_"$target".supp ]; then
+    lsan="suppressions=$PWD/tests/fuzz/lsan_$target.supp:print_suppressions=0"
+  fi
   # Quiet output; the last lines of the log tell the executions. Findings land in the artifacts directory.
   set +e
-  TAL_LOG_STDERR_LEVEL=7 ./build-fuzz/bin/fuzz_"$target" -max_total_time="$SECONDS_PER_TARGET" -timeout=10 \
+  LSAN_OPTIONS="$lsan" TAL_LOG_STDERR_LEVEL=7 ./build-fuzz/bin/fuzz_"$target" -max_total_time="$SECONDS_PER_TARGET" -timeout=10 \
     -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$work/artifacts/" "$work/corpus" \
     >"$work/log" 2>&1
   status=$?
