@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
-# Sets up the machine, then runs the whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer,
-# the concurrent parts under ThreadSanitizer, the Debian packages (built, extracted and run), and short
-# libFuzzer runs of the JSON document and of the broadcast address decoding.
+# Sets up the machine, then runs the whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer
+# (the fuzz corpora replayed among it, the fault matrix and a two-minute soak), the concurrent parts under
+# ThreadSanitizer, the Debian packages (built, extracted and run), and a short libFuzzer run of every fuzz
+# target (scripts/fuzz.sh).
 #   JOBS=N         parallel build and test jobs (default 2)
-#   FUZZ_SECONDS=N length of each fuzz run (default 45; 0 skips them)
+#   FUZZ_SECONDS=N length of each target's fuzz run (default 10; 0 skips them)
 #   PACKAGES=0     skips the Debian packages
 set -euo pipefail
 cd "$(dirname "$0")/.."
 JOBS=${JOBS:-2}
-FUZZ_SECONDS=${FUZZ_SECONDS:-45}
+FUZZ_SECONDS=${FUZZ_SECONDS:-10}
 
 scripts/setup.sh
 
@@ -32,15 +33,7 @@ if [ "${PACKAGES:-1}" != "0" ]; then
 fi
 
 if [ "$FUZZ_SECONDS" -gt 0 ]; then
-  CC=clang CXX=clang++ cmake -S . -B build-fuzz -DBCAST_FUZZ=ON -DBCAST_TESTS=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-  cmake --build build-fuzz -j"$JOBS" --target fuzz_rapidjson_proto fuzz_broadcast_url
-  for target in rapidjson_proto broadcast_url; do
-    echo "== libFuzzer: $target, ${FUZZ_SECONDS}s"
-    corpus=$(mktemp -d)
-    cp tests/fuzz/corpus/$target/* "$corpus"/
-    ./build-fuzz/bin/fuzz_$target -max_total_time="$FUZZ_SECONDS" -timeout=10 -rss_limit_mb=2048 \
-      "$corpus" 2>&1 | tail -n 3
-    rm -rf "$corpus"
-  done
+  echo "== libFuzzer: every target, ${FUZZ_SECONDS}s each"
+  JOBS="$JOBS" scripts/fuzz.sh "$FUZZ_SECONDS"
 fi
 echo "== all tests passed"

@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <memory>
+#include <utility>
 
 #include "framework/base/FormatLog.h"
 #include "framework/base/Singleton.h"
@@ -57,6 +58,11 @@ void CNetCommManager::ClearSession() {
     session_ = ServerSession();
 }
 
+void CNetCommManager::SetTransport(Transport transport) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    transport_ = std::move(transport);
+}
+
 bool CNetCommManager::ClientSynSend(CClientRecvInfo& recv, const CClientSendInfo& send, int timeoutMs) {
     ServerSession session = GetSession();
     if (!session.IsValid()) {
@@ -87,9 +93,17 @@ bool CNetCommManager::SendTo(const std::string& url, const CClientSendInfo& send
 bool CNetCommManager::Perform(const std::string& url, const CClientSendInfo& send,
                               const std::map<std::string, std::string>& headers, int timeoutMs,
                               const std::string& caFile, CClientRecvInfo& recv) const {
-    EnsureCurlGlobal();
     recv.SetVal_Receive_Data("");
     recv.SetVal_HttpStatus(0);
+    Transport transport;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        transport = transport_;
+    }
+    if (transport) {
+        return transport(url, send, recv);
+    }
+    EnsureCurlGlobal();
     std::unique_ptr<CURL, EasyDeleter> curl(curl_easy_init());
     if (!curl) {
         recv.SetVal_Error_code(ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleTransport, CURLE_FAILED_INIT));

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "framework/base/FormatLog.h"
+#include "framework/media/devnet/DeviceAnswers.h"
 #include "framework/media/devnet/DeviceHttp.h"
 #include "framework/media/devnet/VoiceTalk.h"
 
@@ -103,6 +104,12 @@ CRegistry& Registry() {
     return registry;
 }
 
+}  // namespace
+
+namespace DevNet {
+
+namespace {
+
 void CopyText(char* target, size_t size, const rapidjson::Value& object, const char* key) {
     if (object.HasMember(key) && object[key].IsString()) {
         std::strncpy(target, object[key].GetString(), size - 1);
@@ -114,8 +121,8 @@ int32_t ReadInt(const rapidjson::Value& object, const char* key) {
     return object.HasMember(key) && object[key].IsInt() ? object[key].GetInt() : 0;
 }
 
-/// Device info answer: {"DeviceInfo":{"deviceName":..,"serialNumber":..,"model":..,"firmwareVersion":..,
-/// "channelCount":4,"voiceChannelCount":4}}
+}  // namespace
+
 bool ParseDeviceInfo(const std::string& body, DEVNET_DEVICEINFO& info) {
     rapidjson::Document document;
     document.Parse(body.c_str(), body.size());
@@ -134,7 +141,7 @@ bool ParseDeviceInfo(const std::string& body, DEVNET_DEVICEINFO& info) {
     return true;
 }
 
-}  // namespace
+}  // namespace DevNet
 
 extern "C" {
 
@@ -167,7 +174,7 @@ int32_t DEVNET_Login(const char* address, uint16_t port, const char* userName, c
         Fail(error);
         return -1;
     }
-    if (!ParseDeviceInfo(answer.body, info)) {
+    if (!DevNet::ParseDeviceInfo(answer.body, info)) {
         TAL_LOG(5, kLogModule, "[%s]Device %s:%u answered the login with: %s[%s(%d)]", address,
                 static_cast<unsigned>(port), answer.body.c_str());
         Fail(DEVNET_NETWORK_RECV_ERROR);

@@ -7,6 +7,7 @@
 
 #include "framework/base/FormatLog.h"
 #include "framework/media/devnet/DevNet.h"
+#include "framework/media/devnet/DeviceAnswers.h"
 
 namespace DevNet {
 
@@ -18,6 +19,8 @@ size_t CollectAnswer(char* data, size_t size, size_t count, void* target) {
     static_cast<std::string*>(target)->append(data, size * count);
     return size * count;
 }
+
+}  // namespace
 
 std::string ParseTalkId(const std::string& body) {
     rapidjson::Document document;
@@ -32,8 +35,6 @@ std::string ParseTalkId(const std::string& body) {
     }
     return talk["talkID"].GetString();
 }
-
-}  // namespace
 
 CVoiceTalk::CVoiceTalk(const DeviceEndpoint& endpoint, int32_t userId, int32_t channel)
     : endpoint_(endpoint), userId_(userId), channel_(channel) {}

@@ -58,8 +58,10 @@ bool IsInt(const rapidjson::Value* value) {
         return true;
     }
     if (value->IsDouble()) {
+        // Whole numbers only, and only those an int64_t holds (2^63 itself does not).
         double d = value->GetDouble();
-        return std::isfinite(d) && std::floor(d) == d;
+        return std::isfinite(d) && std::floor(d) == d && d >= -9223372036854775808.0 &&
+               d < 9223372036854775808.0;
     }
     if (value->IsString()) {
         const char* s = value->GetString();

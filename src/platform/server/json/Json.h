@@ -19,8 +19,8 @@ bool Parse(const std::string& text, rapidjson::Document& doc, std::string& error
 /// The member at a slash path ("A/B/C") below `root`, or nullptr when any step is missing or no object.
 const rapidjson::Value* Find(const rapidjson::Value& root, const char* path);
 
-/// Readers of one node; `value` may be nullptr. Integers also accept integral doubles and decimal texts;
-/// booleans also accept the integers 0 and 1.
+/// Readers of one node; `value` may be nullptr. Integers also accept integral doubles within the range of
+/// int64_t and decimal texts; booleans also accept the integers 0 and 1.
 int64_t ToInt(const rapidjson::Value* value, int64_t defaultValue);
 std::string ToString(const rapidjson::Value* value, const std::string& defaultValue = std::string());
 bool ToBool(const rapidjson::Value* value, bool defaultValue);

@@ -449,7 +449,9 @@ std::string CBroadcastSession::GetFilePoolName(int32_t storageServerID) {
         return std::string();
     }
     const std::string p = "/ResponseStatus/Data/HDDList/";
-    const int count = response.get_int_v(p + "Count", 0);
+    // "Count" is what the platform says it lists; only disks it really lists are looked at, so that a
+    // wrong count cannot keep the loop going.
+    const int count = std::min(response.get_int_v(p + "Count", 0), response.get_cnt(p + "HDD"));
     for (int i = 1; i <= count; ++i) {
         if (response.get_int_v(Item(p + "HDD", i) + "PoolType", -1) == 4) {
             return response.get_v(Item(p + "HDD", i) + "PoolName", "");
