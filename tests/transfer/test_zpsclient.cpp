@@ -321,11 +321,15 @@ TEST_F(ZPSClientTest, TalkOverUdpOutlivesTheUdpTimeOut) {
 }
 
 TEST_F(ZPSClientTest, KeepAlivesCarryTheTokenAndHoldATalkPastTheSessionTimeOut) {
-    // The server ends a session that has had no accepted request for 3 s, whatever media flows.
+    // Servers that end a session without an accepted request for 3 s, whatever media flows. Each case has its
+    // own: the test server's GStreamer may abort after it ends a session under a flowing stream.
     CRtspServerPeer::Options options;
     options.token = "tok-7";
     options.sessionTimeoutSeconds = 3;
     ASSERT_TRUE(StartServer(options));
+    CRtspServerPeer strict;
+    std::string error;
+    ASSERT_TRUE(strict.Start(options, error)) << error;
     auto talkInRealTime = [&](int session, int frames, int seed) {
         const auto audio = RandomFrames(frames, 320, static_cast<unsigned>(seed));
         const auto start = std::chrono::steady_clock::now();
@@ -340,18 +344,6 @@ TEST_F(ZPSClientTest, KeepAlivesCarryTheTokenAndHoldATalkPastTheSessionTimeOut) 
         return std::make_pair(Join(audio), failedAt);
     };
     {
-        SCOPED_TRACE("keep-alives sparser than the time-out: the server ends the talk");
-        const int session = NewSession(R"({"token":"tok-7","keepalive":30})");
-        ASSERT_EQ(Start(session, "/talk"), 0) << "error " << ZPSClient_GetLastError();
-        std::string file;
-        ASSERT_TRUE(server.WaitForBackchannel("/talk", file, 10s));
-        const auto sent = talkInRealTime(session, 200, 5);  // 8 s
-        EXPECT_GE(sent.second, 0) << "sending goes on after the server ended the session";
-        EXPECT_EQ(server.ExpiredSessions(), 1);
-        ZPSClient_Stop(session);
-        ZPSClient_DestroySession(session);
-    }
-    {
         SCOPED_TRACE("keep-alives inside the time-out: the talk outlives it whole");
         const int session = NewSession(R"({"token":"tok-7","keepalive":1})");
         ASSERT_EQ(Start(session, "/talk"), 0) << "error " << ZPSClient_GetLastError();
@@ -364,14 +356,27 @@ TEST_F(ZPSClientTest, KeepAlivesCarryTheTokenAndHoldATalkPastTheSessionTimeOut) 
         EXPECT_EQ(ZPSClient_DestroySession(session), 0);
         ASSERT_TRUE(server.WaitForMediaDone(file, 10s));
         EXPECT_TRUE(ReadFile(file) == sent.first);
-        EXPECT_EQ(server.ExpiredSessions(), 1) << "only the talk without keep-alives expired";
+        EXPECT_EQ(server.ExpiredSessions(), 0);
+        int keepAlives = 0;
+        for (const auto& request : server.Requests()) {
+            EXPECT_EQ(request.token, "tok-7") << request.method << " went without the token";
+            keepAlives += request.method == "GET_PARAMETER" ? 1 : 0;
+        }
+        EXPECT_GE(keepAlives, 6) << "one a second during the 8 s talk";
     }
-    int keepAlives = 0;
-    for (const auto& request : server.Requests()) {
-        EXPECT_EQ(request.token, "tok-7") << request.method << " went without the token";
-        keepAlives += request.method == "GET_PARAMETER" ? 1 : 0;
+    {
+        SCOPED_TRACE("keep-alives sparser than the time-out: the server ends the talk");
+        const int session = NewSession(R"({"token":"tok-7","keepalive":30})");
+        const std::string url = strict.Url("/talk");
+        ASSERT_EQ(ZPSClient_StartVoiceTalk(session, url.c_str(), "ZPSClient", 36864, "username", "password"),
+                  0)
+            << "error " << ZPSClient_GetLastError();
+        const auto sent = talkInRealTime(session, 200, 5);  // 8 s
+        EXPECT_GE(sent.second, 0) << "sending goes on after the server ended the session";
+        EXPECT_EQ(strict.ExpiredSessions(), 1);
+        ZPSClient_Stop(session);
+        ZPSClient_DestroySession(session);
     }
-    EXPECT_GE(keepAlives, 6) << "one a second during the 8 s talk";
     const int session = ZPSClient_CreateSession();
     for (const char* bad : {R"({"keepalive":0})", R"({"keepalive":301})", R"({"keepalive":"5"})"}) {
         EXPECT_NE(ZPSClient_SetSessionParams(session, bad, static_cast<int>(std::strlen(bad))), 0) << bad;
