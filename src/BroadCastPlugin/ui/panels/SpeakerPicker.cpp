@@ -11,26 +11,32 @@
 
 #include <set>
 
+#include "BroadCastPlugin/ui/widgets/WidgetKit.h"
+
 namespace BroadCastPlugin {
 
 CSpeakerPicker::CSpeakerPicker(CSpeakerTreeModel* model, QWidget* parent)
     : QWidget(parent),
       model_(model),
       proxy_(new CSpeakerFilterProxy(this)),
-      search_(new QLineEdit(this)),
-      state_(new QComboBox(this)),
-      partition_(new QComboBox(this)),
-      tree_(new QTreeView(this)),
-      chooseShown_(new QPushButton(tr("Choose shown"), this)),
-      clear_(new QPushButton(tr("Clear"), this)),
-      chosen_(new QLabel(this)),
-      summary_(new QLabel(this)) {
+      search_(Named("SpeakerSearch", new QLineEdit(this))),
+      state_(Named("StateFilter", new QComboBox(this))),
+      partition_(Named("PartitionFilter", new QComboBox(this))),
+      tree_(Named("SpeakerTree", new QTreeView(this))),
+      chooseShown_(Named("ChooseShown", new QPushButton(tr("Choose shown"), this))),
+      clear_(Named("ClearChoice", new QPushButton(tr("Clear"), this))),
+      chosen_(Named("ChosenCount", new QLabel(this))),
+      summary_(Named("StateSummary", new QLabel(this))) {
     setObjectName("SpeakerPicker");
     proxy_->setSourceModel(model_);
-    search_->setObjectName("SpeakerSearch");
+    BuildLayout();
+    ConnectControls();
+    OnSiteChanged();
+}
+
+void CSpeakerPicker::BuildLayout() {
     search_->setPlaceholderText(tr("Search name or address"));
     search_->setClearButtonEnabled(true);
-    state_->setObjectName("StateFilter");
     state_->setAccessibleName(tr("State filter"));
     state_->addItem(tr("All states"), -1);
     for (SpeakerLiveState state :
@@ -38,9 +44,7 @@ CSpeakerPicker::CSpeakerPicker(CSpeakerTreeModel* model, QWidget* parent)
           SpeakerLiveState::Failed, SpeakerLiveState::Offline}) {
         state_->addItem(StateText(state), static_cast<int>(state));
     }
-    partition_->setObjectName("PartitionFilter");
     partition_->setAccessibleName(tr("Partition filter"));
-    tree_->setObjectName("SpeakerTree");
     tree_->setModel(proxy_);
     tree_->setUniformRowHeights(true);
     tree_->setAllColumnsShowFocus(true);
@@ -50,26 +54,24 @@ CSpeakerPicker::CSpeakerPicker(CSpeakerTreeModel* model, QWidget* parent)
     tree_->header()->setSectionResizeMode(CSpeakerTreeModel::kColumnAddress, QHeaderView::ResizeToContents);
     tree_->header()->setSectionResizeMode(CSpeakerTreeModel::kColumnArea, QHeaderView::ResizeToContents);
     tree_->setAccessibleName(tr("Speakers by partition"));
-    chooseShown_->setObjectName("ChooseShown");
-    clear_->setObjectName("ClearChoice");
-    chosen_->setObjectName("ChosenCount");
-    summary_->setObjectName("StateSummary");
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(search_);
-    auto* filters = new QHBoxLayout();
-    filters->addWidget(state_, 1);
-    filters->addWidget(partition_, 1);
-    layout->addLayout(filters);
+    QHBoxLayout* filters = AddRow(layout, QString(), {state_, partition_});
+    filters->setStretch(0, 1);
+    filters->setStretch(1, 1);
     layout->addWidget(tree_, 1);
-    auto* choice = new QHBoxLayout();
-    choice->addWidget(chosen_, 1);
-    choice->addWidget(chooseShown_);
-    choice->addWidget(clear_);
-    layout->addLayout(choice);
+    AddRow(layout, QString(), {chosen_, chooseShown_, clear_}, chosen_);
     layout->addWidget(summary_);
+    setTabOrder(search_, state_);
+    setTabOrder(state_, partition_);
+    setTabOrder(partition_, tree_);
+    setTabOrder(tree_, chooseShown_);
+    setTabOrder(chooseShown_, clear_);
+}
 
+void CSpeakerPicker::ConnectControls() {
     connect(search_, &QLineEdit::textChanged, this, [this](const QString& text) {
         proxy_->SetText(text);
         tree_->expandAll();
@@ -103,12 +105,6 @@ CSpeakerPicker::CSpeakerPicker(CSpeakerTreeModel* model, QWidget* parent)
     connect(model_, &CSpeakerTreeModel::CheckedChanged, this, &CSpeakerPicker::UpdateCounts);
     connect(model_, &CSpeakerTreeModel::StatesChanged, this, &CSpeakerPicker::UpdateCounts);
     connect(model_, &QAbstractItemModel::modelReset, tree_, &QTreeView::expandAll);
-    setTabOrder(search_, state_);
-    setTabOrder(state_, partition_);
-    setTabOrder(partition_, tree_);
-    setTabOrder(tree_, chooseShown_);
-    setTabOrder(chooseShown_, clear_);
-    OnSiteChanged();
 }
 
 void CSpeakerPicker::OnSiteChanged() {

@@ -27,6 +27,8 @@ public:
     void OnSiteChanged();
 
 private:
+    void BuildLayout();
+    void ConnectControls();
     void UpdateCounts();
 
     CSpeakerTreeModel* model_;

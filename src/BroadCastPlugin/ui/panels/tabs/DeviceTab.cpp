@@ -14,6 +14,7 @@
 
 #include "BroadCastPlugin/BroadcastConstants.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
+#include "BroadCastPlugin/ui/widgets/WidgetKit.h"
 
 namespace BroadCastPlugin {
 
@@ -42,35 +43,25 @@ QString DeviceStateText(int status) {
 CDeviceTab::CDeviceTab(IConsoleContext* context, QWidget* parent)
     : QWidget(parent),
       context_(context),
-      devices_(new QTreeWidget(this)),
-      extra_(new QLineEdit(this)),
-      start_(new QPushButton(tr("Talk to devices"), this)),
-      stop_(new QPushButton(tr("Stop"), this)),
-      state_(new QLabel(this)) {
+      devices_(Named("DeviceList", new QTreeWidget(this))),
+      extra_(Named("DeviceExtraIds", new QLineEdit(this))),
+      start_(Named("DeviceStartButton", new QPushButton(tr("Talk to devices"), this))),
+      stop_(Named("DeviceStopButton", new QPushButton(tr("Stop"), this))),
+      state_(WrappingLabel("DeviceState", this)) {
     setObjectName("DeviceTab");
-    devices_->setObjectName("DeviceList");
     devices_->setHeaderLabels({tr("Device"), tr("Address"), tr("State")});
     devices_->setRootIsDecorated(false);
     devices_->header()->setSectionResizeMode(0, QHeaderView::ResizeToContents);
     devices_->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
     devices_->header()->setSectionResizeMode(2, QHeaderView::Stretch);
-    extra_->setObjectName("DeviceExtraIds");
     extra_->setPlaceholderText(tr("More device ids, such as 202,203"));
     extra_->setValidator(
         new QRegularExpressionValidator(QRegularExpression(QStringLiteral("[0-9, ]*")), extra_));
-    start_->setObjectName("DeviceStartButton");
-    stop_->setObjectName("DeviceStopButton");
-    state_->setObjectName("DeviceState");
-    state_->setWordWrap(true);
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(devices_, 1);
     layout->addWidget(extra_);
-    auto* row = new QHBoxLayout();
-    row->addWidget(start_);
-    row->addWidget(stop_);
-    row->addStretch(1);
-    layout->addLayout(row);
+    AddRow(layout, QString(), {start_, stop_})->addStretch(1);
     layout->addWidget(state_);
 
     connect(start_, &QPushButton::clicked, this, &CDeviceTab::Start);
@@ -117,15 +108,9 @@ std::vector<ResourceManager::ID> CDeviceTab::ChosenDevices() const {
 void CDeviceTab::ChooseDevices(const std::vector<int32_t>& ids) {
     QStringList unlisted;
     for (int32_t id : ids) {
-        bool listed = false;
-        for (int row = 0; row < devices_->topLevelItemCount(); ++row) {
-            QTreeWidgetItem* item = devices_->topLevelItem(row);
-            if (item->data(0, kDeviceRole).toInt() == id) {
-                item->setCheckState(0, Qt::Checked);
-                listed = true;
-            }
-        }
-        if (!listed) {
+        if (QTreeWidgetItem* item = FindItem(devices_, kDeviceRole, id)) {
+            item->setCheckState(0, Qt::Checked);
+        } else {
             unlisted << QString::number(id);
         }
     }
@@ -133,22 +118,14 @@ void CDeviceTab::ChooseDevices(const std::vector<int32_t>& ids) {
 }
 
 QString CDeviceTab::StateTextOf(int32_t id) const {
-    for (int row = 0; row < devices_->topLevelItemCount(); ++row) {
-        const QTreeWidgetItem* item = devices_->topLevelItem(row);
-        if (item->data(0, kDeviceRole).toInt() == id) {
-            return item->text(2);
-        }
-    }
-    return {};
+    const QTreeWidgetItem* item = FindItem(devices_, kDeviceRole, id);
+    return item != nullptr ? item->text(2) : QString();
 }
 
 void CDeviceTab::SetDeviceText(int32_t id, const QString& text) {
-    for (int row = 0; row < devices_->topLevelItemCount(); ++row) {
-        QTreeWidgetItem* item = devices_->topLevelItem(row);
-        if (item->data(0, kDeviceRole).toInt() == id) {
-            item->setText(2, text);
-            return;
-        }
+    if (QTreeWidgetItem* item = FindItem(devices_, kDeviceRole, id)) {
+        item->setText(2, text);
+        return;
     }
     // A device typed in by id gets a row of its own for its state.
     auto* item = new QTreeWidgetItem(devices_, {tr("Device %1").arg(id), QString(), text});

@@ -2,7 +2,6 @@
 
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
@@ -19,6 +18,7 @@
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/AudioFileInspect.h"
+#include "BroadCastPlugin/ui/widgets/WidgetKit.h"
 
 namespace BroadCastPlugin {
 
@@ -34,27 +34,29 @@ QString Seconds(int seconds) {
 CFileTab::CFileTab(IConsoleContext* context, QWidget* parent)
     : QWidget(parent),
       context_(context),
-      search_(new QLineEdit(this)),
-      searchButton_(new QPushButton(tr("Search"), this)),
-      showAll_(new QPushButton(tr("Show all"), this)),
-      library_(new QTreeWidget(this)),
-      localButton_(new QPushButton(tr("Local file..."), this)),
-      source_(new QLabel(this)),
-      download_(new QPushButton(tr("Download"), this)),
-      downloadProgress_(new QProgressBar(this)),
-      play_(new QPushButton(tr("Play"), this)),
-      stop_(new QPushButton(tr("Stop"), this)),
-      progress_(new QProgressBar(this)),
-      state_(new QLabel(this)),
+      search_(Named("MediaSearch", new QLineEdit(this))),
+      searchButton_(Named("MediaSearchButton", new QPushButton(tr("Search"), this))),
+      showAll_(Named("MediaShowAll", new QPushButton(tr("Show all"), this))),
+      library_(Named("MediaLibrary", new QTreeWidget(this))),
+      localButton_(Named("LocalFileButton", new QPushButton(tr("Local file..."), this))),
+      source_(WrappingLabel("FileSource", this)),
+      download_(Named("DownloadButton", new QPushButton(tr("Download"), this))),
+      downloadProgress_(Named("DownloadProgress", new QProgressBar(this))),
+      play_(Named("PlayFileButton", new QPushButton(tr("Play"), this))),
+      stop_(Named("StopFileButton", new QPushButton(tr("Stop"), this))),
+      progress_(Named("FileProgress", new QProgressBar(this))),
+      state_(WrappingLabel("FileState", this)),
       ticker_(new QTimer(this)),
       downloadTicker_(new QTimer(this)) {
     setObjectName("FileTab");
-    search_->setObjectName("MediaSearch");
+    BuildLayout();
+    ConnectControls();
+    RefreshControls();
+}
+
+void CFileTab::BuildLayout() {
     search_->setPlaceholderText(tr("Search the media library"));
     search_->setClearButtonEnabled(true);
-    searchButton_->setObjectName("MediaSearchButton");
-    showAll_->setObjectName("MediaShowAll");
-    library_->setObjectName("MediaLibrary");
     library_->setHeaderLabels({tr("Name"), tr("Format"), tr("Duration"), tr("Size")});
     library_->header()->setStretchLastSection(false);
     library_->header()->setSectionResizeMode(0, QHeaderView::Stretch);
@@ -62,44 +64,24 @@ CFileTab::CFileTab(IConsoleContext* context, QWidget* parent)
         library_->header()->setSectionResizeMode(column, QHeaderView::ResizeToContents);
     }
     library_->setAccessibleName(tr("Media library"));
-    localButton_->setObjectName("LocalFileButton");
-    source_->setObjectName("FileSource");
-    source_->setWordWrap(true);
-    download_->setObjectName("DownloadButton");
-    downloadProgress_->setObjectName("DownloadProgress");
     downloadProgress_->setRange(0, 0);
     downloadProgress_->setMaximumHeight(18);
     downloadProgress_->setTextVisible(false);
     downloadProgress_->hide();
-    play_->setObjectName("PlayFileButton");
-    stop_->setObjectName("StopFileButton");
-    progress_->setObjectName("FileProgress");
     progress_->setRange(0, 1000);
     progress_->setValue(0);
     progress_->setTextVisible(false);
-    state_->setObjectName("FileState");
-    state_->setWordWrap(true);
 
     auto* layout = new QVBoxLayout(this);
-    auto* searchRow = new QHBoxLayout();
-    searchRow->addWidget(search_, 1);
-    searchRow->addWidget(searchButton_);
-    searchRow->addWidget(showAll_);
-    layout->addLayout(searchRow);
+    AddRow(layout, QString(), {search_, searchButton_, showAll_}, search_);
     layout->addWidget(library_, 1);
-    auto* sourceRow = new QHBoxLayout();
-    sourceRow->addWidget(localButton_);
-    sourceRow->addWidget(source_, 1);
-    sourceRow->addWidget(download_);
-    layout->addLayout(sourceRow);
+    AddRow(layout, QString(), {localButton_, source_, download_}, source_);
     layout->addWidget(downloadProgress_);
-    auto* playRow = new QHBoxLayout();
-    playRow->addWidget(play_);
-    playRow->addWidget(stop_);
-    playRow->addWidget(progress_, 1);
-    layout->addLayout(playRow);
+    AddRow(layout, QString(), {play_, stop_, progress_}, progress_);
     layout->addWidget(state_);
+}
 
+void CFileTab::ConnectControls() {
     connect(searchButton_, &QPushButton::clicked, this, [this] {
         const QString text = search_->text().trimmed();
         if (text.isEmpty()) {
@@ -134,7 +116,6 @@ CFileTab::CFileTab(IConsoleContext* context, QWidget* parent)
     connect(ticker_, &QTimer::timeout, this, &CFileTab::OnTick);
     downloadTicker_->setInterval(100);
     connect(downloadTicker_, &QTimer::timeout, this, &CFileTab::OnDownloadTick);
-    RefreshControls();
 }
 
 void CFileTab::OnDownloadTick() {

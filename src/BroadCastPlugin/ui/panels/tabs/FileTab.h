@@ -39,6 +39,8 @@ public:
     void ChooseLocalFile(const QString& path);
 
 private:
+    void BuildLayout();
+    void ConnectControls();
     void FillLibrary(const std::vector<MediaFile>& files, bool searchResult);
     void Download();
     void Play();

@@ -1,7 +1,6 @@
 #include "BroadCastPlugin/ui/panels/tabs/ListenTab.h"
 
 #include <QComboBox>
-#include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
 #include <QSlider>
@@ -13,49 +12,33 @@
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"
 #include "BroadCastPlugin/ui/widgets/LevelMeter.h"
+#include "BroadCastPlugin/ui/widgets/WidgetKit.h"
 
 namespace BroadCastPlugin {
 
 CListenTab::CListenTab(IConsoleContext* context, QWidget* parent)
     : QWidget(parent),
       context_(context),
-      speaker_(new QComboBox(this)),
-      listen_(new QPushButton(tr("Listen"), this)),
-      level_(new CLevelMeter([] { return CIPSpeakerManager::Instance()->GetListenLevel(); },
-                             tr("Level of what is heard"), this)),
-      volume_(new QSlider(Qt::Horizontal, this)),
-      volumeText_(new QLabel(this)),
-      state_(new QLabel(this)) {
+      speaker_(Named("ListenSpeaker", new QComboBox(this))),
+      listen_(Named("ListenButton", new QPushButton(tr("Listen"), this))),
+      level_(
+          Named("ListenLevel", new CLevelMeter([] { return CIPSpeakerManager::Instance()->GetListenLevel(); },
+                                               tr("Level of what is heard"), this))),
+      volume_(Named("ListenVolume", new QSlider(Qt::Horizontal, this))),
+      volumeText_(Named("ListenVolumeText", new QLabel(this))),
+      state_(WrappingLabel("ListenState", this)) {
     setObjectName("ListenTab");
-    speaker_->setObjectName("ListenSpeaker");
     speaker_->setAccessibleName(tr("Speaker to listen to"));
-    listen_->setObjectName("ListenButton");
-    level_->setObjectName("ListenLevel");
-    volume_->setObjectName("ListenVolume");
     volume_->setRange(0, 100);
     volume_->setPageStep(10);
     volume_->setAccessibleName(tr("Listening volume"));
     volume_->setValue(CIPSpeakerManager::Instance()->GetListenVolume());
-    volumeText_->setObjectName("ListenVolumeText");
     volumeText_->setText(QStringLiteral("%1%").arg(volume_->value()));
-    state_->setObjectName("ListenState");
-    state_->setWordWrap(true);
 
     auto* layout = new QVBoxLayout(this);
-    auto* row = new QHBoxLayout();
-    row->addWidget(new QLabel(tr("Speaker"), this));
-    row->addWidget(speaker_, 1);
-    row->addWidget(listen_);
-    layout->addLayout(row);
-    auto* meterRow = new QHBoxLayout();
-    meterRow->addWidget(new QLabel(tr("Heard"), this));
-    meterRow->addWidget(level_, 1);
-    layout->addLayout(meterRow);
-    auto* volumeRow = new QHBoxLayout();
-    volumeRow->addWidget(new QLabel(tr("Volume"), this));
-    volumeRow->addWidget(volume_, 1);
-    volumeRow->addWidget(volumeText_);
-    layout->addLayout(volumeRow);
+    AddRow(layout, tr("Speaker"), {speaker_, listen_}, speaker_);
+    AddRow(layout, tr("Heard"), {level_}, level_);
+    AddRow(layout, tr("Volume"), {volume_, volumeText_}, volume_);
     layout->addWidget(state_);
     layout->addStretch(1);
 

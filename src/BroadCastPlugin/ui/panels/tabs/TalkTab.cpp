@@ -12,6 +12,7 @@
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"
 #include "BroadCastPlugin/ui/widgets/LevelMeter.h"
+#include "BroadCastPlugin/ui/widgets/WidgetKit.h"
 
 namespace BroadCastPlugin {
 
@@ -27,40 +28,30 @@ QString Clock(qint64 ms) {
 CTalkTab::CTalkTab(IConsoleContext* context, QWidget* parent)
     : QWidget(parent),
       context_(context),
-      talk_(new QPushButton(this)),
-      pushToTalk_(new QCheckBox(tr("Push to talk: hold the button or the space bar"), this)),
-      state_(new QLabel(this)),
-      elapsed_(new QLabel(Clock(0), this)),
-      record_(new QLabel(this)),
-      denied_(new QLabel(this)),
-      level_(new CLevelMeter([] { return CIPSpeakerManager::Instance()->GetCaptureLevel(); },
-                             tr("Microphone level"), this)),
+      talk_(Named("TalkButton", new QPushButton(this))),
+      pushToTalk_(
+          Named("PushToTalk", new QCheckBox(tr("Push to talk: hold the button or the space bar"), this))),
+      state_(Named("TalkState", new QLabel(this))),
+      elapsed_(Named("TalkElapsed", new QLabel(Clock(0), this))),
+      record_(Named("TalkRecord", new QLabel(this))),
+      denied_(WrappingLabel("TalkDenied", this)),
+      level_(
+          Named("MicLevel", new CLevelMeter([] { return CIPSpeakerManager::Instance()->GetCaptureLevel(); },
+                                            tr("Microphone level"), this))),
       ticker_(new QTimer(this)) {
     setObjectName("TalkTab");
-    talk_->setObjectName("TalkButton");
     talk_->setCheckable(true);
     talk_->setMinimumHeight(72);
     QFont big = talk_->font();
     big.setPointSizeF(big.pointSizeF() * 1.6);
     big.setBold(true);
     talk_->setFont(big);
-    pushToTalk_->setObjectName("PushToTalk");
-    state_->setObjectName("TalkState");
-    elapsed_->setObjectName("TalkElapsed");
-    record_->setObjectName("TalkRecord");
-    denied_->setObjectName("TalkDenied");
-    denied_->setWordWrap(true);
     denied_->setStyleSheet(QStringLiteral("color:#8a4b00;"));
-    level_->setObjectName("MicLevel");
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(talk_);
     layout->addWidget(pushToTalk_);
-    auto* meterRow = new QHBoxLayout();
-    meterRow->addWidget(new QLabel(tr("Microphone"), this));
-    meterRow->addWidget(level_, 1);
-    meterRow->addWidget(elapsed_);
-    layout->addLayout(meterRow);
+    AddRow(layout, tr("Microphone"), {level_, elapsed_}, level_);
     layout->addWidget(state_);
     layout->addWidget(record_);
     layout->addWidget(denied_);

@@ -1,7 +1,6 @@
 #include "BroadCastPlugin/ui/panels/tabs/TextTab.h"
 
 #include <QComboBox>
-#include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QPlainTextEdit>
@@ -11,6 +10,7 @@
 
 #include "BroadCastPlugin/BroadcastConstants.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
+#include "BroadCastPlugin/ui/widgets/WidgetKit.h"
 
 namespace BroadCastPlugin {
 
@@ -23,36 +23,24 @@ constexpr int kMaxTextLength = 1000;
 CTextTab::CTextTab(IConsoleContext* context, QWidget* parent)
     : QWidget(parent),
       context_(context),
-      text_(new QPlainTextEdit(this)),
-      language_(new QComboBox(this)),
-      play_(new QPushButton(tr("Speak"), this)),
-      stop_(new QPushButton(tr("Stop"), this)),
-      results_(new QTreeWidget(this)),
-      state_(new QLabel(this)) {
+      text_(Named("TtsText", new QPlainTextEdit(this))),
+      language_(Named("TtsLanguage", new QComboBox(this))),
+      play_(Named("TtsPlayButton", new QPushButton(tr("Speak"), this))),
+      stop_(Named("TtsStopButton", new QPushButton(tr("Stop"), this))),
+      results_(Named("TtsResults", new QTreeWidget(this))),
+      state_(WrappingLabel("TtsState", this)) {
     setObjectName("TextTab");
-    text_->setObjectName("TtsText");
     text_->setPlaceholderText(tr("Text the speakers say"));
     text_->setTabChangesFocus(true);
     text_->setAccessibleName(tr("Text to speak"));
-    language_->setObjectName("TtsLanguage");
     language_->setAccessibleName(tr("Language"));
-    play_->setObjectName("TtsPlayButton");
-    stop_->setObjectName("TtsStopButton");
-    results_->setObjectName("TtsResults");
     results_->setHeaderLabels({tr("Speaker"), tr("Result")});
     results_->setRootIsDecorated(false);
     results_->header()->setSectionResizeMode(1, QHeaderView::Stretch);
-    state_->setObjectName("TtsState");
-    state_->setWordWrap(true);
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(text_, 1);
-    auto* row = new QHBoxLayout();
-    row->addWidget(new QLabel(tr("Language"), this));
-    row->addWidget(language_, 1);
-    row->addWidget(play_);
-    row->addWidget(stop_);
-    layout->addLayout(row);
+    AddRow(layout, tr("Language"), {language_, play_, stop_}, language_);
     layout->addWidget(results_, 1);
     layout->addWidget(state_);
 
@@ -113,22 +101,14 @@ void CTextTab::Play() {
 }
 
 void CTextTab::SetResult(int32_t elementId, const QString& text) {
-    for (int row = 0; row < results_->topLevelItemCount(); ++row) {
-        QTreeWidgetItem* item = results_->topLevelItem(row);
-        if (item->data(0, kElementRole).toInt() == elementId) {
-            item->setText(1, text);
-        }
+    if (QTreeWidgetItem* item = FindItem(results_, kElementRole, elementId)) {
+        item->setText(1, text);
     }
 }
 
 QString CTextTab::ResultOf(int32_t elementId) const {
-    for (int row = 0; row < results_->topLevelItemCount(); ++row) {
-        const QTreeWidgetItem* item = results_->topLevelItem(row);
-        if (item->data(0, kElementRole).toInt() == elementId) {
-            return item->text(1);
-        }
-    }
-    return {};
+    const QTreeWidgetItem* item = FindItem(results_, kElementRole, elementId);
+    return item != nullptr ? item->text(1) : QString();
 }
 
 void CTextTab::OnTTSResult(const std::vector<TTSResponseError>& errors) {
