@@ -20,7 +20,6 @@
 
 #include "BroadCastPlugin/logical/VoiceTransfer/VoiceTransferManager.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/ZPS/ZPSTransfer.h"
-#include "ChildProcess.h"
 #include "RtspServerPeer.h"
 #include "framework/base/ErrorCode.h"
 #include "framework/base/FormatLog.h"
@@ -101,29 +100,27 @@ struct Received {
 bool MakeMp3Frames(const std::string& directory, std::vector<std::string>& frames, int seconds = 1,
                    const char* bitRate = "64k") {
     const std::string path = directory + "/tone.mp3";
-    CChildProcess ffmpeg;
-    if (!ffmpeg.Start({"/usr/bin/ffmpeg",
-                       "-v",
-                       "error",
-                       "-y",
-                       "-f",
-                       "lavfi",
-                       "-i",
-                       "sine=frequency=440:duration=" + std::to_string(seconds) + ":sample_rate=48000",
-                       "-ac",
-                       "1",
-                       "-c:a",
-                       "libmp3lame",
-                       "-b:a",
-                       bitRate,
-                       "-write_xing",
-                       "0",
-                       "-id3v2_version",
-                       "0",
-                       "-f",
-                       "mp3",
-                       path}) ||
-        ffmpeg.Wait(30s) != 0) {
+    if (!RunTool({"/usr/bin/ffmpeg",
+                  "-v",
+                  "error",
+                  "-y",
+                  "-f",
+                  "lavfi",
+                  "-i",
+                  "sine=frequency=440:duration=" + std::to_string(seconds) + ":sample_rate=48000",
+                  "-ac",
+                  "1",
+                  "-c:a",
+                  "libmp3lame",
+                  "-b:a",
+                  bitRate,
+                  "-write_xing",
+                  "0",
+                  "-id3v2_version",
+                  "0",
+                  "-f",
+                  "mp3",
+                  path})) {
         return false;
     }
     const std::string data = ReadFile(path);
