@@ -8,11 +8,9 @@
 // The platform runs on a fixture whose simulated peers listen on ports chosen here, so that a platform that
 // was killed comes back on the very same addresses (the client keeps the addresses it downloaded).
 
-#include <arpa/inet.h>
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <netinet/in.h>
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -159,25 +157,6 @@ long FileSize(const std::string& path) {
     return in ? static_cast<long>(in.tellg()) : -1;
 }
 
-// A port that was free a moment ago (TCP or UDP on 127.0.0.1).
-int FreePort(int type) {
-    const int fd = ::socket(AF_INET, type, 0);
-    if (fd < 0) {
-        return 0;
-    }
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof(addr);
-    int port = 0;
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0 &&
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) == 0) {
-        port = ntohs(addr.sin_port);
-    }
-    ::close(fd);
-    return port;
-}
-
 int PortOf(const std::string& url) {
     const std::size_t colon = url.rfind(':');
     return colon == std::string::npos ? 0 : std::atoi(url.c_str() + colon + 1);
@@ -193,7 +172,7 @@ bool WritePinnedFixture(const std::string& path, std::string& error) {
         return false;
     }
     auto pin = [&](rapidjson::Value& owner, const char* key, int type) {
-        const int port = FreePort(type);
+        const int port = BcastTest::FreeLoopbackPort(type);
         if (port == 0 || !owner.HasMember(key)) {
             error = std::string("cannot pin ") + key;
             return false;

@@ -1,10 +1,15 @@
 #pragma once
-// Small helpers shared by the fuzz targets.
+// The harness shared by the fuzz targets: the trap on a broken invariant, the field split of an input, and
+// the set-up several targets repeat (quiet logs, a logged-in client, a scratch directory).
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <vector>
+
+#include "framework/base/FormatLog.h"
+#include "framework/business/UserCommonManager.h"
 
 namespace FuzzSupport {
 
@@ -26,6 +31,32 @@ inline std::vector<std::string> SplitFields(const uint8_t* data, std::size_t siz
         }
     }
     return fields;
+}
+
+/// Only the framework's most severe log lines reach stderr, so that millions of inputs do not flood it.
+inline void QuietLogs() {
+    setenv("TAL_LOG_STDERR_LEVEL", "7", 1);
+    Tal::Base::UninitLog();
+}
+
+/// Quiet logs and a client logged in to 127.0.0.1:1, so that token, password and key decryption runs on
+/// fuzzed text.
+inline void QuietLogsAndLogin() {
+    QuietLogs();
+    BusinessCommon::LoginInfo login;
+    login.address = "127.0.0.1";
+    login.port = 1;
+    login.sessionKey = "fuzz-session-key";
+    BusinessCommon::CUserCommonManager::Instance()->SetLoginInfo(login);
+}
+
+/// A fresh directory under /tmp for files the target writes; aborts when none can be made.
+inline std::string ScratchDir(const std::string& tag) {
+    std::string pattern = "/tmp/" + tag + ".XXXXXX";
+    if (mkdtemp(&pattern[0]) == nullptr) {
+        std::abort();
+    }
+    return pattern;
 }
 
 }  // namespace FuzzSupport

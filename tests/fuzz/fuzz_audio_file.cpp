@@ -20,7 +20,6 @@
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/AudioFileInspect.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/VoiceFileEncode.h"
 #include "FuzzSupport.h"
-#include "framework/base/FormatLog.h"
 #include "framework/media/codec/Mp3Decoder.h"
 #include "framework/media/codec/Mp3Frame.h"
 #include "tool/voice/AudioDuration.h"
@@ -34,13 +33,8 @@ namespace {
 std::string g_dir;
 
 bool Setup() {
-    setenv("TAL_LOG_STDERR_LEVEL", "7", 1);
-    Tal::Base::UninitLog();
-    char dir[] = "/tmp/fuzz_audio_file.XXXXXX";
-    if (mkdtemp(dir) == nullptr) {
-        std::abort();
-    }
-    g_dir = dir;
+    FuzzSupport::QuietLogs();
+    g_dir = FuzzSupport::ScratchDir("fuzz_audio_file");
     return true;
 }
 const bool g_ready = Setup();

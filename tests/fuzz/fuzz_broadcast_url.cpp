@@ -7,22 +7,12 @@
 #include <vector>
 
 #include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSession.h"
-#include "framework/base/FormatLog.h"
-#include "framework/business/UserCommonManager.h"
+#include "FuzzSupport.h"
+
+using FuzzSupport::Check;
 
 namespace {
-bool Setup() {
-    // Quiet logs and a login, so that token and password decryption runs on fuzzed text.
-    setenv("TAL_LOG_STDERR_LEVEL", "7", 1);
-    Tal::Base::UninitLog();
-    BusinessCommon::LoginInfo login;
-    login.address = "127.0.0.1";
-    login.port = 1;
-    login.sessionKey = "fuzz-session-key";
-    BusinessCommon::CUserCommonManager::Instance()->SetLoginInfo(login);
-    return true;
-}
-const bool g_ready = Setup();
+const bool g_ready = (FuzzSupport::QuietLogsAndLogin(), true);
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -31,19 +21,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     BroadCastPlugin::ErrorCode error;
     std::vector<BroadCastPlugin::BroadcastUrlInfo> urls;
     const bool ok = BroadCastPlugin::ParseBroadUrlRawData(error, urls, text);
-    if (!ok && !urls.empty()) {
-        __builtin_trap();  // a refused answer appends nothing
-    }
+    Check(ok || urls.empty());  // a refused answer appends nothing
     for (const auto& info : urls) {
         const bool known = info.Method == BroadCastPlugin::kMethodStreaming ||
                            info.Method == BroadCastPlugin::kMethodStreamingV1 ||
                            info.Method == BroadCastPlugin::kMethodDeviceSdk;
-        if (known == info.Url.empty()) {
-            __builtin_trap();  // an address is kept exactly when its method was recognised
-        }
-        if (!info.TokenEnabled && !info.Token.empty()) {
-            __builtin_trap();
-        }
+        Check(known != info.Url.empty());  // an address is kept exactly when its method was recognised
+        Check(info.TokenEnabled || info.Token.empty());
     }
     BroadCastPlugin::BroadcastUrlInfo single;
     BroadCastPlugin::ParseBroadcastUrl(text, single, size % 2 == 0);

@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "FuzzSupport.h"
-#include "framework/base/FormatLog.h"
 #include "framework/media/devnet/DeviceAnswers.h"
 #include "framework/media/devnet/DeviceHttp.h"
 #include "platform/devicesim/DigestAuth.h"
@@ -40,8 +39,7 @@ std::string NonceOf(const std::string& challenge) {
 }
 
 bool Setup() {
-    setenv("TAL_LOG_STDERR_LEVEL", "7", 1);
-    Tal::Base::UninitLog();
+    FuzzSupport::QuietLogs();
     g_auth = new DeviceSim::CDigestAuthenticator(kRealm, kUser, kPassword);
     g_nonce = NonceOf(g_auth->Challenge());
     // A header built as a client builds it is accepted: the harness reaches the digest comparison.

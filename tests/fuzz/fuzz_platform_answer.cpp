@@ -14,10 +14,8 @@
 
 #include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSession.h"
 #include "FuzzSupport.h"
-#include "framework/base/FormatLog.h"
 #include "framework/business/BusinessCommon.h"
 #include "framework/business/StreamConfigManager.h"
-#include "framework/business/UserCommonManager.h"
 #include "framework/netcomm/NetCommManager.h"
 #include "framework/netcomm/PlatformRequest.h"
 
@@ -35,23 +33,14 @@ bool g_transportFails = false;
 int g_requests = 0;
 
 bool Setup() {
-    setenv("TAL_LOG_STDERR_LEVEL", "7", 1);
-    Tal::Base::UninitLog();
-    // A login, so that token, password and key decryption runs on fuzzed text.
-    BusinessCommon::LoginInfo login;
-    login.address = "127.0.0.1";
-    login.port = 1;
-    login.sessionKey = "fuzz-session-key";
-    BusinessCommon::CUserCommonManager::Instance()->SetLoginInfo(login);
+    FuzzSupport::QuietLogsAndLogin();
     NetworkCommunication::ServerSession session;
     session.host = "127.0.0.1";
     session.port = 1;
     CNetCommManager::Instance()->SetSession(session);
     // Media files are given local paths below the capture directory, which is created on demand.
-    char dir[] = "/tmp/fuzz_platform_answer.XXXXXX";
-    if (mkdtemp(dir) != nullptr) {
-        BusinessCommon::CFrameSystemConfigMgr::Instance()->SetVideoCaptureDataPath(std::string(dir) + "/");
-    }
+    BusinessCommon::CFrameSystemConfigMgr::Instance()->SetVideoCaptureDataPath(
+        FuzzSupport::ScratchDir("fuzz_platform_answer") + "/");
     CNetCommManager::Instance()->SetTransport(
         [](const std::string& url, const CClientSendInfo& send, CClientRecvInfo& recv) {
             ++g_requests;

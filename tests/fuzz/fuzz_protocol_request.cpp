@@ -11,19 +11,13 @@
 
 #include "BroadCastPlugin/logical/ProtocalFactory/ProtocalFactory.h"
 #include "FuzzSupport.h"
-#include "framework/base/FormatLog.h"
 
 using namespace BroadCastPlugin;
 using FuzzSupport::Check;
 
 namespace {
 
-bool Setup() {
-    setenv("TAL_LOG_STDERR_LEVEL", "7", 1);
-    Tal::Base::UninitLog();
-    return true;
-}
-const bool g_ready = Setup();
+const bool g_ready = (FuzzSupport::QuietLogs(), true);
 
 std::string Join(const std::vector<int32_t>& ids) {
     std::string text;

@@ -18,7 +18,6 @@
 #include "BroadCastPlugin/logical/ProtocalFactory/ProtocalFactory.h"
 #include "BroadCastPlugin/logical/ServerInteractive/WebSocket/FrameMessageMgr.h"
 #include "FuzzSupport.h"
-#include "framework/base/FormatLog.h"
 #include "framework/clientframe/FrameworkManagerInterface.h"
 #include "framework/media/videotool/DeviceStateBoard.h"
 #include "framework/netcomm/RapidJsonProto.h"
@@ -42,8 +41,7 @@ public:
 };
 
 bool Setup() {
-    setenv("TAL_LOG_STDERR_LEVEL", "7", 1);
-    Tal::Base::UninitLog();
+    FuzzSupport::QuietLogs();
     auto* framework = TalClientFrameWork::CFrameworkManagerInterface::Instance();
     framework->RegisterWebsocketObserver(kObserver, std::make_shared<CCountingObserver>());
     framework->Messages({kStatusMessageType}, kObserver, true);

@@ -13,65 +13,61 @@
 #include <utility>
 #include <vector>
 
+#include "FuzzSupport.h"
 #include "framework/netcomm/RapidJsonProto.h"
 
+using FuzzSupport::Check;
 using NetworkCommunication::CRapidJsonProto;
 
 namespace {
 
 constexpr size_t kMaxPaths = 4;
 
-void check(bool condition) {
-    if (!condition) {
-        __builtin_trap();
-    }
-}
-
 // Serialising and parsing back must reproduce the compact text exactly, from both output styles.
 void checkRoundTrip(const CRapidJsonProto& doc) {
     const std::string compact = doc.get_str(0);
-    check(!compact.empty());
+    Check(!compact.empty());
     CRapidJsonProto back;
-    check(back.set_str(compact));
-    check(back.get_str(0) == compact);
+    Check(back.set_str(compact));
+    Check(back.get_str(0) == compact);
     CRapidJsonProto fromPretty;
-    check(fromPretty.set_str(doc.get_str(1)));
-    check(fromPretty.get_str(0) == compact);
+    Check(fromPretty.set_str(doc.get_str(1)));
+    Check(fromPretty.get_str(0) == compact);
 }
 
 void exerciseReaders(const CRapidJsonProto& doc, const std::string& path) {
     const bool exists = doc.is_exist(path);
     const std::string node = doc.get_node_str(path, 0);
-    check(exists == !node.empty());
-    check(exists == !doc.get_node_str(path, 1).empty());
-    check(doc.get_cnt(path) >= 0);
+    Check(exists == !node.empty());
+    Check(exists == !doc.get_node_str(path, 1).empty());
+    Check(doc.get_cnt(path) >= 0);
     if (!exists) {
-        check(doc.get_cnt(path) == 0);
-        check(doc.get_v(path, "d") == "d");
-        check(doc.get_int_v(path, 11) == 11);
-        check(doc.get_int64_v(path, 12) == 12);
-        check(doc.get_double_v(path, 13.5) == 13.5);
-        check(doc.get_bool_v(path, true));
+        Check(doc.get_cnt(path) == 0);
+        Check(doc.get_v(path, "d") == "d");
+        Check(doc.get_int_v(path, 11) == 11);
+        Check(doc.get_int64_v(path, 12) == 12);
+        Check(doc.get_double_v(path, 13.5) == 13.5);
+        Check(doc.get_bool_v(path, true));
         return;
     }
     // A value found with two different defaults is really stored, and the wider readers agree on it.
     const int i = doc.get_int_v(path, 1);
     if (i == doc.get_int_v(path, 2)) {
-        check(doc.get_int64_v(path, 3) == i);
-        check(doc.get_double_v(path, 4.5) == static_cast<double>(i));
+        Check(doc.get_int64_v(path, 3) == i);
+        Check(doc.get_double_v(path, 4.5) == static_cast<double>(i));
     }
     const int64_t i64 = doc.get_int64_v(path, 1);
     if (i64 == doc.get_int64_v(path, 2)) {
-        check(doc.get_double_v(path, 4.5) == static_cast<double>(i64));
+        Check(doc.get_double_v(path, 4.5) == static_cast<double>(i64));
     }
     const std::string s = doc.get_v(path, "a");
     if (s == doc.get_v(path, "b")) {
-        check(doc.get_int_v(path, 7) == 7);
-        check(!doc.get_bool_v(path, false));
+        Check(doc.get_int_v(path, 7) == 7);
+        Check(!doc.get_bool_v(path, false));
     }
     const bool b = doc.get_bool_v(path, false);
     if (b == doc.get_bool_v(path, true)) {
-        check(doc.get_double_v(path, 4.5) == 4.5);
+        Check(doc.get_double_v(path, 4.5) == 4.5);
     }
 }
 
@@ -80,11 +76,11 @@ template <typename Write, typename Verify>
 void exerciseWriter(CRapidJsonProto& doc, const std::string& path, Write write, Verify verify) {
     const std::string before = doc.get_str(0);
     if (write(doc, path)) {
-        check(doc.is_exist(path));
+        Check(doc.is_exist(path));
         verify(doc, path);
         checkRoundTrip(doc);
     } else {
-        check(doc.get_str(0) == before);
+        Check(doc.get_str(0) == before);
     }
 }
 
@@ -96,25 +92,25 @@ void exerciseWriters(CRapidJsonProto& doc, const std::string& path, const std::s
 
     exerciseWriter(
         doc, path, [&](CRapidJsonProto& d, const std::string& p) { return d.set_v(p, text); },
-        [&](CRapidJsonProto& d, const std::string& p) { check(d.get_v(p, text + "x") == text); });
+        [&](CRapidJsonProto& d, const std::string& p) { Check(d.get_v(p, text + "x") == text); });
     exerciseWriter(
         doc, path, [&](CRapidJsonProto& d, const std::string& p) { return d.set_v(p, text.c_str()); },
         [&](CRapidJsonProto& d, const std::string& p) {
-            check(d.get_v(p, "x") == std::string(text.c_str()));
+            Check(d.get_v(p, "x") == std::string(text.c_str()));
         });
     exerciseWriter(
         doc, path, [&](CRapidJsonProto& d, const std::string& p) { return d.set_v(p, small); },
-        [&](CRapidJsonProto& d, const std::string& p) { check(d.get_int_v(p, small + 1) == small); });
+        [&](CRapidJsonProto& d, const std::string& p) { Check(d.get_int_v(p, small + 1) == small); });
     exerciseWriter(
         doc, path, [&](CRapidJsonProto& d, const std::string& p) { return d.set_int64_v(p, wide); },
-        [&](CRapidJsonProto& d, const std::string& p) { check(d.get_int64_v(p, wide + 1) == wide); });
+        [&](CRapidJsonProto& d, const std::string& p) { Check(d.get_int64_v(p, wide + 1) == wide); });
     exerciseWriter(
         doc, path, [&](CRapidJsonProto& d, const std::string& p) { return d.set_double_v(p, real); },
-        [&](CRapidJsonProto& d, const std::string& p) { check(d.get_double_v(p, real + 1) == real); });
+        [&](CRapidJsonProto& d, const std::string& p) { Check(d.get_double_v(p, real + 1) == real); });
     exerciseWriter(
         doc, path, [&](CRapidJsonProto& d, const std::string& p) { return d.set_bool_v(p, small & 1); },
         [&](CRapidJsonProto& d, const std::string& p) {
-            check(d.get_bool_v(p, !(small & 1)) == static_cast<bool>(small & 1));
+            Check(d.get_bool_v(p, !(small & 1)) == static_cast<bool>(small & 1));
         });
 
     // set_node_str stores exactly what a separate parse of the text yields.
@@ -122,26 +118,19 @@ void exerciseWriters(CRapidJsonProto& doc, const std::string& path, const std::s
     const bool valid = expected.set_str(nodeJson);
     const std::string before = doc.get_str(0);
     if (doc.set_node_str(path, nodeJson)) {
-        check(valid);
-        check(doc.get_node_str(path) == expected.get_str(0));
+        Check(valid);
+        Check(doc.get_node_str(path) == expected.get_str(0));
         checkRoundTrip(doc);
     } else {
-        check(doc.get_str(0) == before);
+        Check(doc.get_str(0) == before);
     }
-    check(doc.set_v(path, static_cast<const char*>(nullptr)) == false);
+    Check(doc.set_v(path, static_cast<const char*>(nullptr)) == false);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    std::vector<std::string> fields(1);
-    for (size_t i = 0; i < size; ++i) {
-        if (data[i] == 0x01) {
-            fields.emplace_back();
-        } else {
-            fields.back().push_back(static_cast<char>(data[i]));
-        }
-    }
+    const std::vector<std::string> fields = FuzzSupport::SplitFields(data, size);
     const std::string& text = fields[0];
     std::vector<std::string> paths;
     for (size_t i = 1; i < fields.size() && paths.size() < kMaxPaths; ++i) {
@@ -155,8 +144,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (doc.set_str(text)) {
         checkRoundTrip(doc);
     } else {
-        check(doc.get_str(0) == "{}");
-        check(doc.is_empty());
+        Check(doc.get_str(0) == "{}");
+        Check(doc.is_empty());
     }
 
     for (const std::string& path : paths) {
@@ -164,7 +153,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     CRapidJsonProto work(doc);
-    check(work.get_str(0) == doc.get_str(0));
+    Check(work.get_str(0) == doc.get_str(0));
     for (const std::string& path : paths) {
         exerciseWriters(work, path, nodeJson);
         for (const std::string& other : paths) {
@@ -175,18 +164,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Copies stay independent; a moved-from document reads as empty and remains usable.
     CRapidJsonProto copy;
     copy = work;
-    check(copy.get_str(1) == work.get_str(1));
+    Check(copy.get_str(1) == work.get_str(1));
     CRapidJsonProto moved(std::move(work));
-    check(moved.get_str(0) == copy.get_str(0));
-    check(work.get_str(0) == "{}");
-    check(work.is_empty());
+    Check(moved.get_str(0) == copy.get_str(0));
+    Check(work.get_str(0) == "{}");
+    Check(work.is_empty());
     for (const std::string& path : paths) {
         exerciseReaders(work, path);
         work.set_v(path, 1);
     }
     work = std::move(moved);
-    check(work.get_str(0) == copy.get_str(0));
-    check(!doc.set_str(std::string()));
-    check(doc.get_str(0) == "{}");
+    Check(work.get_str(0) == copy.get_str(0));
+    Check(!doc.set_str(std::string()));
+    Check(doc.get_str(0) == "{}");
     return 0;
 }

@@ -23,8 +23,6 @@
 #include "BroadCastPlugin/controller/WebBroadcastController/WebRecordPage.h"
 #include "BroadCastPlugin/logical/ProtocalFactory/ProtocalFactory.h"
 #include "FuzzSupport.h"
-#include "framework/base/FormatLog.h"
-#include "framework/business/UserCommonManager.h"
 #include "framework/netcomm/NetCommManager.h"
 
 using namespace BroadCastPlugin;
@@ -39,13 +37,7 @@ std::string g_answer;
 int g_requests = 0;
 
 bool Setup() {
-    setenv("TAL_LOG_STDERR_LEVEL", "7", 1);
-    Tal::Base::UninitLog();
-    BusinessCommon::LoginInfo login;
-    login.address = "127.0.0.1";
-    login.port = 1;
-    login.sessionKey = "fuzz-session-key";
-    BusinessCommon::CUserCommonManager::Instance()->SetLoginInfo(login);
+    FuzzSupport::QuietLogsAndLogin();
     NetworkCommunication::ServerSession session;
     session.host = "127.0.0.1";
     session.port = 1;

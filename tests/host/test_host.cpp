@@ -1,42 +1,29 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "host/ClientConfig.h"
 #include "host/PluginModule.h"
+#include "support/TestProcess.h"
+
+using BcastTest::ProcessResult;
+using BcastTest::Program;
+using BcastTest::RunProcess;
 
 namespace {
 
-std::string BuildDir() {
-    const char* dir = std::getenv("BCAST_BINARY_DIR");
-    return dir != nullptr ? dir : ".";
-}
-
 std::string ModulePath() {
-    return BuildDir() + "/lib/libBroadCastPlugin.so";
+    return BcastTest::BinaryDir() + "/lib/libBroadCastPlugin.so";
 }
 
-// Runs a command and returns its standard output; `status` gets its exit code.
-std::string RunCommand(const std::string& command, int& status) {
-    std::string output;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        status = -1;
-        return output;
-    }
-    char buffer[4096];
-    std::size_t n;
-    while ((n = fread(buffer, 1, sizeof(buffer), pipe)) > 0) {
-        output.append(buffer, n);
-    }
-    int raw = pclose(pipe);
-    status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    return output;
+// bcast-host with these arguments, to its end (its output and errors together).
+ProcessResult Host(std::vector<std::string> args) {
+    args.insert(args.begin(), Program("bcast-host"));
+    return RunProcess(args, 60000);
 }
 
 std::string ReadFile(const std::string& path) {
@@ -44,11 +31,6 @@ std::string ReadFile(const std::string& path) {
     std::stringstream ss;
     ss << in.rdbuf();
     return ss.str();
-}
-
-std::string TempDir() {
-    char pattern[] = "/tmp/bcast-host-XXXXXX";
-    return mkdtemp(pattern);
 }
 
 }  // namespace
@@ -75,11 +57,10 @@ TEST(Host, LoadsTheBuiltModuleAndResolvesAllTwentyNineExports) {
 }
 
 TEST(Host, ModuleExportsExactlyTheEntryPointsUnmangled) {
-    int status = 0;
-    std::string out = RunCommand("nm -D --defined-only " + ModulePath(), status);
-    ASSERT_EQ(status, 0) << "nm failed";
+    const ProcessResult nm = RunProcess({"nm", "-D", "--defined-only", ModulePath()}, 60000);
+    ASSERT_EQ(nm.exitCode, 0) << nm.output;
     std::set<std::string> exported;
-    std::istringstream lines(out);
+    std::istringstream lines(nm.output);
     std::string address, type, name;
     while (lines >> address >> type >> name) {
         exported.insert(name);
@@ -104,14 +85,15 @@ TEST(Host, MissingFilesAndMissingExportsGiveOneLineErrors) {
     EXPECT_NE(error.find("cannot load module /nonexistent/libBroadCastPlugin.so"), std::string::npos)
         << error;
     EXPECT_EQ(error.find('\n'), std::string::npos);
-    EXPECT_FALSE(module.Load(BuildDir() + "/lib/libtal_errortext.so", error));
+    EXPECT_FALSE(module.Load(BcastTest::BinaryDir() + "/lib/libtal_errortext.so", error));
     EXPECT_NE(error.find("lacks exports: Init, Start, UnInit"), std::string::npos) << error;
     EXPECT_NE(error.find("IsBoradCastToolUIShow"), std::string::npos);
     EXPECT_FALSE(module.IsLoaded());
 }
 
 TEST(Host, ClientConfigurationIsCheckedAndDefaulted) {
-    std::string dir = TempDir();
+    const BcastTest::CTempDir temp("bcast-host");
+    const std::string& dir = temp.Path();
     BcastHost::ClientConfig config;
     std::string error;
     EXPECT_FALSE(BcastHost::LoadClientConfig(dir + "/missing.json", config, error));
@@ -134,43 +116,48 @@ TEST(Host, ClientConfigurationIsCheckedAndDefaulted) {
     EXPECT_EQ(ok.userName, "op");
 }
 
-TEST(Host, LifecycleCommandSucceedsAndLogsTheStartLines) {
-    std::string dir = TempDir();
+TEST(Host, LifecycleCommandLogsItsStepsAndRefusesBadRuns) {
+    const BcastTest::CTempDir temp("bcast-host");
+    const std::string& dir = temp.Path();
     std::ofstream(dir + "/client.json")
         << R"({"Platform":{"Address":"127.0.0.1","Port":18650},)"
            R"("SysConfig":{"Language":"en_US","LogLevel":3,"StderrLogLevel":6,"DataPath":")"
         << dir << R"(/data"}})";
-    int status = 0;
-    std::string out = RunCommand(
-        BuildDir() + "/bin/bcast-host lifecycle --config " + dir + "/client.json --module " + ModulePath(),
-        status);
-    EXPECT_EQ(status, 0) << out;
+    const ProcessResult run = Host({"lifecycle", "--config", dir + "/client.json", "--module", ModulePath()});
+    EXPECT_EQ(run.exitCode, 0) << run.output;
     for (const char* step :
          {"Init(en_US) -> true", "Start() -> true", "UpdateFrame(1) -> true", "Notify(2) -> done",
           "StopWorking() -> true", "UnInit() -> true", "lifecycle ok"}) {
-        EXPECT_NE(out.find(step), std::string::npos) << step << "\n" << out;
+        EXPECT_NE(run.output.find(step), std::string::npos) << step << "\n" << run.output;
     }
     std::string log = ReadFile(dir + "/data/log/bcast-host.log");
     EXPECT_NE(log.find("CBroadCastPluginManager init succ."), std::string::npos);
     EXPECT_NE(log.find("Succ Init CBroadcastController"), std::string::npos);
     EXPECT_NE(log.find("Succ to Uninit CBroadCastPluginManager."), std::string::npos);
 
-    // A module that cannot be loaded: one clear line and a non-zero exit.
-    out = RunCommand(
-        BuildDir() + "/bin/bcast-host lifecycle --config " + dir + "/client.json --module /nope.so 2>&1",
-        status);
-    EXPECT_NE(status, 0);
-    EXPECT_NE(out.find("bcast-host: cannot load module /nope.so"), std::string::npos) << out;
-    out = RunCommand(BuildDir() + "/bin/bcast-host lifecycle 2>&1", status);
-    EXPECT_EQ(status, 2);
-    EXPECT_NE(out.find("--config FILE is required"), std::string::npos);
-    out = RunCommand(BuildDir() + "/bin/bcast-host dance --config " + dir + "/client.json 2>&1", status);
-    EXPECT_EQ(status, 2);
-    EXPECT_NE(out.find("unknown mode dance"), std::string::npos);
+    struct Case {
+        std::vector<std::string> args;
+        int exitCode;  // -1: any failure
+        const char* said;
+    };
+    for (const Case& c : {Case{{"lifecycle", "--config", dir + "/client.json", "--module", "/nope.so"},
+                               -1,
+                               "bcast-host: cannot load module /nope.so"},
+                          Case{{"lifecycle"}, 2, "--config FILE is required"},
+                          Case{{"dance", "--config", dir + "/client.json"}, 2, "unknown mode dance"}}) {
+        SCOPED_TRACE(c.said);
+        const ProcessResult bad = Host(c.args);
+        if (c.exitCode > 0) {
+            EXPECT_EQ(bad.exitCode, c.exitCode) << bad.output;
+        }
+        EXPECT_GT(bad.exitCode, 0) << bad.output;
+        EXPECT_NE(bad.output.find(c.said), std::string::npos) << bad.output;
+    }
 }
 
-TEST(Host, ConfigurationWithAMistypedMissingOrWrongKeyNamesTheKeyAndTheFile) {
-    const std::string dir = TempDir();
+TEST(Host, ConfigurationMistakesNameTheKeyAndTheFile) {
+    const BcastTest::CTempDir temp("bcast-host");
+    const std::string& dir = temp.Path();
     struct Case {
         const char* json;
         const char* message;
@@ -201,42 +188,43 @@ TEST(Host, ConfigurationWithAMistypedMissingOrWrongKeyNamesTheKeyAndTheFile) {
     // The program says the same in one line and exits 1.
     std::ofstream(dir + "/client.json")
         << R"({"Platform":{"Address":"127.0.0.1","Port":1},"User":{"Nmae":"op"}})";
-    int status = 0;
-    const std::string out =
-        RunCommand(BuildDir() + "/bin/bcast-host lifecycle --config " + dir + "/client.json 2>&1", status);
-    EXPECT_EQ(status, 1) << out;
-    EXPECT_NE(out.find("bcast-host: client configuration " + dir + "/client.json: unknown key /User/Nmae"),
-              std::string::npos)
-        << out;
+    const ProcessResult run = Host({"lifecycle", "--config", dir + "/client.json"});
+    EXPECT_EQ(run.exitCode, 1) << run.output;
+    EXPECT_NE(
+        run.output.find("bcast-host: client configuration " + dir + "/client.json: unknown key /User/Nmae"),
+        std::string::npos)
+        << run.output;
 }
 
-TEST(Host, CommandLineAnswersHelpAndVersionAndRefusesBadWordsInOneLine) {
-    int status = -1;
-    std::string out = RunCommand(BuildDir() + "/bin/bcast-host --version", status);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(out, std::string(BCAST_VERSION) + "\n");
-    out = RunCommand(BuildDir() + "/bin/bcast-host --help", status);
-    EXPECT_EQ(status, 0);
+TEST(Host, CommandLineWords) {
+    const ProcessResult version = Host({"--version"});
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_EQ(version.output, std::string(BCAST_VERSION) + "\n");
+    const ProcessResult help = Host({"--help"});
+    EXPECT_EQ(help.exitCode, 0);
     for (const char* mode : {"lifecycle", "api METHOD", "web METHOD", "device-talk IDS", "gui", "webui",
                              "doctor", "--config FILE", "--wait SECONDS", "exit codes"}) {
-        EXPECT_NE(out.find(mode), std::string::npos) << mode << "\n" << out;
+        EXPECT_NE(help.output.find(mode), std::string::npos) << mode << "\n" << help.output;
     }
+    // Bad words: exit 2, the reason on the first line, then the usage.
     struct Case {
-        std::string args;
+        std::vector<std::string> args;
         std::string message;
     };
     for (const Case& c :
-         {Case{"lifecycle --config x --bogus", "unknown option --bogus"},
-          Case{"lifecycle --config x --wait -1", "--wait: needs a number of seconds"},
-          Case{"lifecycle --config x --wait soon", "--wait: needs a number of seconds"},
-          Case{"lifecycle --config x --config", "--config"}, Case{"api --config x", "api needs a METHOD"},
-          Case{"device-talk 20a --config x", "device-talk needs the device ids"},
-          Case{"lifecycle extra --config x", "unexpected argument extra"},
-          Case{"webui --screenshot /tmp --config x", "--screenshot belongs to the gui mode"},
-          Case{"--config x", "no mode given"}}) {
-        SCOPED_TRACE(c.args);
-        out = RunCommand(BuildDir() + "/bin/bcast-host " + c.args + " 2>&1 >/dev/null", status);
-        EXPECT_EQ(status, 2) << out;
+         {Case{{"lifecycle", "--config", "x", "--bogus"}, "unknown option --bogus"},
+          Case{{"lifecycle", "--config", "x", "--wait", "-1"}, "--wait: needs a number of seconds"},
+          Case{{"lifecycle", "--config", "x", "--wait", "soon"}, "--wait: needs a number of seconds"},
+          Case{{"lifecycle", "--config", "x", "--config"}, "--config"},
+          Case{{"api", "--config", "x"}, "api needs a METHOD"},
+          Case{{"device-talk", "20a", "--config", "x"}, "device-talk needs the device ids"},
+          Case{{"lifecycle", "extra", "--config", "x"}, "unexpected argument extra"},
+          Case{{"webui", "--screenshot", "/tmp", "--config", "x"}, "--screenshot belongs to the gui mode"},
+          Case{{"--config", "x"}, "no mode given"}}) {
+        SCOPED_TRACE(c.message);
+        const ProcessResult run = Host(c.args);
+        const std::string& out = run.output;
+        EXPECT_EQ(run.exitCode, 2) << out;
         ASSERT_NE(out.find('\n'), std::string::npos) << out;
         const std::string first = out.substr(0, out.find('\n'));
         EXPECT_EQ(first.rfind("bcast-host: ", 0), 0u) << out;

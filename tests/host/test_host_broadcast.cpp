@@ -58,8 +58,7 @@ protected:
     }
 
     static ProcessResult Host(std::vector<std::string> args) {
-        const char* binary = std::getenv("BCAST_BINARY_DIR");
-        args.insert(args.begin(), std::string(binary != nullptr ? binary : ".") + "/bin/bcast-host");
+        args.insert(args.begin(), BcastTest::Program("bcast-host"));
         args.push_back("--config");
         args.push_back(dir_->File("client.json"));
         return BcastTest::RunProcess(args, 120000, pulse_->ClientEnvironment());
@@ -379,8 +378,7 @@ TEST_F(HostBroadcastTest, AFailedLoginEndsEveryModeAtOnceWithOneLine) {
              {std::vector<std::string>{"api", "Config"}, std::vector<std::string>{"web", "CleanCache"},
               std::vector<std::string>{"device-talk", "201"}}) {
             const std::string name = mode[0];
-            const char* binary = std::getenv("BCAST_BINARY_DIR");
-            mode.insert(mode.begin(), std::string(binary != nullptr ? binary : ".") + "/bin/bcast-host");
+            mode.insert(mode.begin(), BcastTest::Program("bcast-host"));
             mode.push_back("--config");
             mode.push_back(config);
             const ProcessResult run = BcastTest::RunProcess(mode, 60000, pulse_->ClientEnvironment());

@@ -4,9 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -20,29 +18,6 @@
 #include "TestProcess.h"
 
 namespace {
-
-std::string Host() {
-    const char* binary = std::getenv("BCAST_BINARY_DIR");
-    return std::string(binary != nullptr ? binary : ".") + "/bin/bcast-host";
-}
-
-// A loopback port that nothing listens on: bound to find a free one, then released.
-int UnusedPort() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        if (fd >= 0) {
-            close(fd);
-        }
-        return -1;
-    }
-    close(fd);
-    return ntohs(address.sin_port);
-}
 
 void WriteConfig(const std::string& path, int port, const std::string& password,
                  const std::string& dataPath) {
@@ -91,7 +66,8 @@ TEST(HostDoctor, ChecksThePlatformTheLoginThePushLinkThePortsTheAudioAndTheDataD
                                              "login",          "push link",     "speaker ports",
                                              "audio capture",  "audio playback"};
     auto doctor = [&](const std::string& config, const std::vector<std::string>& env) {
-        return BcastTest::RunProcess({Host(), "doctor", "--config", config}, 120000, env);
+        return BcastTest::RunProcess({BcastTest::Program("bcast-host"), "doctor", "--config", config}, 120000,
+                                     env);
     };
 
     {
@@ -113,7 +89,7 @@ TEST(HostDoctor, ChecksThePlatformTheLoginThePushLinkThePortsTheAudioAndTheDataD
     }
     {
         SCOPED_TRACE("platform down");
-        const int unused = UnusedPort();
+        const int unused = BcastTest::FreeLoopbackPort(SOCK_STREAM);
         ASSERT_GT(unused, 0);
         WriteConfig(dir.File("down.json"), unused, PlatformTest::kPassword, dir.File("data"));
         const BcastTest::ProcessResult run = doctor(dir.File("down.json"), pulse.ClientEnvironment());

@@ -65,8 +65,7 @@ TEST(HostWebUi, PrintsBothPagesServesThemAndStopsCleanlyOnSigterm) {
 
     BcastTest::CBackgroundProcess host;
     const std::string output = dir.File("host.out");
-    ASSERT_TRUE(host.Start({std::string(std::getenv("BCAST_BINARY_DIR")) + "/bin/bcast-host", "webui",
-                            "--config", dir.File("client.json")},
+    ASSERT_TRUE(host.Start({BcastTest::Program("bcast-host"), "webui", "--config", dir.File("client.json")},
                            {}, output));
     ASSERT_TRUE(BcastTest::WaitFor(
         [&] { return PlatformTest::ReadFile(output).find("record page: ") != std::string::npos; }, 30000))

@@ -1,13 +1,17 @@
 #include "TestProcess.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -62,9 +66,9 @@ int StatusToCode(int status) {
 }
 
 // Starts in its own process group so that a stop reaches the program's children too, and with a
-// parent-death signal so that nothing outlives a test process that crashed.
-pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, int outputFd,
-            int inputFd = -1) {
+// parent-death signal so that nothing outlives a test process that crashed. -1 descriptors are /dev/null.
+pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, int outFd, int errFd,
+            int inputFd = -1, int deathSignal = SIGKILL) {
     std::vector<std::string> args = argv;
     std::vector<std::string> environment = MergedEnvironment(env);
     std::vector<char*> argp = Pointers(args);
@@ -76,16 +80,25 @@ pid_t Spawn(const std::vector<std::string>& argv, const std::vector<std::string>
     }
     // Child: only async-signal-safe calls until exec.
     ::setpgid(0, 0);
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::prctl(PR_SET_PDEATHSIG, deathSignal);
     if (::getppid() != parent) {
         ::_exit(127);
     }
     int devNull = ::open("/dev/null", O_RDWR);
     ::dup2(inputFd >= 0 ? inputFd : devNull, STDIN_FILENO);
-    ::dup2(outputFd >= 0 ? outputFd : devNull, STDOUT_FILENO);
-    ::dup2(outputFd >= 0 ? outputFd : devNull, STDERR_FILENO);
+    ::dup2(outFd >= 0 ? outFd : devNull, STDOUT_FILENO);
+    ::dup2(errFd >= 0 ? errFd : devNull, STDERR_FILENO);
     ::execvpe(argp[0], argp.data(), envp.data());
     ::_exit(127);
+}
+
+int OpenLog(const std::string& path) {
+    return path.empty() ? -1 : ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+}
+
+std::string Env(const char* name, const char* fallback) {
+    const char* value = std::getenv(name);
+    return value != nullptr ? value : fallback;
 }
 
 }  // namespace
@@ -101,7 +114,7 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, int timeoutMs,
     if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
         return result;
     }
-    pid_t pid = Spawn(argv, env, pipeFds[1]);
+    pid_t pid = Spawn(argv, env, pipeFds[1], pipeFds[1]);
     ::close(pipeFds[1]);
     if (pid < 0) {
         ::close(pipeFds[0]);
@@ -165,18 +178,144 @@ bool HasProgram(const std::string& program) {
     return false;
 }
 
+std::string BinaryDir() {
+    return Env("BCAST_BINARY_DIR", ".");
+}
+
+std::string SourceDir() {
+    return Env("BCAST_SOURCE_DIR", ".");
+}
+
+std::string Program(const std::string& name) {
+    return BinaryDir() + "/bin/" + name;
+}
+
+int FreeLoopbackPort(int type) {
+    const int fd = ::socket(AF_INET, type, 0);
+    if (fd < 0) {
+        return 0;
+    }
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    int port = 0;
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
+        port = ntohs(address.sin_port);
+    }
+    ::close(fd);
+    return port;
+}
+
+CBackgroundProcess::~CBackgroundProcess() {
+    Stop();
+    if (pipe_ >= 0) {
+        ::close(pipe_);
+    }
+}
+
+bool CBackgroundProcess::Start(const std::vector<std::string>& argv, const Options& options) {
+    Stop();
+    if (pipe_ >= 0) {
+        ::close(pipe_);
+        pipe_ = -1;
+    }
+    pending_.clear();
+    lines_.clear();
+    exitCode_ = -1;
+    int pipeFds[2] = {-1, -1};
+    if (argv.empty() || (options.pipeOutput && ::pipe2(pipeFds, O_CLOEXEC) != 0)) {
+        return false;
+    }
+    const int outFd = options.pipeOutput ? pipeFds[1] : OpenLog(options.outPath);
+    const int ownErrFd = OpenLog(options.errPath);
+    int errFd = ownErrFd >= 0 ? ownErrFd : (options.pipeOutput && !options.pipeErrors ? -1 : outFd);
+    if (options.keepErrors) {
+        errFd = STDERR_FILENO;
+    }
+    pid_ = Spawn(argv, options.env, outFd, errFd, options.inputFd, options.deathSignal);
+    for (int fd : {outFd, ownErrFd}) {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
+    pipe_ = pipeFds[0];
+    return pid_ > 0;
+}
+
 bool CBackgroundProcess::Start(const std::vector<std::string>& argv, const std::vector<std::string>& env,
                                const std::string& logPath, int inputFd) {
-    Stop();
-    int fd = -1;
-    if (!logPath.empty()) {
-        fd = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    Options options;
+    options.env = env;
+    options.outPath = logPath;
+    options.inputFd = inputFd;
+    return Start(argv, options);
+}
+
+bool CBackgroundProcess::StartPiped(const std::vector<std::string>& argv, bool withErrors) {
+    Options options;
+    options.pipeOutput = true;
+    options.pipeErrors = withErrors;
+    options.keepErrors = !withErrors;
+    return Start(argv, options);
+}
+
+bool CBackgroundProcess::ReadLine(std::string& line, std::chrono::milliseconds timeout) {
+    const auto deadline = Clock::now() + timeout;
+    for (;;) {
+        const std::size_t newline = pending_.find('\n');
+        if (newline != std::string::npos) {
+            line = pending_.substr(0, newline);
+            pending_.erase(0, newline + 1);
+            lines_.push_back(line);
+            return true;
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (pipe_ < 0) {
+            return false;
+        }
+        pollfd fd{pipe_, POLLIN, 0};
+        if (::poll(&fd, 1, static_cast<int>(std::max<long long>(0, left.count()))) <= 0) {
+            return false;
+        }
+        char buffer[4096];
+        const ssize_t count = ::read(pipe_, buffer, sizeof(buffer));
+        if (count <= 0) {
+            ::close(pipe_);
+            pipe_ = -1;
+            if (pending_.empty()) {
+                return false;
+            }
+            pending_ += '\n';  // the last line had no newline
+            continue;
+        }
+        pending_.append(buffer, static_cast<std::size_t>(count));
     }
-    pid_ = argv.empty() ? -1 : Spawn(argv, env, fd, inputFd);
-    if (fd >= 0) {
-        ::close(fd);
+}
+
+bool CBackgroundProcess::WaitForLine(const std::string& prefix, std::string& rest,
+                                     std::chrono::milliseconds timeout) {
+    const auto deadline = Clock::now() + timeout;
+    std::string line;
+    while (ReadLine(line, std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()))) {
+        if (line.rfind(prefix, 0) == 0) {
+            rest = line.substr(prefix.size());
+            return true;
+        }
     }
-    return pid_ > 0;
+    return false;
+}
+
+std::string CBackgroundProcess::AllOutput(std::chrono::milliseconds timeout) {
+    std::string line;
+    while (ReadLine(line, timeout)) {
+    }
+    std::string all;
+    for (const std::string& each : lines_) {
+        all += each + "\n";
+    }
+    return all;
 }
 
 bool CBackgroundProcess::IsRunning() {
@@ -186,41 +325,64 @@ bool CBackgroundProcess::IsRunning() {
     int status = 0;
     if (::waitpid(pid_, &status, WNOHANG) == pid_) {
         pid_ = -1;
+        exitCode_ = StatusToCode(status);
         return false;
     }
     return true;
 }
 
 bool CBackgroundProcess::Wait(int timeoutMs, int* exitCode) {
-    if (pid_ <= 0) {
-        return true;
-    }
     auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    int status = 0;
-    while (Clock::now() < deadline) {
-        if (::waitpid(pid_, &status, WNOHANG) == pid_) {
-            pid_ = -1;
-            if (exitCode != nullptr) {
-                *exitCode = StatusToCode(status);
-            }
-            return true;
+    while (IsRunning()) {
+        if (Clock::now() >= deadline) {
+            return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    return false;
+    if (exitCode != nullptr) {
+        *exitCode = exitCode_;
+    }
+    return true;
 }
 
-void CBackgroundProcess::Stop(int graceMs) {
+int CBackgroundProcess::ExitCode(int timeoutMs) {
+    return Wait(timeoutMs) ? exitCode_ : -1;
+}
+
+void CBackgroundProcess::Signal(int signal, bool wholeGroup) {
+    if (pid_ > 0) {
+        ::kill(wholeGroup ? -pid_ : pid_, signal);
+    }
+}
+
+int CBackgroundProcess::Stop(int graceMs, bool wholeGroup) {
     if (pid_ <= 0) {
-        return;
+        return -1;
     }
-    ::kill(-pid_, SIGTERM);
-    if (!Wait(graceMs)) {
-        ::kill(-pid_, SIGKILL);
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
+    Signal(SIGTERM, wholeGroup);
+    if (Wait(graceMs)) {
+        return exitCode_;
     }
+    Kill(wholeGroup);
+    return -1;
+}
+
+bool CBackgroundProcess::Kill(bool wholeGroup) {
+    if (pid_ <= 0) {
+        return false;
+    }
+    Signal(SIGKILL, wholeGroup);
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+    exitCode_ = StatusToCode(status);
     pid_ = -1;
+    return true;
+}
+
+std::string MakeKeptDir(const std::string& tag) {
+    std::string pattern = "/tmp/bcast-" + tag + "-XXXXXX";
+    char* dir = ::mkdtemp(&pattern[0]);
+    return dir != nullptr ? std::string(dir) : std::string();
 }
 
 CTempDir::CTempDir(const std::string& prefix) {

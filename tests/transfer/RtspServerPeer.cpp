@@ -2,6 +2,7 @@
 
 #include <signal.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -23,6 +24,43 @@ std::string Field(const std::string& line, const std::string& key) {
 }
 
 }  // namespace
+
+std::string MakeTempDir(const std::string& name) {
+    std::string pattern = BinaryDir() + "/test-tmp-" + name + "-XXXXXX";
+    const char* made = mkdtemp(&pattern[0]);
+    return made != nullptr ? std::string(made) : std::string();
+}
+
+bool RunTool(const std::vector<std::string>& argv) {
+    const BcastTest::ProcessResult result = BcastTest::RunProcess(argv, 30000);
+    if (result.exitCode != 0) {
+        fprintf(stderr, "%s failed (%d): %s\n", argv[0].c_str(), result.exitCode, result.output.c_str());
+    }
+    return result.exitCode == 0;
+}
+
+bool RunSoxStat(const std::vector<std::string>& inputArgs, SoxStat& stat) {
+    std::vector<std::string> argv = {"/usr/bin/sox"};
+    argv.insert(argv.end(), inputArgs.begin(), inputArgs.end());
+    argv.insert(argv.end(), {"-n", "stat"});
+    const BcastTest::ProcessResult result = BcastTest::RunProcess(argv, 30000);
+    std::istringstream lines(result.output);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t colon = line.find(':');
+        if (colon == std::string::npos) {
+            continue;
+        }
+        const double value = std::atof(line.c_str() + colon + 1);
+        if (line.rfind("Length (seconds)", 0) == 0) {
+            stat.lengthSeconds = value;
+        } else if (line.rfind("Rough   frequency", 0) == 0) {
+            stat.roughFrequency = value;
+        } else if (line.rfind("RMS     amplitude", 0) == 0) {
+            stat.rmsAmplitude = value;
+        }
+    }
+    return result.exitCode == 0 && stat.lengthSeconds >= 0.0;
+}
 
 std::string ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -46,7 +84,7 @@ bool CRtspServerPeer::Start(const Options& options, std::string& error) {
     if (options.sessionTimeoutSeconds > 0) {
         argv.insert(argv.end(), {"--session-timeout", std::to_string(options.sessionTimeoutSeconds)});
     }
-    if (directory_.empty() || !process_.Start(argv)) {
+    if (directory_.empty() || !process_.StartPiped(argv)) {
         error = "cannot start /usr/bin/python3 with the RTSP test server";
         return false;
     }
@@ -138,16 +176,15 @@ int CRtspServerPeer::ExpiredSessions() {
 }
 
 void CRtspServerPeer::Kill() {
-    process_.Kill(SIGKILL);
-    process_.Wait(std::chrono::seconds(5));
+    process_.Kill();
 }
 
 void CRtspServerPeer::Freeze() {
-    process_.Kill(SIGSTOP);
+    process_.Signal(SIGSTOP);
 }
 
 void CRtspServerPeer::Thaw() {
-    process_.Kill(SIGCONT);
+    process_.Signal(SIGCONT);
 }
 
 }  // namespace TransferTest

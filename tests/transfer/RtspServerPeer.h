@@ -1,13 +1,31 @@
 #pragma once
-// The ONVIF RTSP test server (tests/support/rtsp_onvif_server.py) as a peer process of a test.
+// The ONVIF RTSP test server (tests/support/rtsp_onvif_server.py) as a peer process of a test, and the
+// transfer suites' other helpers: scratch directories, sox and ffmpeg runs.
 
 #include <chrono>
 #include <string>
 #include <vector>
 
-#include "ChildProcess.h"
+#include "TestProcess.h"
 
 namespace TransferTest {
+
+using BcastTest::BinaryDir;
+using BcastTest::SourceDir;
+/// A new empty directory under the build tree for this test's files.
+std::string MakeTempDir(const std::string& name);
+/// Runs a helper program (sox, ffmpeg) to its end within 30 s; true when it exits with 0.
+bool RunTool(const std::vector<std::string>& argv);
+
+/// What `sox FILE -n stat` says about an audio file (sox as an independent decoder).
+struct SoxStat {
+    double lengthSeconds = -1.0;
+    double roughFrequency = -1.0;
+    double rmsAmplitude = -1.0;
+};
+/// `inputArgs` describe the input (for example {"-t", "ul", "-r", "8000", "-c", "1", path}); false when sox
+/// fails.
+bool RunSoxStat(const std::vector<std::string>& inputArgs, SoxStat& stat);
 
 class CRtspServerPeer {
 public:
@@ -45,7 +63,7 @@ public:
 private:
     void Drain(std::chrono::milliseconds timeout);
 
-    CChildProcess process_;
+    BcastTest::CBackgroundProcess process_;
     int port_ = -1;
     std::string directory_;
     std::vector<std::string> events_;

@@ -15,7 +15,7 @@
 
 #include "BroadCastPlugin/logical/VoiceTransfer/UDP/Rtp.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpTransfer.h"
-#include "ChildProcess.h"
+#include "RtspServerPeer.h"
 #include "framework/base/FormatLog.h"
 
 using namespace BroadCastPlugin;
@@ -263,35 +263,23 @@ TEST(UdpTransfer, FailedSendsAreLoggedAndOversizedFramesRefused) {
 }
 
 TEST(RtpTool, ReceiverGetsAGeneratedToneFileAsAContinuousPacedStream) {
-    using TransferTest::CChildProcess;
     const std::string tool = TransferTest::BinaryDir() + "/bin/bcast-tool";
     const std::string directory = TransferTest::MakeTempDir("rtptool");
     const std::string wav = directory + "/received.wav";
-    CChildProcess receiver;
-    ASSERT_TRUE(receiver.Start(
+    BcastTest::CBackgroundProcess receiver;
+    ASSERT_TRUE(receiver.StartPiped(
         {tool, "rtp-recv", "--port", "0", "--bind", "127.0.0.1", "--out", wav, "--idle", "2"}));
     std::string endpoint;
     ASSERT_TRUE(receiver.WaitForLine("listening on ", endpoint, 10s)) << "rtp-recv did not start";
 
     // The file: 2 s of 1 kHz, 16-bit PCM at 8000 Hz, made by sox.
     const std::string source = directory + "/tone.wav";
-    CChildProcess sox;
-    ASSERT_TRUE(sox.Start({"/usr/bin/sox", "-n", "-r", "8000", "-c", "1", "-b", "16", source, "synth", "2",
-                           "sine", "1000", "vol", "0.5"}));
-    ASSERT_EQ(sox.Wait(30s), 0);
+    ASSERT_TRUE(TransferTest::RunTool({"/usr/bin/sox", "-n", "-r", "8000", "-c", "1", "-b", "16", source,
+                                       "synth", "2", "sine", "1000", "vol", "0.5"}));
+    ASSERT_TRUE(TransferTest::RunTool({tool, "rtp-send", "--to", endpoint, "--wav", source}));
+    ASSERT_EQ(receiver.ExitCode(30000), 0) << "rtp-recv found the stream faulty";
 
-    CChildProcess sender;
-    ASSERT_TRUE(sender.Start({tool, "rtp-send", "--to", endpoint, "--wav", source}));
-    ASSERT_EQ(sender.Wait(30s), 0);
-    ASSERT_EQ(receiver.Wait(30s), 0) << "rtp-recv found the stream faulty";
-
-    std::string output;
-    std::string line;
-    while (receiver.ReadLine(line, 1s)) {
-    }
-    for (const auto& text : receiver.Lines()) {
-        output += text + "\n";
-    }
+    const std::string output = receiver.AllOutput(1s);
     EXPECT_NE(output.find("packets: 50, payload type 0 (PCMU)"), std::string::npos) << output;
     EXPECT_NE(output.find("sequence: continuous (first 0, last 49, gaps 0"), std::string::npos) << output;
     EXPECT_NE(output.find("marker: first packet only"), std::string::npos) << output;
@@ -311,36 +299,28 @@ TEST(RtpTool, ReceiverGetsAGeneratedToneFileAsAContinuousPacedStream) {
 }
 
 TEST(RtpTool, BadInputAndSilenceEndWithAClearError) {
-    using TransferTest::CChildProcess;
     const std::string tool = TransferTest::BinaryDir() + "/bin/bcast-tool";
     const std::string directory = TransferTest::MakeTempDir("rtptool");
     const std::string wideband = directory + "/16k.wav";
-    CChildProcess sox;
-    ASSERT_TRUE(sox.Start({"/usr/bin/sox", "-n", "-r", "16000", "-c", "1", "-b", "16", wideband, "synth", "1",
-                           "sine", "1000"}));
-    ASSERT_EQ(sox.Wait(30s), 0);
-    auto run = [&](const std::vector<std::string>& args, std::string& output) {
-        CChildProcess process;
-        std::vector<std::string> argv = {tool};
-        argv.insert(argv.end(), args.begin(), args.end());
-        if (!process.Start(argv, true)) {
-            return -1;
-        }
-        std::string line;
-        while (process.ReadLine(line, 10s)) {
-            output += line + "\n";
-        }
-        return process.Wait(10s);
+    ASSERT_TRUE(TransferTest::RunTool({"/usr/bin/sox", "-n", "-r", "16000", "-c", "1", "-b", "16", wideband,
+                                       "synth", "1", "sine", "1000"}));
+    struct Case {
+        std::vector<std::string> args;
+        int exitCode;
+        const char* said;
     };
-    std::string output;
-    EXPECT_EQ(run({"rtp-send", "--to", "127.0.0.1:9", "--wav", wideband}, output), 1);
-    EXPECT_NE(output.find("8000 Hz is needed"), std::string::npos) << output;
-    output.clear();
-    EXPECT_EQ(run({"rtp-send", "--to", "nowhere", "--tone", "1000"}, output), 2) << "HOST:PORT is required";
-    output.clear();
-    EXPECT_EQ(run({"rtp-recv", "--port", "0", "--bind", "127.0.0.1", "--wait", "1"}, output), 1);
-    EXPECT_NE(output.find("nothing arrived"), std::string::npos) << output;
-    output.clear();
-    EXPECT_EQ(run({"no-such-command"}, output), 2);
-    EXPECT_NE(output.find("rtp-send"), std::string::npos) << "the usage lists the commands";
+    const Case cases[] = {
+        {{"rtp-send", "--to", "127.0.0.1:9", "--wav", wideband}, 1, "8000 Hz is needed"},
+        {{"rtp-send", "--to", "nowhere", "--tone", "1000"}, 2, ""},  // HOST:PORT is required
+        {{"rtp-recv", "--port", "0", "--bind", "127.0.0.1", "--wait", "1"}, 1, "nothing arrived"},
+        {{"no-such-command"}, 2, "rtp-send"},  // the usage lists the commands
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.args.front() + " " + c.args.back());
+        std::vector<std::string> argv = {tool};
+        argv.insert(argv.end(), c.args.begin(), c.args.end());
+        const BcastTest::ProcessResult result = BcastTest::RunProcess(argv, 10000);
+        EXPECT_EQ(result.exitCode, c.exitCode) << result.output;
+        EXPECT_NE(result.output.find(c.said), std::string::npos) << result.output;
+    }
 }

@@ -13,7 +13,6 @@
 
 #include "BroadCastPlugin/logical/VoiceTransfer/SDK/SDKTransfer.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/VoiceTransferManager.h"
-#include "ChildProcess.h"
 #include "RtspServerPeer.h"
 #include "framework/base/ErrorCode.h"
 #include "framework/base/FormatLog.h"
@@ -38,10 +37,8 @@ const char* kMp3Body =
 /// One second of a 1 kHz tone in G.711 u-law, made by sox.
 std::string MuLawTone(const std::string& directory, double seconds = 1.0) {
     const std::string path = directory + "/tone.ul";
-    CChildProcess sox;
-    if (!sox.Start({"/usr/bin/sox", "-n", "-t", "ul", "-r", "8000", "-c", "1", path, "synth",
-                    std::to_string(seconds), "sine", "1000", "vol", "0.5"}) ||
-        sox.Wait(30s) != 0) {
+    if (!RunTool({"/usr/bin/sox", "-n", "-t", "ul", "-r", "8000", "-c", "1", path, "synth",
+                  std::to_string(seconds), "sine", "1000", "vol", "0.5"})) {
         return std::string();
     }
     return ReadFile(path);
@@ -204,11 +201,9 @@ TEST_F(DeviceTest, VoiceTalkStreamsAudioThatTheDeviceRecordsExactly) {
     EXPECT_NEAR(stat.roughFrequency, 1000.0, 50.0);  // sox estimates coarsely (975 for 1 kHz)
 
     // sox decodes the same u-law bytes to the same samples the device recorded.
-    CChildProcess sox;
     const std::string reference = directory + "/reference.wav";
-    ASSERT_TRUE(sox.Start({"/usr/bin/sox", "-t", "ul", "-r", "8000", "-c", "1", directory + "/tone.ul", "-b",
-                           "16", "-e", "signed-integer", reference}));
-    ASSERT_EQ(sox.Wait(30s), 0);
+    ASSERT_TRUE(RunTool({"/usr/bin/sox", "-t", "ul", "-r", "8000", "-c", "1", directory + "/tone.ul", "-b",
+                         "16", "-e", "signed-integer", reference}));
     EXPECT_TRUE(WavData(recording) == WavData(reference));
     DEVNET_Logout(user);
 }

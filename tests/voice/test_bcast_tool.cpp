@@ -16,10 +16,8 @@ namespace {
 class BcastToolTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        const char* binary = std::getenv("BCAST_BINARY_DIR");
-        ASSERT_NE(binary, nullptr) << "BCAST_BINARY_DIR is set by ctest";
-        tool_ = std::string(binary) + "/bin/bcast-tool";
-        ASSERT_TRUE(HasProgram(tool_)) << tool_ << " is not built";
+        tool_ = Program("bcast-tool");
+        ASSERT_TRUE(HasProgram(tool_)) << tool_ << " is not built (is BCAST_BINARY_DIR set by ctest?)";
     }
     ProcessResult Tool(std::vector<std::string> args) {
         args.insert(args.begin(), tool_);

@@ -1,27 +1,15 @@
 #include "PlatformProcess.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
-extern char** environ;
-
 namespace PlatformTest {
 
 namespace {
-
-std::string Env(const char* name) {
-    const char* value = std::getenv(name);
-    return value != nullptr ? value : "";
-}
 
 std::string LineValue(const std::string& text, const std::string& marker) {
     size_t at = text.find(marker);
@@ -36,22 +24,29 @@ std::string LineValue(const std::string& text, const std::string& marker) {
     return text.substr(start, end - start);
 }
 
+bool HasArgument(const std::vector<std::string>& args, const std::string& name) {
+    for (const std::string& a : args) {
+        if (a == name) {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 std::string SourceDir() {
-    return Env("BCAST_SOURCE_DIR");
+    return BcastTest::SourceDir();
 }
 std::string PlatformBinary() {
-    return Env("BCAST_BINARY_DIR") + "/bin/bcast-platform";
+    return BcastTest::BinaryDir() + "/bin/bcast-platform";
 }
 std::string DemoFixture() {
     return SourceDir() + "/fixtures/demo-site.json";
 }
 
 std::string MakeTempDir(const std::string& tag) {
-    std::string pattern = "/tmp/bcast-" + tag + "-XXXXXX";
-    char* dir = mkdtemp(&pattern[0]);
-    return dir != nullptr ? std::string(dir) : std::string();
+    return BcastTest::MakeKeptDir(tag);
 }
 
 std::string ReadFile(const std::string& path) {
@@ -61,35 +56,19 @@ std::string ReadFile(const std::string& path) {
     return ss.str();
 }
 
-CPlatformProcess::~CPlatformProcess() {
-    if (pid_ > 0) {
-        ::kill(pid_, SIGKILL);
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
-    }
-}
-
 bool CPlatformProcess::Spawn(std::vector<std::string> args) {
     dir_ = MakeTempDir("platform");
     if (dir_.empty()) {
         error_ = "cannot make a scratch directory";
         return false;
     }
-    bool hasSimPorts = false;
-    bool hasSpeakerDir = false;
-    for (const std::string& a : args) {
-        hasSimPorts = hasSimPorts || a == "--sim-ports";
-        hasSpeakerDir = hasSpeakerDir || a == "--speaker-dir";
-    }
     // Suites run side by side: the simulated peers take free ports, not the fixture's fixed ones, and
     // each platform records its speakers in its own scratch directory.
-    if (!hasSimPorts) {
-        args.push_back("--sim-ports");
-        args.push_back("any");
+    if (!HasArgument(args, "--sim-ports")) {
+        args.insert(args.end(), {"--sim-ports", "any"});
     }
-    if (!hasSpeakerDir) {
-        args.push_back("--speaker-dir");
-        args.push_back(dir_ + "/speakers");
+    if (!HasArgument(args, "--speaker-dir")) {
+        args.insert(args.end(), {"--speaker-dir", dir_ + "/speakers"});
     }
     const std::string binary = PlatformBinary();
     if (::access(binary.c_str(), X_OK) != 0) {
@@ -98,42 +77,13 @@ bool CPlatformProcess::Spawn(std::vector<std::string> args) {
     }
     std::vector<std::string> argv = {binary};
     argv.insert(argv.end(), args.begin(), args.end());
-    std::vector<char*> cargv;
-    for (std::string& a : argv) {
-        cargv.push_back(&a[0]);
-    }
-    cargv.push_back(nullptr);
-    const std::string out = dir_ + "/stdout.txt";
-    const std::string err = dir_ + "/stderr.txt";
-    // Opened before the fork: the child only duplicates descriptors and calls async-signal-safe functions.
-    const int outFd = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    const int errFd = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    const pid_t parent = ::getpid();
-    int rc = outFd < 0 || errFd < 0 ? -1 : 0;
-    if (rc == 0) {
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            // A test that dies (a crash, a sanitizer abort) must not leave its platform running: the platform
-            // stops as on SIGTERM, with its object stores.
-            ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-            if (::getppid() != parent) {
-                ::_exit(127);
-            }
-            ::dup2(outFd, 1);
-            ::dup2(errFd, 2);
-            ::execve(binary.c_str(), cargv.data(), environ);
-            ::_exit(127);
-        }
-        rc = pid_ < 0 ? -1 : 0;
-    }
-    if (outFd >= 0) {
-        ::close(outFd);
-    }
-    if (errFd >= 0) {
-        ::close(errFd);
-    }
-    if (rc != 0) {
-        pid_ = -1;
+    BcastTest::CBackgroundProcess::Options options;
+    options.outPath = dir_ + "/stdout.txt";
+    options.errPath = dir_ + "/stderr.txt";
+    // A test that dies (a crash, a sanitizer abort) must not leave its platform running: the platform stops
+    // as on SIGTERM, with its object stores.
+    options.deathSignal = SIGTERM;
+    if (!process_.Start(argv, options)) {
         error_ = "cannot start " + binary;
         return false;
     }
@@ -141,13 +91,8 @@ bool CPlatformProcess::Spawn(std::vector<std::string> args) {
 }
 
 bool CPlatformProcess::Start(std::vector<std::string> args) {
-    bool hasListen = false;
-    for (const std::string& a : args) {
-        hasListen = hasListen || a == "--listen";
-    }
-    if (!hasListen) {
-        args.push_back("--listen");
-        args.push_back("127.0.0.1:0");
+    if (!HasArgument(args, "--listen")) {
+        args.insert(args.end(), {"--listen", "127.0.0.1:0"});
     }
     if (!Spawn(args)) {
         return false;
@@ -162,9 +107,7 @@ bool CPlatformProcess::Start(std::vector<std::string> args) {
             speakerDir_ = LineValue(out, "speakers record to ");
             return true;
         }
-        int status = 0;
-        if (::waitpid(pid_, &status, WNOHANG) == pid_) {
-            pid_ = -1;
+        if (!process_.IsRunning()) {
             error_ = "the platform exited during start-up: " + Stderr();
             return false;
         }
@@ -181,44 +124,27 @@ int CPlatformProcess::RunToExit(std::vector<std::string> args, int timeoutMs) {
     return WaitExit(timeoutMs);
 }
 
+// The platform alone is signalled: it stops its own children (the object stores) as it ends.
 int CPlatformProcess::WaitExit(int timeoutMs) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (pid_ > 0) {
-        int status = 0;
-        pid_t done = ::waitpid(pid_, &status, WNOHANG);
-        if (done == pid_) {
-            pid_ = -1;
-            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        }
-        if (std::chrono::steady_clock::now() > deadline) {
-            ::kill(pid_, SIGKILL);
-            ::waitpid(pid_, &status, 0);
-            pid_ = -1;
-            error_ = "the platform did not end in time and was killed";
-            return -1;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    int code = -1;
+    if (!process_.Wait(timeoutMs, &code)) {
+        process_.Kill(false);
+        error_ = "the platform did not end in time and was killed";
+        return -1;
     }
-    return -1;
+    return code >= 128 ? -1 : code;  // died by a signal
 }
 
 int CPlatformProcess::Stop() {
-    if (pid_ <= 0) {
+    if (process_.Pid() <= 0) {
         return -1;
     }
-    ::kill(pid_, SIGTERM);
+    process_.Signal(SIGTERM, false);
     return WaitExit(20000);
 }
 
 bool CPlatformProcess::Kill() {
-    if (pid_ <= 0) {
-        return false;
-    }
-    ::kill(pid_, SIGKILL);
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-    pid_ = -1;
-    return true;
+    return process_.Kill(false);
 }
 
 std::string CPlatformProcess::Stdout() const {

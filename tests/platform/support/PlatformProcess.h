@@ -1,11 +1,14 @@
 #pragma once
-// Runs the real bcast-platform program for a test: picks free ports (port 0), waits for the addresses it
-// prints, and stops it with SIGTERM, reporting its exit status.
+// Runs the real bcast-platform program for a test (through the shared runner, tests/support/TestProcess.h):
+// picks free ports (port 0), waits for the addresses it prints, and stops it with SIGTERM, reporting its exit
+// status.
 
 #include <sys/types.h>
 
 #include <string>
 #include <vector>
+
+#include "TestProcess.h"
 
 namespace PlatformTest {
 
@@ -20,7 +23,7 @@ std::string ReadFile(const std::string& path);
 class CPlatformProcess {
 public:
     CPlatformProcess() = default;
-    ~CPlatformProcess();
+    ~CPlatformProcess() { Kill(); }
     CPlatformProcess(const CPlatformProcess&) = delete;
     CPlatformProcess& operator=(const CPlatformProcess&) = delete;
 
@@ -47,13 +50,13 @@ public:
     const std::string& Error() const { return error_; }
     std::string Stdout() const;
     std::string Stderr() const;
-    pid_t Pid() const { return pid_; }
+    pid_t Pid() const { return process_.Pid(); }
 
 private:
     bool Spawn(std::vector<std::string> args);
     int WaitExit(int timeoutMs);
 
-    pid_t pid_ = -1;
+    BcastTest::CBackgroundProcess process_;
     std::string dir_;
     std::string restUrl_;
     std::string pushUrl_;
