@@ -392,7 +392,11 @@ TEST_F(ResourceDownloadTest, EachFaultFailsWithItsOwnErrorAndLeavesTheRegistryAs
              R"("Kind":"malformed","Body":"{\"ResponseStatus\":{\"ErrorModule\":0,\"ErrorCode\":0,\"Data\":{\"SecureEncryptType\":7,)"
              R"(\"ElementList\":[{\"ID\":1003}],\"DeviceList\":[{\"ID\":103,\"Password\":\"x\"}]}}}"})",
          "[1][10][3]", "SecureEncryptType 7"},
+        {"an answer later than the short network level's 10 s",
+         "{" + match + R"("Kind":"delay","DelayMs":12000})", "[2][11][28]", ""},
     };
+    NetworkCommunication::NetlibWrapper::SetTimeoutFacotor(
+        NetworkCommunication::NetlibWrapper::kTimeoutShort);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         const int fault = Fault(c.fault);
@@ -408,17 +412,6 @@ TEST_F(ResourceDownloadTest, EachFaultFailsWithItsOwnErrorAndLeavesTheRegistryAs
     }
     // Without faults the same call works.
     EXPECT_TRUE(Download({1003})) << GetLastError().ToString();
-}
-
-TEST_F(ResourceDownloadTest, AnAnswerLaterThanTheNetworkLevelsTimeOutFails) {
-    // The short level: 10 s per request. The platform answers after 12 s.
-    NetworkCommunication::NetlibWrapper::SetTimeoutFacotor(
-        NetworkCommunication::NetlibWrapper::kTimeoutShort);
-    ASSERT_GT(Fault(R"({"Method":"POST","Path":")" + kDownloadPath + R"(","Kind":"delay","DelayMs":12000})"),
-              0);
-    EXPECT_FALSE(Download({1001}));
-    EXPECT_EQ(Numbers(GetLastError()), "[2][11][28]");
-    EXPECT_FALSE(CElementManager::Instance()->FindOtherElementByID(1001));
 }
 
 class OperationLogTest : public LoggedInTest {};
@@ -509,7 +502,7 @@ protected:
     }
 };
 
-TEST_F(AccessWayTest, StorageServersAreReachedByIpOrPathWithKeysDecryptedUnderEitherScheme) {
+TEST_F(AccessWayTest, AccessWaysOfStorageServersUnderEitherSchemeOrTheFailureInThePage) {
     for (int scheme : {1, 0}) {
         SCOPED_TRACE("SecureEncryptType " + std::to_string(scheme));
         UseScheme(scheme);
@@ -535,9 +528,8 @@ TEST_F(AccessWayTest, StorageServersAreReachedByIpOrPathWithKeysDecryptedUnderEi
     EXPECT_EQ(body.get_int_v("/SiteID", -1), 0);
     EXPECT_EQ(body.get_int_v("/DeviceID", -1), 502);
     EXPECT_EQ(body.get_int_v("/DeviceType", -1), 2);
-}
 
-TEST_F(AccessWayTest, FailuresLeaveTheSameErrorInThePageAndAsTheLastError) {
+    SCOPED_TRACE("failures leave the same error in the page and as the last error");
     CCmsDeviceAccessPage page;
     EXPECT_FALSE(Query(999, 2, page));
     EXPECT_EQ(Numbers(page.GetValerror_code()), "[1][30][3]");

@@ -104,7 +104,7 @@ protected:
     }
 };
 
-TEST_F(PushLinkTest, DeliversEachFrameToTheObserversSubscribedToItsTypeOnTheLinkThread) {
+TEST_F(PushLinkTest, DeliversFramesToTheirSubscribersOnTheLinkThreadUntilTheClientLogsOut) {
     CStateRecorder states;
     auto status = Observe("test.status", {3}, {{310001, 0}});
     auto other = Observe("test.other", {7}, {});
@@ -152,6 +152,14 @@ TEST_F(PushLinkTest, DeliversEachFrameToTheObserversSubscribedToItsTypeOnTheLink
         EXPECT_EQ(f.thread, frame.thread);
         EXPECT_NE(f.msgType, 7);
     }
+
+    SCOPED_TRACE("a client logout stops the link and closes the session");
+    EXPECT_TRUE(BusinessCommon::LogoutFromPlatform());
+    EXPECT_EQ(Framework()->GetPushLinkState(), PushLinkState::kStopped);
+    EXPECT_TRUE(WaitUntil([&] { return LinkCount() == 0; }, 10000));
+    EXPECT_EQ(CountRequests("POST", "/DXAPI/Galewing/Platform/V1/Session/Logout"), 1);
+    EXPECT_FALSE(CUserCommonManager::Instance()->IsLogin());
+    EXPECT_FALSE(NetworkCommunication::CNetCommManager::Instance()->GetSession().IsValid());
 }
 
 TEST_F(PushLinkTest, SubscriptionChangesWhileConnectedReachThePlatform) {
@@ -284,19 +292,6 @@ TEST_F(PushLinkTest, APlatformSideLogoutClosesTheLinkWith4410AndItStaysDown) {
     EXPECT_FALSE(CUserCommonManager::Instance()->IsLogin());
     EXPECT_FALSE(NetworkCommunication::CNetCommManager::Instance()->GetSession().IsValid());
     EXPECT_EQ(Framework()->GetPushLinkState(), PushLinkState::kStopped);
-}
-
-TEST_F(PushLinkTest, ClientLogoutStopsTheLinkAndClosesTheSession) {
-    ASSERT_TRUE(Login());
-    ASSERT_TRUE(WaitConnected());
-    ASSERT_EQ(LinkCount(), 1);
-
-    EXPECT_TRUE(BusinessCommon::LogoutFromPlatform());
-    EXPECT_EQ(Framework()->GetPushLinkState(), PushLinkState::kStopped);
-    EXPECT_TRUE(WaitUntil([&] { return LinkCount() == 0; }, 10000));
-    EXPECT_EQ(CountRequests("POST", "/DXAPI/Galewing/Platform/V1/Session/Logout"), 1);
-    EXPECT_FALSE(CUserCommonManager::Instance()->IsLogin());
-    EXPECT_FALSE(NetworkCommunication::CNetCommManager::Instance()->GetSession().IsValid());
 }
 
 TEST_F(PushLinkTest, StopReturnsPromptlyWhileThePlatformIsDead) {

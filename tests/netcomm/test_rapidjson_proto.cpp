@@ -205,37 +205,34 @@ TEST(RapidJsonProto, MemberNamesMayHoldAnyTextButSlashAndBrackets) {
 TEST(RapidJsonProto, ReadersReturnDefaultOnTypeMismatch) {
     CRapidJsonProto doc = parsed(
         R"({"str":"5","int":5,"dbl":5.0,"big":4294967296,"t":true,"one":1,"nul":null,"obj":{},"arr":[1]})");
-    EXPECT_EQ(doc.get_int_v("/str", -1), -1);
-    EXPECT_EQ(doc.get_int_v("/dbl", -1), -1);
-    EXPECT_EQ(doc.get_int_v("/big", -1), -1);
-    EXPECT_EQ(doc.get_int_v("/t", -1), -1);
-    EXPECT_EQ(doc.get_int_v("/nul", -1), -1);
-    EXPECT_EQ(doc.get_int_v("/obj", -1), -1);
-    EXPECT_EQ(doc.get_int_v("/arr", -1), -1);
-    EXPECT_EQ(doc.get_int_v("/int", -1), 5);
-
-    EXPECT_EQ(doc.get_int64_v("/str", -1), -1);
-    EXPECT_EQ(doc.get_int64_v("/dbl", -1), -1);
-    EXPECT_EQ(doc.get_int64_v("/t", -1), -1);
-    EXPECT_EQ(doc.get_int64_v("/big", -1), 4294967296LL);
-
-    EXPECT_EQ(doc.get_double_v("/str", -1.5), -1.5);
-    EXPECT_EQ(doc.get_double_v("/t", -1.5), -1.5);
-    EXPECT_EQ(doc.get_double_v("/nul", -1.5), -1.5);
-    EXPECT_EQ(doc.get_double_v("/dbl", -1.5), 5.0);
-
-    EXPECT_TRUE(doc.get_bool_v("/one", true)) << "1 is not a boolean";
-    EXPECT_FALSE(doc.get_bool_v("/one", false));
-    EXPECT_FALSE(doc.get_bool_v("/str", false));
-    EXPECT_FALSE(doc.get_bool_v("/nul", false));
-    EXPECT_TRUE(doc.get_bool_v("/t", false));
-
-    EXPECT_EQ(doc.get_v("/int", "d"), "d");
-    EXPECT_EQ(doc.get_v("/dbl", "d"), "d");
-    EXPECT_EQ(doc.get_v("/t", "d"), "d");
-    EXPECT_EQ(doc.get_v("/nul", "d"), "d");
-    EXPECT_EQ(doc.get_v("/obj", "d"), "d");
-    EXPECT_EQ(doc.get_v("/str", "d"), "5");
+    // Per node: what each reader gives with the defaults -1, -1, -1.5, false and "d" (1 is not a boolean).
+    struct Row {
+        const char* path;
+        int asInt;
+        int64_t asInt64;
+        double asDouble;
+        bool asBool;
+        const char* asText;
+    };
+    for (const Row& r : std::vector<Row>{
+             {"/str", -1, -1, -1.5, false, "5"},
+             {"/int", 5, 5, 5.0, false, "d"},
+             {"/dbl", -1, -1, 5.0, false, "d"},
+             {"/big", -1, 4294967296LL, 4294967296.0, false, "d"},
+             {"/t", -1, -1, -1.5, true, "d"},
+             {"/one", 1, 1, 1.0, false, "d"},
+             {"/nul", -1, -1, -1.5, false, "d"},
+             {"/obj", -1, -1, -1.5, false, "d"},
+             {"/arr", -1, -1, -1.5, false, "d"},
+         }) {
+        SCOPED_TRACE(r.path);
+        EXPECT_EQ(doc.get_int_v(r.path, -1), r.asInt);
+        EXPECT_EQ(doc.get_int64_v(r.path, -1), r.asInt64);
+        EXPECT_EQ(doc.get_double_v(r.path, -1.5), r.asDouble);
+        EXPECT_EQ(doc.get_bool_v(r.path, false), r.asBool);
+        EXPECT_EQ(doc.get_v(r.path, "d"), r.asText);
+    }
+    EXPECT_TRUE(doc.get_bool_v("/one", true)) << "1 is not a boolean: the default comes back";
 }
 
 TEST(RapidJsonProto, IntegerRangeEdges) {
@@ -340,13 +337,10 @@ TEST(RapidJsonProto, SetDoubleRefusesNonFiniteValues) {
 
 TEST(RapidJsonProto, GetCntCountsArrayElementsOnly) {
     CRapidJsonProto doc = parsed(R"({"arr":[1,2,3],"empty":[],"obj":{"a":1,"b":2},"s":"abc","n":null})");
-    EXPECT_EQ(doc.get_cnt("/arr"), 3);
-    EXPECT_EQ(doc.get_cnt("/empty"), 0);
-    EXPECT_EQ(doc.get_cnt("/obj"), 0);
-    EXPECT_EQ(doc.get_cnt("/s"), 0);
-    EXPECT_EQ(doc.get_cnt("/n"), 0);
-    EXPECT_EQ(doc.get_cnt("/missing"), 0);
-    EXPECT_EQ(doc.get_cnt("/"), 0);
+    for (const auto& [path, count] : std::vector<std::pair<const char*, int>>{
+             {"/arr", 3}, {"/empty", 0}, {"/obj", 0}, {"/s", 0}, {"/n", 0}, {"/missing", 0}, {"/", 0}}) {
+        EXPECT_EQ(doc.get_cnt(path), count) << path;
+    }
     EXPECT_EQ(parsed("[[1,2],3,4,5]").get_cnt("/"), 4);
 }
 

@@ -10,14 +10,6 @@
 
 using namespace PlatformTest;
 
-namespace {
-
-std::string Fault(const std::string& json) {
-    return json;
-}
-
-}  // namespace
-
 using ControlTest = PlatformFixture;
 
 TEST_F(ControlTest, InjectedFaultsShapeTheAnswerOfOnePathUntilUsedUpOrReset) {
@@ -96,18 +88,16 @@ TEST_F(ControlTest, InjectedFaultsShapeTheAnswerOfOnePathUntilUsedUpOrReset) {
     EXPECT_STREQ((*entries)[entries->Size() - 2]["Fault"].GetString(), "http");
     EXPECT_EQ((*entries)[entries->Size() - 2]["Status"].GetInt(), 500);
 
-    for (const std::string& bad :
-         {Fault(R"({"Path":"x","Kind":"error","ErrorCode":1})"), Fault(R"({"Path":"/a","Kind":"boom"})"),
-          Fault(R"({"Path":"/a","Kind":"error"})"), Fault(R"({"Path":"/a","Kind":"delay"})"),
-          Fault(R"({"Path":"/a","Kind":"http","HttpStatus":99})"),
-          Fault(R"({"Path":"/_control/reset","Kind":"empty"})"),
-          Fault(R"({"Path":"/a","Kind":"empty","Count":0})")}) {
+    for (const char* bad :
+         {R"({"Path":"x","Kind":"error","ErrorCode":1})", R"({"Path":"/a","Kind":"boom"})",
+          R"({"Path":"/a","Kind":"error"})", R"({"Path":"/a","Kind":"delay"})",
+          R"({"Path":"/a","Kind":"http","HttpStatus":99})", R"({"Path":"/_control/reset","Kind":"empty"})",
+          R"({"Path":"/a","Kind":"empty","Count":0})"}) {
         RestReply r = Control("POST", "/fault", bad);
         EXPECT_EQ(r.ErrorCode(), 2) << bad << " -> " << r.body;
     }
-}
 
-TEST_F(ControlTest, FaultsApplyToLoginAndUnauthenticatedCallsToo) {
+    SCOPED_TRACE("faults apply to the login and other calls without a session too");
     ASSERT_EQ(Control("POST", "/fault",
                       R"({"Path":"/DXAPI/Galewing/Platform/V1/Session/Login","Kind":"http",)"
                       R"("HttpStatus":500,"Count":1})")

@@ -5,7 +5,6 @@
 
 #include <set>
 
-#include "framework/business/secret/SecretCipher.h"
 #include "support/PlatformFixture.h"
 
 using namespace PlatformTest;
@@ -23,15 +22,6 @@ std::vector<int> Ids(const RestReply& reply, const char* arrayPointer, const cha
         ids.push_back(it != item.MemberEnd() && it->value.IsInt() ? it->value.GetInt() : -999);
     }
     return ids;
-}
-
-std::string Decrypt(const std::string& sessionKey, int type, const std::string& text) {
-    BusinessCommon::CSecretCipher cipher(sessionKey);
-    std::string plain;
-    if (!cipher.DecryptByType(type, text, plain)) {
-        return "<not decryptable>";
-    }
-    return plain;
 }
 
 }  // namespace
@@ -63,21 +53,15 @@ TEST_F(RestTest, PartitionsAndTerminalsUseTheMisspelledKeysAndReadGetBodies) {
         Get(terminals, R"({"BroadcastTerminalsListRequest":{"SearchCriteria":{"AllPartition":true}}})");
     const char* kList = "/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal";
     EXPECT_EQ(Ids(list, kList, "ID"), (std::vector<int>{1001, 1002, 1003, 1004, 1005, 1006, 1007}));
-    EXPECT_EQ(list.Str("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/1/BaseInfo/Name"),
-              "Corridor");
-    EXPECT_EQ(list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/1/BaseInfo/"
-                       "BroadcastPartitionIDList/1"),
-              3);
-    EXPECT_EQ(list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/0/Config/Volume"), 70);
-    EXPECT_EQ(
-        list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/1/Config/PeerTaskHandling"),
-        1);
-    EXPECT_EQ(list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/3/Config/AudioCount"),
-              2);
-    EXPECT_EQ(list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/6/TerminalStatus"), 0);
-    EXPECT_EQ(list.Int("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/0/Area/AreaID"), 10);
-    EXPECT_EQ(list.Str("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/0/Area/AreaName"),
-              "Ground floor");
+    ExpectFields(list, std::string(kList) + "/",
+                 {{"1/BaseInfo/Name", "Corridor"},
+                  {"1/BaseInfo/BroadcastPartitionIDList/1", 3},
+                  {"0/Config/Volume", 70},
+                  {"1/Config/PeerTaskHandling", 1},
+                  {"3/Config/AudioCount", 2},
+                  {"6/TerminalStatus", 0},
+                  {"0/Area/AreaID", 10},
+                  {"0/Area/AreaName", "Ground floor"}});
     EXPECT_FALSE(
         list.Has("/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal/6/BaseInfo/"
                  "BroadcastPartitionIDList"))
@@ -130,12 +114,11 @@ TEST_F(RestTest, MediaDirectoriesFormATreeAndFilesUseLowerCaseKeys) {
         Post(directories, R"({"FileDirectoryRequest":{"SearchCriteria":{"ParentFileDirectoryID":-1,)"
                           R"("FileDirectoryName":"","DepthTraversal":1}}})");
     EXPECT_EQ(Ids(tree, kDirs, "ID"), (std::vector<int>{1, 2, 3, 5, 4})) << "the whole tree in pre-order";
-    EXPECT_EQ(tree.Int("/ResponseStatus/Data/FileDirectoryList/FileDirectory/2/BaseInfo/ParentID"), 2);
-    EXPECT_EQ(tree.Str("/ResponseStatus/Data/FileDirectoryList/FileDirectory/2/BaseInfo/Name"), "Daily");
-    EXPECT_EQ(
-        tree.Int("/ResponseStatus/Data/FileDirectoryList/FileDirectory/1/BaseInfo/IsHaveChildDirectory"), 1);
-    EXPECT_EQ(
-        tree.Int("/ResponseStatus/Data/FileDirectoryList/FileDirectory/0/BaseInfo/IsHaveChildDirectory"), 0);
+    ExpectFields(tree, std::string(kDirs) + "/",
+                 {{"2/BaseInfo/ParentID", 2},
+                  {"2/BaseInfo/Name", "Daily"},
+                  {"1/BaseInfo/IsHaveChildDirectory", 1},
+                  {"0/BaseInfo/IsHaveChildDirectory", 0}});
     RestReply children =
         Post(directories, R"({"FileDirectoryRequest":{"SearchCriteria":{"ParentFileDirectoryID":2}}})");
     EXPECT_EQ(Ids(children, kDirs, "ID"), (std::vector<int>{3, 4})) << "direct children only";
@@ -148,29 +131,26 @@ TEST_F(RestTest, MediaDirectoriesFormATreeAndFilesUseLowerCaseKeys) {
     RestReply daily = Post(files, R"({"MediaFilesListRequest":{"SearchCriteria":{"MediaFileDirectoryID":3,)"
                                   R"("MediaFileName":""},"PageIndex":-1}})");
     EXPECT_EQ(Ids(daily, kFiles, "ID"), (std::vector<int>{2, 3}));
-    EXPECT_EQ(daily.Str("/ResponseStatus/Data/MediaFileList/MediaFile/0/Name"), "opening");
-    EXPECT_EQ(daily.Str("/ResponseStatus/Data/MediaFileList/MediaFile/0/format"), "mp3");
+    const std::string first = std::string(kFiles) + "/0/";
+    ExpectFields(daily, first,
+                 {{"Name", "opening"}, {"format", "mp3"}, {"StorageType", "localStorage"}, {"ParentID", 3}});
     // Size and duration are those of the stored object (test_platform_storage checks them by downloading).
-    EXPECT_GT(daily.Int("/ResponseStatus/Data/MediaFileList/MediaFile/0/size"), 10);
-    EXPECT_GE(daily.Int("/ResponseStatus/Data/MediaFileList/MediaFile/0/duration"), 3);
-    EXPECT_LE(daily.Int("/ResponseStatus/Data/MediaFileList/MediaFile/0/duration"), 8);
-    EXPECT_EQ(daily.Str("/ResponseStatus/Data/MediaFileList/MediaFile/0/StorageType"), "localStorage");
-    EXPECT_EQ(daily.Int("/ResponseStatus/Data/MediaFileList/MediaFile/0/ParentID"), 3);
+    EXPECT_GT(daily.Int((first + "size").c_str()), 10);
+    EXPECT_GE(daily.Int((first + "duration").c_str()), 3);
+    EXPECT_LE(daily.Int((first + "duration").c_str()), 8);
     EXPECT_FALSE(daily.Has("/ResponseStatus/Data/MediaFileList/MediaFile/0/Format"));
     RestReply named = Post(files, R"({"MediaFilesListRequest":{"SearchCriteria":{"MediaFileDirectoryID":-1,)"
                                   R"("MediaFileName":"EVAC"},"PageIndex":-1}})");
     EXPECT_EQ(Ids(named, kFiles, "ID"), (std::vector<int>{4}));
-    EXPECT_EQ(named.Str("/ResponseStatus/Data/MediaFileList/MediaFile/0/StorageType"), "pStorage");
-    EXPECT_EQ(named.Int("/ResponseStatus/Data/MediaFileList/MediaFile/0/StorageServerID"), 501);
+    ExpectFields(named, first, {{"StorageType", "pStorage"}, {"StorageServerID", 501}});
     RestReply page2 = Post(files, R"({"MediaFilesListRequest":{"SearchCriteria":{"MediaFileDirectoryID":-1},)"
                                   R"("PageIndex":2,"PageSize":2}})");
     EXPECT_EQ(Ids(page2, kFiles, "ID"), (std::vector<int>{3, 4}));
     EXPECT_EQ(page2.Int("/ResponseStatus/Data/TotalCount"), 5);
 
     RestReply one = Post(Plugin("/MediaManagement/MediaFile/1"));
-    EXPECT_EQ(one.Str("/ResponseStatus/Data/materialInfo/Name"), "bell");
-    EXPECT_EQ(one.Str("/ResponseStatus/Data/materialInfo/format"), "wav");
-    EXPECT_EQ(one.Int("/ResponseStatus/Data/materialInfo/duration"), 2);
+    ExpectFields(one, "/ResponseStatus/Data/materialInfo/",
+                 {{"Name", "bell"}, {"format", "wav"}, {"duration", 2}});
     const int storePort = Get(PlatformV1("/Storage/LocalCloudStorageConfig"))
                               .Int("/ResponseStatus/Data/StorageConfig/ObjectDownloadPort");
     EXPECT_EQ(one.Str("/ResponseStatus/Data/materialInfo/StoreUrl"),
@@ -184,33 +164,31 @@ TEST_F(RestTest, MediaDirectoriesFormATreeAndFilesUseLowerCaseKeys) {
 
 TEST_F(RestTest, BaseConfigLanguagesAndStorageCarryEveryKey) {
     RestReply config = Get(Plugin("/BaseConfig"));
-    const std::string base = "/ResponseStatus/Data/BaseConfig/";
-    auto at = [&base](const char* key) { return base + key; };
-    EXPECT_EQ(config.Str(at("AudioCompressionType").c_str()), "G711_u");
-    const rapidjson::Value* record = config.Node(at("RealTimeBroadcastRecord/Record").c_str());
-    ASSERT_NE(record, nullptr);
-    EXPECT_TRUE(record->IsBool() && record->GetBool());
-    EXPECT_EQ(config.Str(at("RealTimeBroadcastRecord/RecordStorageType").c_str()), "pStorage");
-    EXPECT_EQ(config.Int(at("RealTimeBroadcastRecord/RecordStorageServerID").c_str()), 501);
-    EXPECT_EQ(config.Str(at("RealTimeBroadcastRecord/RecordPoolID").c_str()), "pool-records");
-    EXPECT_EQ(config.Str(at("StorageServerInfo/StorageType").c_str()), "localStorage");
-    EXPECT_EQ(config.Int(at("StorageServerInfo/StorageServerID").c_str()), 0);
-    EXPECT_EQ(config.Str(at("StorageServerInfo/PoolID").c_str()), "broadcast");
-    EXPECT_EQ(config.Int(at("BroadcastMode").c_str()), 2);
-    EXPECT_EQ(config.Str(at("SamplingRate").c_str()), "8000");
-    EXPECT_EQ(config.Str(at("BitRate").c_str()), "64");
-    EXPECT_TRUE(config.Node(at("IsPromptToneActivated").c_str())->GetBool());
-    EXPECT_EQ(config.Int(at("PromptToneMediaID").c_str()), 1);
-    EXPECT_EQ(config.Int(at("PromptToneDuration").c_str()), 2);
-    EXPECT_FALSE(config.Node(at("IsTTSDelayedPlayActivated").c_str())->GetBool());
-    EXPECT_FALSE(config.Node(at("IsMediaDelayedPlayActivated").c_str())->GetBool());
-    EXPECT_EQ(config.Int(at("TTSPlayDelayedTime").c_str()), 0);
+    ExpectFields(config, "/ResponseStatus/Data/BaseConfig/",
+                 {{"AudioCompressionType", "G711_u"},
+                  {"RealTimeBroadcastRecord/Record", true},
+                  {"RealTimeBroadcastRecord/RecordStorageType", "pStorage"},
+                  {"RealTimeBroadcastRecord/RecordStorageServerID", 501},
+                  {"RealTimeBroadcastRecord/RecordPoolID", "pool-records"},
+                  {"StorageServerInfo/StorageType", "localStorage"},
+                  {"StorageServerInfo/StorageServerID", 0},
+                  {"StorageServerInfo/PoolID", "broadcast"},
+                  {"BroadcastMode", 2},
+                  {"SamplingRate", "8000"},
+                  {"BitRate", "64"},
+                  {"IsPromptToneActivated", true},
+                  {"PromptToneMediaID", 1},
+                  {"PromptToneDuration", 2},
+                  {"IsTTSDelayedPlayActivated", false},
+                  {"IsMediaDelayedPlayActivated", false},
+                  {"TTSPlayDelayedTime", 0}});
 
     RestReply german = Get(Plugin("/GetLanguage"), R"({"LogInLanguage":"de_DE"})");
     EXPECT_EQ(Ids(german, "/ResponseStatus/Data/SupportLanguage", "LanguageKey").size(), 3u);
-    EXPECT_EQ(german.Str("/ResponseStatus/Data/SupportLanguage/1/LanguageKey"), "zh-CN");
-    EXPECT_EQ(german.Str("/ResponseStatus/Data/DisplayLanguageKey"), "de-DE");
-    EXPECT_EQ(german.Str("/ResponseStatus/Data/DisplayLanguageValue"), "Deutsch");
+    ExpectFields(german, "/ResponseStatus/Data/",
+                 {{"SupportLanguage/1/LanguageKey", "zh-CN"},
+                  {"DisplayLanguageKey", "de-DE"},
+                  {"DisplayLanguageValue", "Deutsch"}});
     RestReply other = Get(Plugin("/GetLanguage"), R"({"LogInLanguage":"fr_FR"})");
     EXPECT_EQ(other.Str("/ResponseStatus/Data/DisplayLanguageKey"), "en-US")
         << "unknown languages show the first";
@@ -218,18 +196,19 @@ TEST_F(RestTest, BaseConfigLanguagesAndStorageCarryEveryKey) {
     RestReply storage = Get(PlatformV1("/Storage/LocalCloudStorageConfig"));
     const std::string s = "/ResponseStatus/Data/StorageConfig/";
     auto key = [&s](const char* k) { return s + k; };
-    EXPECT_EQ(storage.Int(key("EnableHttps").c_str()), 0);
-    EXPECT_EQ(storage.Int(key("EnableWan").c_str()), 1);
-    EXPECT_EQ(storage.Int(key("SecureEncryptType").c_str()), 1);
-    EXPECT_EQ(storage.Str(key("ServerIp").c_str()), "127.0.0.1");
-    EXPECT_EQ(storage.Str(key("WanServerIp").c_str()), "203.0.113.10");
+    ExpectFields(storage, s,
+                 {{"EnableHttps", 0},
+                  {"EnableWan", 1},
+                  {"SecureEncryptType", 1},
+                  {"ServerIp", "127.0.0.1"},
+                  {"WanServerIp", "203.0.113.10"},
+                  {"HttpsWanObjectDownloadPort", 28656},
+                  {"PoolName", "broadcast"}});
     for (const char* port : {"ObjectUploadPort", "ObjectDownloadPort", "WanObjectUploadPort",
                              "WanObjectDownloadPort", "HttpsObjectUploadPort", "HttpsObjectDownloadPort",
                              "HttpsWanObjectUploadPort", "HttpsWanObjectDownloadPort"}) {
         EXPECT_GT(storage.Int(key(port).c_str()), 0) << port;
     }
-    EXPECT_EQ(storage.Int(key("HttpsWanObjectDownloadPort").c_str()), 28656);
-    EXPECT_EQ(storage.Str(key("PoolName").c_str()), "broadcast");
     const std::string accessKey = storage.Str(key("AccessKey").c_str());
     EXPECT_NE(accessKey, "BCASTDEMOACCESSKEY01") << "keys travel encrypted";
     EXPECT_EQ(Decrypt(sessionKey_, 1, accessKey), "BCASTDEMOACCESSKEY01");
@@ -237,65 +216,50 @@ TEST_F(RestTest, BaseConfigLanguagesAndStorageCarryEveryKey) {
     EXPECT_EQ(Decrypt("another session's key", 1, accessKey), "<not decryptable>");
 
     RestReply disks = Get("/DXAPI/Galewing/Platform/V0/SAM/Status/RecordServerDisk/501");
-    EXPECT_EQ(disks.Int("/ResponseStatus/Data/HDDList/Count"), 3);
-    EXPECT_EQ(disks.Int("/ResponseStatus/Data/HDDList/HDD/1/PoolType"), 4);
-    EXPECT_EQ(disks.Str("/ResponseStatus/Data/HDDList/HDD/1/PoolName"), "pool-records");
+    ExpectFields(disks, "/ResponseStatus/Data/HDDList/",
+                 {{"Count", 3}, {"HDD/1/PoolType", 4}, {"HDD/1/PoolName", "pool-records"}});
     EXPECT_EQ(Get("/DXAPI/Galewing/Platform/V0/SAM/Status/RecordServerDisk/999").ErrorCode(), 3);
 }
 
-TEST_F(RestTest, DeviceAccessWayServesStorageServersWithEncryptedKeys) {
+// The answers for servers 501 and 502 under both schemes are read through the framework's client in
+// tests/clientnet (AccessWayTest), and test_platform_storage downloads with what 501's answer gives; here
+// the port of the store that runs, the third access type and the refusals.
+TEST_F(RestTest, DeviceAccessWayGivesTheRunningStoreAndRefusesWhatItCannotServe) {
     const std::string path = PlatformV1("/DeviceAccessWay");
     RestReply direct = Post(path, R"({"SiteID":0,"DeviceID":501,"DeviceType":2})");
     ASSERT_EQ(direct.ErrorCode(), 0) << direct.Describe();
-    EXPECT_EQ(direct.Int("/ResponseStatus/Data/ErrorCode"), 0);
-    EXPECT_EQ(direct.Int("/ResponseStatus/Data/AccessType"), 0);
-    EXPECT_EQ(direct.Str("/ResponseStatus/Data/ProtocolType"), "http");
-    EXPECT_EQ(direct.Str("/ResponseStatus/Data/DeviceIP"), "127.0.0.1");
-    const int objectPort = direct.Int("/ResponseStatus/Data/ObjectPort");
-    EXPECT_GT(objectPort, 0);
-    EXPECT_NE(objectPort, 18657) << "the port of the store that runs for it (free ports in tests)";
-    const int type = direct.Int("/ResponseStatus/Data/SecureEncryptType");
-    EXPECT_EQ(Decrypt(sessionKey_, type, direct.Str("/ResponseStatus/Data/AccessKey")),
-              "RECORDSERVERKEY0501");
-    EXPECT_EQ(Decrypt(sessionKey_, type, direct.Str("/ResponseStatus/Data/SecretKey")), "record/Secret/501");
-
-    RestReply byPath = Post(path, R"({"SiteID":0,"DeviceID":502,"DeviceType":2})");
-    EXPECT_EQ(byPath.Int("/ResponseStatus/Data/AccessType"), 1);
-    EXPECT_EQ(byPath.Str("/ResponseStatus/Data/ProtocolType"), "https");
-    EXPECT_EQ(byPath.Str("/ResponseStatus/Data/AccessPath"), "archive.example.test");
+    EXPECT_EQ(direct.Int("/ResponseStatus/Data/ObjectPort"),
+              Control("GET", "/storage").Int("/ResponseStatus/Data/Stores/1/Port"))
+        << "the port of the store that runs for it (free ports in tests)";
     EXPECT_EQ(
         Post(path, R"({"SiteID":0,"DeviceID":503,"DeviceType":2})").Int("/ResponseStatus/Data/AccessType"),
         2);
-    EXPECT_EQ(Post(path, R"({"SiteID":0,"DeviceID":9,"DeviceType":2})").ErrorCode(), 3);
-    EXPECT_EQ(Post(path, R"({"SiteID":0,"DeviceID":101,"DeviceType":2020})").ErrorCode(), 4);
-    EXPECT_EQ(Post(path, R"({"SiteID":0})").ErrorCode(), 2);
+    const std::vector<std::pair<std::string, int>> refusals = {
+        {R"({"SiteID":0,"DeviceID":9,"DeviceType":2})", 3},
+        {R"({"SiteID":0,"DeviceID":101,"DeviceType":2020})", 4},
+        {R"({"SiteID":0})", 2},
+    };
+    for (const auto& [body, code] : refusals) {
+        EXPECT_EQ(Post(path, body).ErrorCode(), code) << body;
+    }
 }
 
-TEST_F(RestTest, ElementDownloadGivesElementsDevicesAndEncryptedPasswords) {
+// Each element's and device's fields, passwords decrypted under both schemes, and the access type of single
+// speakers are read through the framework's clients in tests/clientnet (ResourceDownloadTest,
+// StreamConfigTest); here what the wire alone shows: order, one entry per device, the running encoder's
+// port, the ids not found and the refusals.
+TEST_F(RestTest, ElementDownloadListsEachDeviceOnceWithTheRunningPorts) {
     const std::string path = PlatformV1("/Resource/IncrementalDownload");
     RestReply some = Post(
         path, R"({"SourceType":1027,"ExtraIDs":[1004,1005,4242,1006],"ExtraRequestType":4,"PageIndex":0})");
     ASSERT_EQ(some.ErrorCode(), 0) << some.Describe();
     EXPECT_EQ(Ids(some, "/ResponseStatus/Data/ElementList", "ID"), (std::vector<int>{1004, 1005, 1006}));
-    EXPECT_EQ(some.Str("/ResponseStatus/Data/ElementList/1/Name"), "Gate right");
-    EXPECT_EQ(some.Int("/ResponseStatus/Data/ElementList/1/Channel"), 2);
-    EXPECT_EQ(some.Int("/ResponseStatus/Data/ElementList/1/EncodeDeviceID"), 201);
-    EXPECT_EQ(some.Int("/ResponseStatus/Data/ElementList/1/SourceType"), 1027);
     EXPECT_EQ(Ids(some, "/ResponseStatus/Data/DeviceList", "ID"), (std::vector<int>{201, 301}))
         << "one entry per device";
-    EXPECT_EQ(some.Int("/ResponseStatus/Data/DeviceList/0/DeviceType"), 2001);
-    EXPECT_EQ(some.Int("/ResponseStatus/Data/DeviceList/0/AccessProtocol"), 1);
-    EXPECT_EQ(some.Int("/ResponseStatus/Data/DeviceList/1/AccessProtocol"), 23);
-    EXPECT_EQ(some.Str("/ResponseStatus/Data/DeviceList/0/IP"), "127.0.0.1");
     // The simulated encoder listens where the platform says it does (a free port in tests).
     EXPECT_EQ(some.Int("/ResponseStatus/Data/DeviceList/0/Port"),
               Control("GET", "/devices").Int("/ResponseStatus/Data/Devices/1/Port"));
     EXPECT_EQ(Control("GET", "/devices").Int("/ResponseStatus/Data/Devices/1/DeviceID"), 201);
-    EXPECT_EQ(some.Str("/ResponseStatus/Data/DeviceList/0/UserName"), "admin");
-    EXPECT_EQ(Decrypt(sessionKey_, some.Int("/ResponseStatus/Data/SecureEncryptType"),
-                      some.Str("/ResponseStatus/Data/DeviceList/0/Password")),
-              "Gate#Encoder1");
-    EXPECT_EQ(some.Str("/ResponseStatus/Data/DeviceList/1/Password"), "") << "no password stays empty";
     EXPECT_EQ(some.Int("/ResponseStatus/Data/NotFoundIDList/0"), 4242);
 
     RestReply all = Post(path, R"({"SourceType":1027})");
@@ -304,8 +268,6 @@ TEST_F(RestTest, ElementDownloadGivesElementsDevicesAndEncryptedPasswords) {
     EXPECT_EQ(Post(path, R"({"SourceType":1,"ExtraIDs":[1001]})").ErrorCode(), 4);
     EXPECT_EQ(Post(path, R"({"SourceType":1027,"ExtraIDs":"1001"})").ErrorCode(), 2);
 
-    RestReply type = Get(PlatformV1("/StreamConfig/IPSpeakerAccessType/101"));
-    EXPECT_EQ(type.Int("/ResponseStatus/Data/StreamAccessType"), 2);
     std::set<int> seen;
     RestReply types = Get(PlatformV1("/StreamConfig/IPSpeakerAccessTypes"));
     for (int v : Ids(types, "/ResponseStatus/Data/AccessTypeList", "StreamAccessType")) {

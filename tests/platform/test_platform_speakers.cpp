@@ -19,17 +19,6 @@ namespace {
 constexpr double kToneHz = 1000.0;
 constexpr double kTalkSeconds = 2.0;
 constexpr std::size_t kFrameBytes = 320;  // 40 ms of G.711, as the client sends it
-
-/// The recording holds `seconds` of a `hz` sine, give or take `slack` seconds.
-void ExpectTone(const std::vector<int16_t>& recording, double hz, double seconds, double slack,
-                const std::string& what) {
-    const std::vector<int16_t> sound = BcastTest::TrimSilence(recording);
-    EXPECT_NEAR(static_cast<double>(sound.size()) / 8000.0, seconds, slack) << what;
-    const std::vector<int16_t> middle = BcastTest::Middle(sound, 8000);
-    EXPECT_NEAR(BcastTest::DominantFrequency(middle, 8000), hz, 5.0) << what;
-    EXPECT_GT(BcastTest::SineSnrDb(middle, 8000, hz), 25.0) << what;
-}
-
 }  // namespace
 
 class SpeakerTransportTest : public SpeakerFixture {

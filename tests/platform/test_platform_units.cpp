@@ -226,13 +226,6 @@ TEST(PlatformOptions, CommandLineReadsEveryFlagAndRefusesBadValues) {
     PlatformOptions version;
     ASSERT_TRUE(ParseCommandLine({"--version"}, version, error)) << error;
     EXPECT_TRUE(version.version);
-    const std::string usage = UsageText();
-    for (const char* flag :
-         {"--fixture", "--listen", "--push-port", "--tls-cert", "--tls-key", "--log-level", "--request-log",
-          "--threads", "--no-control", "--speaker-dir", "--sim-ports", "--no-peers", "--object-store",
-          "--storage-dir", "--node", "--object-store-script", "--version", "exit codes"}) {
-        EXPECT_NE(usage.find(flag), std::string::npos) << flag;
-    }
 }
 
 TEST(Router, MatchesLiteralSegmentsAndIntegerCapturesAndTellsWrongMethodsApart) {
@@ -258,7 +251,7 @@ TEST(Router, MatchesLiteralSegmentsAndIntegerCapturesAndTellsWrongMethodsApart) 
     EXPECT_EQ(router.Find("GET", "/a/b", route, captures), CRouter::Match::kFound);
 }
 
-TEST(HandlerParsers, IdListsBearerTokensAndGuids) {
+TEST(HandlerParsers, IdListsAndBearerTokens) {
     std::vector<int> ids;
     ASSERT_TRUE(ParseIdList("1001, 1002,1003", ids));
     EXPECT_EQ(ids, (std::vector<int>{1001, 1002, 1003}));
@@ -272,13 +265,6 @@ TEST(HandlerParsers, IdListsBearerTokensAndGuids) {
     EXPECT_EQ(BearerToken("Basic abc"), "");
     EXPECT_EQ(BearerToken("Bearer "), "");
     EXPECT_EQ(BearerToken(""), "");
-    const std::string a = NewGuid();
-    const std::string b = NewGuid();
-    EXPECT_EQ(a.size(), 36u);
-    EXPECT_EQ(a[14], '4') << "version 4";
-    EXPECT_NE(a, b);
-    EXPECT_TRUE(ContainsNoCase("Main Building", "BUILD"));
-    EXPECT_FALSE(ContainsNoCase("Main", "park"));
 }
 
 TEST(FaultInjector, MatchesByMethodAndPathPrefixAndCountsUses) {

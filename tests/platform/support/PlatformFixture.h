@@ -5,10 +5,12 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "PlatformProcess.h"
 #include "RestClient.h"
+#include "framework/business/secret/SecretCipher.h"
 
 namespace PlatformTest {
 
@@ -54,6 +56,41 @@ protected:
     std::string sessionKey_;
     std::string pushUrl_;
 };
+
+/// A text encrypted for the session under scheme `type`, in plain; "<not decryptable>" when refused.
+inline std::string Decrypt(const std::string& sessionKey, int type, const std::string& text) {
+    BusinessCommon::CSecretCipher cipher(sessionKey);
+    std::string plain;
+    return cipher.DecryptByType(type, text, plain) ? plain : "<not decryptable>";
+}
+
+/// One expected value of an answer: a number, a text or a boolean at a pointer below a common prefix.
+struct Field {
+    Field(std::string k, int v) : key(std::move(k)), kind('i'), number(v) {}
+    Field(std::string k, const char* v) : key(std::move(k)), kind('s'), text(v) {}
+    Field(std::string k, bool v) : key(std::move(k)), kind('b'), flag(v) {}
+    std::string key;
+    char kind;
+    int number = 0;
+    std::string text;
+    bool flag = false;
+};
+
+/// Checks each field at `prefix` + its key, naming the pointer of every mismatch.
+inline void ExpectFields(const RestReply& reply, const std::string& prefix,
+                         const std::vector<Field>& fields) {
+    for (const Field& f : fields) {
+        const std::string at = prefix + f.key;
+        if (f.kind == 'i') {
+            EXPECT_EQ(reply.Int(at.c_str()), f.number) << at;
+        } else if (f.kind == 's') {
+            EXPECT_EQ(reply.Str(at.c_str()), f.text) << at;
+        } else {
+            const rapidjson::Value* v = reply.Node(at.c_str());
+            EXPECT_TRUE(v != nullptr && v->IsBool() && v->GetBool() == f.flag) << at << " is not " << f.flag;
+        }
+    }
+}
 
 /// Path prefixes.
 inline std::string Plugin(const std::string& tail) {

@@ -13,7 +13,6 @@
 #include "AudioCheck.h"
 #include "PlatformFixture.h"
 #include "PushClient.h"
-#include "framework/business/secret/SecretCipher.h"
 
 namespace PlatformTest {
 
@@ -55,9 +54,7 @@ protected:
     }
 
     std::string Decrypt(int type, const std::string& text) {
-        BusinessCommon::CSecretCipher cipher(sessionKey_);
-        std::string plain;
-        return cipher.DecryptByType(type, text, plain) ? plain : "<not decryptable>";
+        return PlatformTest::Decrypt(sessionKey_, type, text);
     }
 
     /// Asks the addresses of `ids` (one request entry); the entries of the answer, in order.
@@ -179,6 +176,16 @@ protected:
         std::vector<int16_t> samples = BcastTest::DecodeWithSox(WavPath(elementId), 8000, {}, &error);
         EXPECT_TRUE(error.empty()) << WavPath(elementId) << ": " << error;
         return samples;
+    }
+
+    /// The recording holds `seconds` of a `hz` sine, give or take `slack` seconds.
+    static void ExpectTone(const std::vector<int16_t>& recording, double hz, double seconds, double slack,
+                           const std::string& what) {
+        const std::vector<int16_t> sound = BcastTest::TrimSilence(recording);
+        EXPECT_NEAR(static_cast<double>(sound.size()) / 8000.0, seconds, slack) << what;
+        const std::vector<int16_t> middle = BcastTest::Middle(sound, 8000);
+        EXPECT_NEAR(BcastTest::DominantFrequency(middle, 8000), hz, 5.0) << what;
+        EXPECT_GT(BcastTest::SineSnrDb(middle, 8000, hz), 25.0) << what;
     }
 
     /// Keeps the push link's event loop turning while a sender blocks this thread.
