@@ -4,7 +4,8 @@
 #include <atomic>
 #include <functional>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastLog.h"
+#include "BroadCastPlugin/BroadcastNames.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/logical/DataProcess/SpeakerDataManagers.h"
 #include "BroadCastPlugin/logical/ProtocalFactory/ProtocalFactory.h"

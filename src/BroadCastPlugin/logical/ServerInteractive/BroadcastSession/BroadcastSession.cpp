@@ -5,7 +5,8 @@
 #include <functional>
 #include <map>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastCodes.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "framework/base/FileSystem.h"
 #include "framework/business/BusinessCommon.h"
 #include "framework/business/UserCommonManager.h"
