@@ -2,7 +2,7 @@
 
 #include "BroadCastPlugin/BroadCastPluginExports.h"
 #include "BroadCastPlugin/BroadCastPluginManager.h"
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastNames.h"
 
 #include <type_traits>
 

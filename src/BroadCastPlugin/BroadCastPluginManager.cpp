@@ -7,7 +7,9 @@
 
 #include <mutex>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastLog.h"
+#include "BroadCastPlugin/BroadcastNames.h"
+#include "BroadCastPlugin/BroadcastUi.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/controller/PublishAPI/PublishAPIManager.h"
 #include "BroadCastPlugin/controller/WebBroadcastController/WebPageBridge.h"

@@ -21,7 +21,7 @@
 #include "support/QtWait.h"
 #include "tool/audio/AudioCompare.h"
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastCodes.h"
 #include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"
 #include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSession.h"
 #include "framework/media/devnet/CurlHandles.h"

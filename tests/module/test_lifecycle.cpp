@@ -4,7 +4,8 @@
 #include <QWidget>
 
 #include "BroadCastPlugin/BroadCastPluginManager.h"
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastNames.h"
+#include "BroadCastPlugin/BroadcastUi.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/controller/PublishAPI/PublishAPIManager.h"
 #include "BroadCastPlugin/ui/BroadCastWgtManager.h"

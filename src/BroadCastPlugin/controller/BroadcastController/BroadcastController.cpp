@@ -2,7 +2,8 @@
 
 #include <cstdlib>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastLog.h"
+#include "BroadCastPlugin/BroadcastNames.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastTasks.h"
 #include "BroadCastPlugin/logical/DataProcess/SpeakerDataManagers.h"
 #include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"

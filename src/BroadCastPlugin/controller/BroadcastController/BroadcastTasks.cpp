@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/logical/DataProcess/SpeakerDataManagers.h"
 #include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"
 #include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"

@@ -4,7 +4,8 @@
 #include <atomic>
 #include <functional>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastLog.h"
+#include "BroadCastPlugin/BroadcastNames.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/logical/DataProcess/SpeakerDataManagers.h"
 #include "BroadCastPlugin/logical/ProtocalFactory/ProtocalFactory.h"
@@ -45,6 +46,18 @@ const MethodEntry kMethods[] = {
 ErrorCode InvalidRequest() {
     return ErrorCode(Tal::Base::Error::kSubSystemClient, Tal::Base::Error::kModuleFramework,
                      Tal::Base::Error::kCodeInvalidInput);
+}
+
+// Answers a request that `run` parses and acts on: the result of the thread's last error, "invalid request"
+// when `run` fails. `run` logs its own failures, so that each line carries the handler's name.
+bool AnswerRequest(std::string& response, const std::function<bool()>& run) {
+    SetLastError(ErrorCode());
+    const bool ok = run();
+    if (!ok) {
+        SetLastError(InvalidRequest());
+    }
+    response = CProtocalFactory::BuildResultResponse(GetLastError());
+    return ok;
 }
 
 }  // namespace
@@ -151,40 +164,34 @@ bool CPublishAPIManager::StartIPSpeakerBroadcast(const std::string& request, std
 
 bool CPublishAPIManager::StartTTSBroadcast(const std::string& request, std::string& response) {
     BCAST_LOG(3, "[%s]Receive tts broadcast request: %s[%s(%d)]", request.c_str());
-    SetLastError(ErrorCode());
-    TTSRequestParam tts;
-    bool ok = false;
-    if (!CProtocalFactory::ParseStartTTSJson(request, tts)) {
-        BCAST_LOG(5, "[%s]Parse request failed.[%s(%d)]");
-        SetLastError(InvalidRequest());
-    } else {
-        ok = CBroadcastController::Instance()->AsyncTTSPlay(tts);
-        if (!ok) {
-            BCAST_LOG(5, "[%s]AsyncTTSPlay failed.[%s(%d)]");
-            SetLastError(InvalidRequest());
+    return AnswerRequest(response, [&] {
+        TTSRequestParam tts;
+        if (!CProtocalFactory::ParseStartTTSJson(request, tts)) {
+            BCAST_LOG(5, "[%s]Parse request failed.[%s(%d)]");
+            return false;
         }
-    }
-    response = CProtocalFactory::BuildResultResponse(GetLastError());
-    return ok;
+        if (!CBroadcastController::Instance()->AsyncTTSPlay(tts)) {
+            BCAST_LOG(5, "[%s]AsyncTTSPlay failed.[%s(%d)]");
+            return false;
+        }
+        return true;
+    });
 }
 
 bool CPublishAPIManager::StartDeviceBroadcast(const std::string& request, std::string& response) {
     BCAST_LOG(3, "[%s]Receive device broadcast request: %s[%s(%d)]", request.c_str());
-    SetLastError(ErrorCode());
-    DeviceBroadcastRequest device;
-    bool ok = false;
-    if (!CProtocalFactory::ParseStartDeviceBroadcastJson(request, device)) {
-        BCAST_LOG(5, "[%s]Parse request failed.[%s(%d)]");
-        SetLastError(InvalidRequest());
-    } else {
-        ok = CBroadcastController::Instance()->AsyncStartDeviceBroadcast(device.deviceIDs, device.type);
-        if (!ok) {
-            BCAST_LOG(5, "[%s]AsyncStartDeviceBroadcast failed.[%s(%d)]");
-            SetLastError(InvalidRequest());
+    return AnswerRequest(response, [&] {
+        DeviceBroadcastRequest device;
+        if (!CProtocalFactory::ParseStartDeviceBroadcastJson(request, device)) {
+            BCAST_LOG(5, "[%s]Parse request failed.[%s(%d)]");
+            return false;
         }
-    }
-    response = CProtocalFactory::BuildResultResponse(GetLastError());
-    return ok;
+        if (!CBroadcastController::Instance()->AsyncStartDeviceBroadcast(device.deviceIDs, device.type)) {
+            BCAST_LOG(5, "[%s]AsyncStartDeviceBroadcast failed.[%s(%d)]");
+            return false;
+        }
+        return true;
+    });
 }
 
 bool CPublishAPIManager::StopDeviceBroadcast(const std::string& /*request*/, std::string& response) {
@@ -197,15 +204,14 @@ bool CPublishAPIManager::StopDeviceBroadcast(const std::string& /*request*/, std
 
 bool CPublishAPIManager::UploadRecordFile(const std::string& request, std::string& response) {
     BCAST_LOG(3, "[%s]Receive upload record file request: %s.[%s(%d)]", request.c_str());
-    SetLastError(ErrorCode());
-    RecordTaskParam record;
-    bool ok = false;
-    if (!CProtocalFactory::ParseUploadRecordFileJson(request, record)) {
-        BCAST_LOG(5, "[%s]Parse upload record file json failed. json: %s[%s(%d)]", request.c_str());
-        SetLastError(InvalidRequest());
-    } else {
+    return AnswerRequest(response, [&] {
+        RecordTaskParam record;
+        if (!CProtocalFactory::ParseUploadRecordFileJson(request, record)) {
+            BCAST_LOG(5, "[%s]Parse upload record file json failed. json: %s[%s(%d)]", request.c_str());
+            return false;
+        }
         // The result goes to the registered plugins from the main thread, where notifications are sent.
-        ok = CBroadcastController::Instance()->AsyncUploadRecordFile(
+        const bool started = CBroadcastController::Instance()->AsyncUploadRecordFile(
             record, [this, record](bool, ErrorCode error) {
                 QMetaObject::invokeMethod(
                     this,
@@ -214,13 +220,11 @@ bool CPublishAPIManager::UploadRecordFile(const std::string& request, std::strin
                     },
                     Qt::QueuedConnection);
             });
-        if (!ok) {
+        if (!started) {
             BCAST_LOG(5, "[%s]Upload record file failed.[%s(%d)]");
-            SetLastError(InvalidRequest());
         }
-    }
-    response = CProtocalFactory::BuildResultResponse(GetLastError());
-    return ok;
+        return started;
+    });
 }
 
 bool CPublishAPIManager::GetTaskRunState(const std::string& /*request*/, std::string& response) {
@@ -236,14 +240,13 @@ bool CPublishAPIManager::GetTaskRunState(const std::string& /*request*/, std::st
 
 bool CPublishAPIManager::StopBroadcast(const std::string& /*request*/, std::string& response) {
     BCAST_LOG(3, "[%s]Receive stop broadcast request.[%s(%d)]");
-    SetLastError(ErrorCode());
-    const bool ok = CBroadcastController::Instance()->AsyncStopBroadcast(nullptr);
-    if (!ok) {
-        BCAST_LOG(5, "[%s]AsyncStopBroadcast failed.[%s(%d)]");
-        SetLastError(InvalidRequest());
-    }
-    response = CProtocalFactory::BuildResultResponse(GetLastError());
-    return ok;
+    return AnswerRequest(response, [] {
+        const bool stopping = CBroadcastController::Instance()->AsyncStopBroadcast(nullptr);
+        if (!stopping) {
+            BCAST_LOG(5, "[%s]AsyncStopBroadcast failed.[%s(%d)]");
+        }
+        return stopping;
+    });
 }
 
 bool CPublishAPIManager::GetBroadcastConfig(const std::string& /*request*/, std::string& response) {
@@ -254,17 +257,17 @@ bool CPublishAPIManager::GetBroadcastConfig(const std::string& /*request*/, std:
 
 bool CPublishAPIManager::RegisterMessageCallback(const std::string& request, std::string& response) {
     BCAST_LOG(3, "[%s]Receive register message request: %s.[%s(%d)]", request.c_str());
-    SetLastError(ErrorCode());
-    bool isRegister = false;
-    std::string pluginID;
-    bool ok = false;
-    if (request.empty()) {
-        BCAST_LOG(5, "[%s]INPUT PARAMETERS ERROR[%s(%d)]");
-        SetLastError(InvalidRequest());
-    } else if (!CProtocalFactory::ParseRegisterMessageRequest(request, isRegister, pluginID)) {
-        BCAST_LOG(5, "[%s]Parse message failed.[%s(%d)]");
-        SetLastError(InvalidRequest());
-    } else {
+    return AnswerRequest(response, [&] {
+        bool isRegister = false;
+        std::string pluginID;
+        if (request.empty()) {
+            BCAST_LOG(5, "[%s]INPUT PARAMETERS ERROR[%s(%d)]");
+            return false;
+        }
+        if (!CProtocalFactory::ParseRegisterMessageRequest(request, isRegister, pluginID)) {
+            BCAST_LOG(5, "[%s]Parse message failed.[%s(%d)]");
+            return false;
+        }
         std::lock_guard<std::mutex> lock(mutex_);
         auto it = std::find(listeners_.begin(), listeners_.end(), pluginID);
         // A repeated registration keeps one entry; an unregistration of an unknown id is harmless.
@@ -273,10 +276,8 @@ bool CPublishAPIManager::RegisterMessageCallback(const std::string& request, std
         } else if (!isRegister && it != listeners_.end()) {
             listeners_.erase(it);
         }
-        ok = true;
-    }
-    response = CProtocalFactory::BuildResultResponse(GetLastError());
-    return ok;
+        return true;
+    });
 }
 
 bool CPublishAPIManager::GetAllTerminals(const std::string& /*request*/, std::string& response) {

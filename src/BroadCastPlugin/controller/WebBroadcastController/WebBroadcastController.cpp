@@ -1,6 +1,6 @@
 #include "BroadCastPlugin/controller/WebBroadcastController/WebBroadcastController.h"
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/logical/ProtocalFactory/ProtocalFactory.h"
 
@@ -8,9 +8,13 @@ namespace BroadCastPlugin {
 
 CWebBroadcastController::CWebBroadcastController(QObject* parent) : QObject(parent) {}
 
-CWebBroadcastController::~CWebBroadcastController() { Unit(); }
+CWebBroadcastController::~CWebBroadcastController() {
+    Unit();
+}
 
-bool CWebBroadcastController::GlobalInit() { return CBroadcastController::Instance()->Init(); }
+bool CWebBroadcastController::GlobalInit() {
+    return CBroadcastController::Instance()->Init();
+}
 
 bool CWebBroadcastController::GlobalUninit() {
     if (CBroadcastController* controller = CBroadcastController::InstanceIfExists()) {
@@ -125,7 +129,7 @@ bool CWebBroadcastController::DownloadMediaFile(const std::string& json) {
         return false;
     }
     if (!CBroadcastController::Instance()->AsyncDownloadFileToLocal(static_cast<ResourceManager::ID>(fileID),
-                                                                     this)) {
+                                                                    this)) {
         BCAST_LOG(5, "[%s]AsyncDownloadFileToLocal failed.[%s(%d)]");
         return false;
     }
@@ -210,10 +214,12 @@ void CWebBroadcastController::OnSignalDownloadFileToLocal(unsigned int id, Tal::
         BCAST_LOG(5, "[%s]Get media file failed. id: %d[%s(%d)]", static_cast<int>(id));
         file = MediaFile();
     }
-    NotifyMessage(CProtocalFactory::BuildDownloadShoutFileFinished(static_cast<int32_t>(id), file.LocalPath, error), 0);
+    NotifyMessage(
+        CProtocalFactory::BuildDownloadShoutFileFinished(static_cast<int32_t>(id), file.LocalPath, error), 0);
 }
 
-void CWebBroadcastController::OnSignalListenBroadcast(unsigned int id, Tal::Base::Error::ErrorCode error, void* user) {
+void CWebBroadcastController::OnSignalListenBroadcast(unsigned int id, Tal::Base::Error::ErrorCode error,
+                                                      void* user) {
     if (!IsMine(user)) {
         return;
     }

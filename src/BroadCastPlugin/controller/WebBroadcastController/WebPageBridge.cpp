@@ -4,7 +4,7 @@
 #include <QPointer>
 #include <QThread>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/controller/WebBroadcastController/WebBroadcastController.h"
 #include "BroadCastPlugin/controller/WebBroadcastController/WebRecordPage.h"
 #include "framework/business/PluginCommManager.h"

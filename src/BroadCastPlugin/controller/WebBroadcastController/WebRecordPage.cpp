@@ -10,7 +10,8 @@
 #include <set>
 #include <vector>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastLog.h"
+#include "BroadCastPlugin/BroadcastUi.h"
 #include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"
 #include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSession.h"
 #include "framework/base/ErrorCode.h"

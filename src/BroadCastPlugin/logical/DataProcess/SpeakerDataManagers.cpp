@@ -1,6 +1,6 @@
 #include "BroadCastPlugin/logical/DataProcess/SpeakerDataManagers.h"
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSession.h"
 #include "framework/base/Singleton.h"
 #include "framework/business/BusinessCommon.h"

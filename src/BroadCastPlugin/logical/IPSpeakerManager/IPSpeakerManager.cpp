@@ -2,7 +2,8 @@
 
 #include <ctime>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastCodes.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/logical/DataProcess/SpeakerDataManagers.h"
 #include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSession.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceCapture/VoiceCapture.h"

@@ -4,7 +4,8 @@
 #include <ctime>
 #include <set>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastCodes.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/logical/DataProcess/SpeakerDataManagers.h"
 #include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"
 #include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"

@@ -4,7 +4,7 @@
 #include <climits>
 #include <cstdlib>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "framework/errortext/ErrorCodeTrans.h"
 #include "framework/netcomm/RapidJsonProto.h"
 

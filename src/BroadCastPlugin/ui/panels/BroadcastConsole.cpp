@@ -14,7 +14,7 @@
 #include <QTreeView>
 #include <QVBoxLayout>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastUi.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/ui/panels/SpeakerPicker.h"
 #include "BroadCastPlugin/ui/panels/tabs/DeviceTab.h"

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <set>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastUi.h"
 #include "BroadCastPlugin/ui/panels/tabs/DeviceTab.h"
 #include "BroadCastPlugin/ui/panels/tabs/FileTab.h"
 #include "BroadCastPlugin/ui/panels/tabs/ListenTab.h"

@@ -8,7 +8,7 @@
 
 #include <cstring>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastUi.h"
 
 namespace BroadCastPlugin {
 

@@ -8,6 +8,10 @@
 
 #include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSessionTypes.h"
 
+namespace NetworkCommunication {
+class CRapidJsonProto;
+}
+
 namespace BroadCastPlugin {
 
 class CBroadcastSession {
@@ -29,7 +33,8 @@ public:
                                     std::vector<BroadcastRecordEntry>& records,
                                     int32_t* totalCount = nullptr);
     static bool NotifyServerBroadcastStatus(int32_t status, const std::string& resourceGuid,
-                                            const std::vector<std::string>& resourceIDs, const ErrorCode& error);
+                                            const std::vector<std::string>& resourceIDs,
+                                            const ErrorCode& error);
     /// True when at least one speaker started; the speakers that did not are in `errors` either way.
     static bool StartBroadcastByTTS(const TTSRequestParam& request, std::vector<TTSResponseError>& errors);
     static bool GetBroadCastTTSLanuage(const std::string& loginLanguage, TTSLanguageInfo& languages);
@@ -38,9 +43,13 @@ public:
     static bool StopPromptVoice(const std::vector<std::string>& resourceGuids);
 };
 
-/// Decodes a "CommonUrlList" answer: status into `error`, addresses appended to `urls`; device login data is
-/// handed to the device registry.
+/// Decodes a "CommonUrlList" answer: status into `error`, addresses appended to `urls`.
 bool ParseBroadUrlRawData(ErrorCode& error, std::vector<BroadcastUrlInfo>& urls, const std::string& rawData);
+/// Appends the addresses of an answer whose status was checked.
+void ParseBroadUrlRawData(const NetworkCommunication::CRapidJsonProto& response,
+                          std::vector<BroadcastUrlInfo>& urls);
+/// Hands the device login data of the addresses (resources with a device id) to the device registry.
+void UpdateDeviceLogins(const std::vector<BroadcastUrlInfo>& urls);
 /// Sets the method and address of `info` from the address prefix ("[sms:...]" or "[sdk:...]").
 void ParseBroadcastUrl(const std::string& url, BroadcastUrlInfo& info, bool isVersion1);
 /// "AdaptiveNetWork" of an access type: 0, 2, 3 and 20 as they are, 4 and anything else 0.

@@ -10,6 +10,10 @@
 
 namespace BroadCastPlugin {
 
+/// Values of the records' storage types: the platform's "localStorage" and "pStorage".
+constexpr int32_t kStorageTypeLocal = 0;
+constexpr int32_t kStorageTypeServer = 1;
+
 struct BroadcastPartition {
     int32_t ID = -1;
     std::string Name;
@@ -137,7 +141,12 @@ struct BroadcastUrlResource {
 };
 
 /// Voice-talk methods of a broadcast address.
-enum BroadcastMethod { kMethodUnknown = -1, kMethodStreaming = 1, kMethodDeviceSdk = 2, kMethodStreamingV1 = 7 };
+enum BroadcastMethod {
+    kMethodUnknown = -1,
+    kMethodStreaming = 1,
+    kMethodDeviceSdk = 2,
+    kMethodStreamingV1 = 7
+};
 
 /// One decoded broadcast address.
 struct BroadcastUrlInfo {

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "framework/base/Singleton.h"
 #include "framework/business/BusinessCommon.h"
 #include "framework/netcomm/RapidJsonProto.h"

@@ -3,9 +3,9 @@
 #include <climits>
 #include <cstring>
 
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/ScopedFile.h"
 #include "framework/base/FileSystem.h"
-#include "framework/base/FormatLog.h"
 
 namespace BroadCastPlugin {
 
@@ -37,7 +37,7 @@ void WavHeader::Fill(const WavAudioInfo& info, int64_t fileSize) {
 int CheckAudioFileType(const std::string& path) {
     CScopedFile file(path, FS::kOpenRead);
     if (!file.IsOpen()) {
-        TAL_LOG(5, "Broadcast", "[%s]infile open error. file path: %s[%s(%d)]", path.c_str());
+        BCAST_LOG(5, "[%s]infile open error. file path: %s[%s(%d)]", path.c_str());
         return AudioFileUnknown;
     }
     uint8_t head[12] = {};  // a shorter file is tested on what was read, the rest stays zero
@@ -64,7 +64,7 @@ int GetID3V2HeaderLength(int file) {
     uint8_t header[kID3V2HeaderSize] = {};
     uint32_t read = 0;
     if (!FS::ReadFile(file, header, sizeof(header), &read) || read < sizeof(header)) {
-        TAL_LOG(5, "Broadcast", "[%s]Read file failed.[%s(%d)]");
+        BCAST_LOG(5, "[%s]Read file failed.[%s(%d)]");
         return 0;
     }
     if (std::memcmp(header, "ID3", 3) != 0) {
@@ -79,12 +79,12 @@ int GetID3V2HeaderLength(int file) {
 bool CheckID3V1(int file) {
     FS::FileInfo info;
     if (!FS::FileStat(file, &info)) {
-        TAL_LOG(5, "Broadcast", "[%s]Get file info failed.[%s(%d)]");
+        BCAST_LOG(5, "[%s]Get file info failed.[%s(%d)]");
         return false;
     }
     if (info.size <= kID3V1Size) {
-        TAL_LOG(4, "Broadcast", "[%s]File size[%d] is less than 128, do not need to check id3v1.[%s(%d)]",
-                static_cast<int>(info.size));
+        BCAST_LOG(4, "[%s]File size[%d] is less than 128, do not need to check id3v1.[%s(%d)]",
+                  static_cast<int>(info.size));
         return false;
     }
     bool found = false;
@@ -92,9 +92,9 @@ bool CheckID3V1(int file) {
     uint32_t read = 0;
     if (!FS::FileSeek(file, info.size - kID3V1Size, FS::kSeekBegin) ||
         !FS::ReadFile(file, tag, sizeof(tag), &read) || read < sizeof(tag)) {
-        TAL_LOG(5, "Broadcast", "[%s]Read file failed, file size:%d.[%s(%d)]", static_cast<int>(info.size));
+        BCAST_LOG(5, "[%s]Read file failed, file size:%d.[%s(%d)]", static_cast<int>(info.size));
     } else if (tag[0] == 'T' && tag[1] == 'A' && tag[2] == 'G') {
-        TAL_LOG(4, "Broadcast", "[%s]Has found this file has tag label, this is id3v1 file.[%s(%d)]");
+        BCAST_LOG(4, "[%s]Has found this file has tag label, this is id3v1 file.[%s(%d)]");
         found = true;
     }
     FS::FileSeek(file, 0, FS::kSeekBegin);
@@ -110,7 +110,7 @@ bool WriteWavHeader(int file, const WavAudioInfo& info) {
         ok = FS::WriteFile(file, header.bytes, WavHeader::kSize);
     }
     if (!ok) {
-        TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
+        BCAST_LOG(5, "[%s]Write file failed.[%s(%d)]");
     }
     return ok;
 }
@@ -131,14 +131,14 @@ bool ReadWavHeader(int file, WavHeader* header, uint32_t* bytesRead) {
 int GetWavDuration(const std::string& path) {
     CScopedFile file(path, FS::kOpenRead);
     if (!file.IsOpen()) {
-        TAL_LOG(5, "Broadcast", "[%s]Read audio file failed. file name: [%s][%s(%d)]", path.c_str());
+        BCAST_LOG(5, "[%s]Read audio file failed. file name: [%s][%s(%d)]", path.c_str());
         return 0;
     }
     WavHeader header;
     uint32_t read = 0;
     if (!ReadWavHeader(file.Get(), &header, &read)) {
-        TAL_LOG(5, "Broadcast", "[%s]read wav file header failed. file name: [%s], read size: %u[%s(%d)]",
-                path.c_str(), read);
+        BCAST_LOG(5, "[%s]read wav file header failed. file name: [%s], read size: %u[%s(%d)]", path.c_str(),
+                  read);
         return 0;
     }
     if (header.ByteRate() == 0) {

@@ -8,10 +8,12 @@
 #include <cstring>
 #include <vector>
 
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/AudioFileInspect.h"
+#include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/FileNameChecks.h"
+#include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/PcmFileIO.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/ScopedFile.h"
 #include "framework/base/FileSystem.h"
-#include "framework/base/FormatLog.h"
 #include "framework/business/BusinessCommon.h"
 #include "framework/media/codec/G711Codec.h"
 #include "framework/media/codec/Mp3Decoder.h"
@@ -38,81 +40,21 @@ constexpr int kMaxChannels = 16;
 // The encoders run one at a time in the process: they share the intermediate files.
 std::mutex g_encodeRunning;
 
-bool IsValidUtf8(const std::string& text) {
-    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-    const auto* end = p + text.size();
-    while (p < end) {
-        unsigned char c = *p;
-        int extra = 0;
-        uint32_t code = 0;
-        if (c < 0x80) {
-            ++p;
-            continue;
-        } else if ((c & 0xE0) == 0xC0) {
-            extra = 1;
-            code = c & 0x1F;
-        } else if ((c & 0xF0) == 0xE0) {
-            extra = 2;
-            code = c & 0x0F;
-        } else if ((c & 0xF8) == 0xF0) {
-            extra = 3;
-            code = c & 0x07;
-        } else {
-            return false;
-        }
-        if (end - p <= extra) {
-            return false;
-        }
-        for (int i = 1; i <= extra; ++i) {
-            if ((p[i] & 0xC0) != 0x80) {
-                return false;
-            }
-            code = code << 6 | (p[i] & 0x3F);
-        }
-        // Overlong forms, surrogates and values past U+10FFFF are not UTF-8.
-        static constexpr uint32_t kMinimum[] = {0, 0x80, 0x800, 0x10000};
-        if (code < kMinimum[extra] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) {
-            return false;
-        }
-        p += extra + 1;
+// Logs why a codec did not open; true when it did.
+bool CodecOpened(int result, const char* what) {
+    if (result == MC::kCodecInvalidParam) {
+        BCAST_LOG(5, "[%s]can not get the correct parameter! error code = 0x%x[%s(%d)]", result);
+        return false;
+    }
+    if (result == MC::kCodecNoMemory) {
+        BCAST_LOG(5, "[%s]There is no enough memory![%s(%d)]");
+        return false;
+    }
+    if (result != MC::kCodecOk) {
+        BCAST_LOG(5, "[%s]Create %s failed! error code = 0x%x[%s(%d)]", what, result);
+        return false;
     }
     return true;
-}
-
-// Lower-case extension of the file name, empty when there is none.
-std::string Suffix(const std::string& path) {
-    std::size_t slash = path.find_last_of('/');
-    std::size_t dot = path.find_last_of('.');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) {
-        return "";
-    }
-    std::string suffix = path.substr(dot + 1);
-    std::transform(suffix.begin(), suffix.end(), suffix.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return suffix;
-}
-
-// 16-bit little-endian samples from bytes; `bytes` may be odd, the half sample keeps a zero high byte.
-void BytesToSamples(const uint8_t* bytes, std::size_t samples, int16_t* out) {
-    for (std::size_t i = 0; i < samples; ++i) {
-        out[i] = static_cast<int16_t>(static_cast<uint16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8));
-    }
-}
-
-bool WriteSamples(int file, const int16_t* samples, std::size_t count) {
-    std::vector<uint8_t> bytes(count * 2);
-    for (std::size_t i = 0; i < count; ++i) {
-        auto value = static_cast<uint16_t>(samples[i]);
-        bytes[2 * i] = static_cast<uint8_t>(value & 0xFF);
-        bytes[2 * i + 1] = static_cast<uint8_t>(value >> 8);
-    }
-    return FS::WriteFile(file, bytes.data(), static_cast<uint32_t>(bytes.size()));
-}
-
-// Room for the header, zeros until the header is written: not a WAV file before it is complete.
-bool WriteHeaderGap(int file) {
-    uint8_t gap[WavHeader::kSize] = {};
-    return FS::WriteFile(file, gap, sizeof(gap));
 }
 
 std::string TempDirectory() {
@@ -123,9 +65,8 @@ std::string TempDirectory() {
                     std::to_string(static_cast<unsigned>(::getuid())) + "/";
         static std::once_flag warned;
         std::call_once(warned, [&directory] {
-            TAL_LOG(4, "Broadcast",
-                    "[%s]Client data path is empty, intermediate audio files go to %s.[%s(%d)]",
-                    directory.c_str());
+            BCAST_LOG(4, "[%s]Client data path is empty, intermediate audio files go to %s.[%s(%d)]",
+                      directory.c_str());
         });
     }
     FS::MakeFullDir(directory);
@@ -175,32 +116,30 @@ void CVoiceFileEncode::StopEncode() {
 bool CVoiceFileEncode::StartEncode(const std::string& path, int type) {
     std::unique_lock<std::mutex> running(g_encodeRunning, std::try_to_lock);
     if (!running.owns_lock()) {
-        TAL_LOG(5, "Broadcast", "[%s]Another file is being encoded, cannot encode %s now.[%s(%d)]",
-                path.c_str());
+        BCAST_LOG(5, "[%s]Another file is being encoded, cannot encode %s now.[%s(%d)]", path.c_str());
         return false;
     }
     stopFlag_.store(false);
     ReportState(EncodePrepare);
-    TAL_LOG(3, "Broadcast", "[%s]Start encode file: %s, convert to audio type: %d[%s(%d)]", path.c_str(),
-            type);
+    BCAST_LOG(3, "[%s]Start encode file: %s, convert to audio type: %d[%s(%d)]", path.c_str(), type);
     if (!IsValidUtf8(path)) {
-        TAL_LOG(5, "Broadcast", "[%s]Input param is not utf-8 format. file name:%s.[%s(%d)]", path.c_str());
+        BCAST_LOG(5, "[%s]Input param is not utf-8 format. file name:%s.[%s(%d)]", path.c_str());
         stopFlag_.store(true);
         return false;
     }
     int fileType = CheckAudioFileType(path);
     std::string suffix = Suffix(path);
-    TAL_LOG(3, "Broadcast",
-            "[%s]file suffix is: %s, read file to get file type:%d[0-mp3,1-wav,2-flac,3-unknow].[%s(%d)]",
-            suffix.c_str(), fileType);
+    BCAST_LOG(3,
+              "[%s]file suffix is: %s, read file to get file type:%d[0-mp3,1-wav,2-flac,3-unknow].[%s(%d)]",
+              suffix.c_str(), fileType);
     bool isMp3 = suffix == "mp3";
     bool isWav = suffix == "wav";
     bool result = false;
     if (!isMp3 && !isWav) {
-        TAL_LOG(5, "Broadcast", "[%s]Cannot support this file suffix[%s(%d)]");
+        BCAST_LOG(5, "[%s]Cannot support this file suffix[%s(%d)]");
     } else if (fileType != AudioFileUnknown &&
                ((isMp3 && fileType != AudioFileMP3) || (isWav && fileType != AudioFileWAV))) {
-        TAL_LOG(5, "Broadcast", "[%s]file suffix cannot equal to file type.[%s(%d)]");
+        BCAST_LOG(5, "[%s]file suffix cannot equal to file type.[%s(%d)]");
     } else if (type == kTypeMP3) {
         result = isWav ? EncodeMP3FromWAV(path) : EncodeMP3FromMP3(path);
     } else {
@@ -216,7 +155,7 @@ bool CVoiceFileEncode::EncodeG711FromWAV(const std::string& path) {
     format.sampleRate = kG711Rate;
     int result = encoder.Open(format);
     if (result != MC::kCodecOk) {
-        TAL_LOG(5, "Broadcast", "[%s]get encode param failed, error code = 0x%x[%s(%d)]", result);
+        BCAST_LOG(5, "[%s]get encode param failed, error code = 0x%x[%s(%d)]", result);
         return false;
     }
     const uint32_t inputBytes = static_cast<uint32_t>(encoder.FrameSamples()) * 2;  // 640
@@ -228,16 +167,16 @@ bool CVoiceFileEncode::EncodeG711FromWAV(const std::string& path) {
 
     CScopedFile file(current, FS::kOpenRead);
     if (!file.IsOpen()) {
-        TAL_LOG(5, "Broadcast", "[%s]Read audio file failed. file name: [%s][%s(%d)]", current.c_str());
+        BCAST_LOG(5, "[%s]Read audio file failed. file name: [%s][%s(%d)]", current.c_str());
         return false;
     }
     WavHeader header;
     if (!ReadWavHeader(file.Get(), &header)) {
-        TAL_LOG(5, "Broadcast", "[%s]read wav file header failed. file name: [%s][%s(%d)]", current.c_str());
+        BCAST_LOG(5, "[%s]read wav file header failed. file name: [%s][%s(%d)]", current.c_str());
     } else if (header.BitsPerSample() != 16) {
         // Read as 16-bit samples it would be broadcast as loud noise.
-        TAL_LOG(5, "Broadcast", "[%s]Wav file[%s] is not 16 bits per sample (%d), cannot encode it.[%s(%d)]",
-                current.c_str(), header.BitsPerSample());
+        BCAST_LOG(5, "[%s]Wav file[%s] is not 16 bits per sample (%d), cannot encode it.[%s(%d)]",
+                  current.c_str(), header.BitsPerSample());
         return false;
     }
 
@@ -248,18 +187,18 @@ bool CVoiceFileEncode::EncodeG711FromWAV(const std::string& path) {
     uint32_t read = 0;
     do {
         if (stopFlag_.load()) {
-            TAL_LOG(5, "Broadcast", "[%s]stop encode for outside ...[%s(%d)]");
+            BCAST_LOG(5, "[%s]stop encode for outside ...[%s(%d)]");
             break;
         }
         std::fill(buffer.begin(), buffer.end(), 0);
         if (!FS::ReadFile(file.Get(), buffer.data(), inputBytes, &read)) {
-            TAL_LOG(5, "Broadcast", "[%s]Read file failed.[%s(%d)]");
+            BCAST_LOG(5, "[%s]Read file failed.[%s(%d)]");
         }
         // A short last chunk keeps its zero tail: the frame is padded with silence.
         BytesToSamples(buffer.data(), samples.size(), samples.data());
         result = encoder.Encode(samples.data(), sink);
         if (result != MC::kCodecOk) {
-            TAL_LOG(5, "Broadcast", "[%s]encode 711u failed, error code = %d[%s(%d)]", result);
+            BCAST_LOG(5, "[%s]encode 711u failed, error code = %d[%s(%d)]", result);
             break;
         }
     } while (read >= inputBytes);
@@ -269,8 +208,7 @@ bool CVoiceFileEncode::EncodeG711FromWAV(const std::string& path) {
 bool CVoiceFileEncode::EncodeMP3FromWAV(const std::string& path) {
     const uint32_t channelFrameBytes = MC::CMp3Encoder::kFrameSamples * 2;  // 2304
     if (channelFrameBytes == 0) {
-        TAL_LOG(5, "Broadcast", "[%s]get encode param failed, error code = 0x%x[%s(%d)]",
-                MC::kCodecInvalidParam);
+        BCAST_LOG(5, "[%s]get encode param failed, error code = 0x%x[%s(%d)]", MC::kCodecInvalidParam);
         return false;
     }
 
@@ -278,21 +216,21 @@ bool CVoiceFileEncode::EncodeMP3FromWAV(const std::string& path) {
     if (current.empty()) {
         return false;
     }
-    TAL_LOG(5, "Broadcast", "[%s]RESAMPLE_FILE_out_file_name. file name: [%s][%s(%d)]", current.c_str());
+    BCAST_LOG(5, "[%s]RESAMPLE_FILE_out_file_name. file name: [%s][%s(%d)]", current.c_str());
 
     CScopedFile file(current, FS::kOpenRead);
     if (!file.IsOpen()) {
-        TAL_LOG(5, "Broadcast", "[%s]Read audio file failed. file name: [%s][%s(%d)]", current.c_str());
+        BCAST_LOG(5, "[%s]Read audio file failed. file name: [%s][%s(%d)]", current.c_str());
         return false;
     }
     WavHeader header;
     if (!ReadWavHeader(file.Get(), &header)) {
-        TAL_LOG(5, "Broadcast", "[%s]Read file failed. file name: [%s][%s(%d)]", current.c_str());
+        BCAST_LOG(5, "[%s]Read file failed. file name: [%s][%s(%d)]", current.c_str());
         return false;
     }
     if (header.BitsPerSample() != 16) {
-        TAL_LOG(5, "Broadcast", "[%s]Wav file[%s] is not 16 bits per sample (%d), cannot encode it.[%s(%d)]",
-                current.c_str(), header.BitsPerSample());
+        BCAST_LOG(5, "[%s]Wav file[%s] is not 16 bits per sample (%d), cannot encode it.[%s(%d)]",
+                  current.c_str(), header.BitsPerSample());
         return false;
     }
     MC::AudioFormat format;
@@ -301,26 +239,19 @@ bool CVoiceFileEncode::EncodeMP3FromWAV(const std::string& path) {
     format.bitRate = format.sampleRate <= 24000 ? 160000 : 192000;
     format.quality = 3;
     if (!FS::FileSeek(file.Get(), WavHeader::kSize, FS::kSeekBegin)) {
-        TAL_LOG(5, "Broadcast", "[%s]seek file failed. file name: [%s][%s(%d)]", current.c_str());
+        BCAST_LOG(5, "[%s]seek file failed. file name: [%s][%s(%d)]", current.c_str());
         return false;
     }
     MC::CMp3Encoder encoder;
-    int result = encoder.Open(format);
-    if (result == MC::kCodecInvalidParam) {
-        TAL_LOG(5, "Broadcast", "[%s]can not get the correct parameter! error code = 0x%x[%s(%d)]", result);
+    if (!CodecOpened(encoder.Open(format), "handle")) {
         return false;
     }
-    if (result == MC::kCodecNoMemory) {
-        TAL_LOG(5, "Broadcast", "[%s]There is no enough memory![%s(%d)]");
-        return false;
-    }
-    if (result != MC::kCodecOk) {
-        TAL_LOG(5, "Broadcast", "[%s]Create handle failed! error code = 0x%x[%s(%d)]", result);
-        return false;
-    }
-
     ReportState(EncodeRunning);
-    const uint32_t frameBytes = channelFrameBytes * static_cast<uint32_t>(format.channels);
+    EncodeMp3Frames(encoder, file.Get(), channelFrameBytes * static_cast<uint32_t>(format.channels));
+    return true;
+}
+
+void CVoiceFileEncode::EncodeMp3Frames(MC::CMp3Encoder& encoder, int file, uint32_t frameBytes) {
     std::vector<uint8_t> input(kEncodeBufferBytes);
     std::vector<int16_t> samples(frameBytes / 2);
     auto sink = [this](const uint8_t* data, std::size_t size) { EmitFrame(data, size); };
@@ -328,30 +259,29 @@ bool CVoiceFileEncode::EncodeMP3FromWAV(const std::string& path) {
     uint32_t read = 0;
     do {
         if (stopFlag_.load()) {
-            TAL_LOG(4, "Broadcast", "[%s]stop encode for outside ...[%s(%d)]");
+            BCAST_LOG(4, "[%s]stop encode for outside ...[%s(%d)]");
             complete = false;
             break;
         }
         std::fill(input.begin(), input.end(), 0);
-        if (!FS::ReadFile(file.Get(), input.data(), frameBytes, &read)) {
-            TAL_LOG(5, "Broadcast", "[%s]Read file failed. read count: %ld[%s(%d)]", static_cast<long>(read));
+        if (!FS::ReadFile(file, input.data(), frameBytes, &read)) {
+            BCAST_LOG(5, "[%s]Read file failed. read count: %ld[%s(%d)]", static_cast<long>(read));
         }
         BytesToSamples(input.data(), samples.size(), samples.data());
-        result = encoder.Encode(samples.data(), sink);
+        const int result = encoder.Encode(samples.data(), sink);
         if (result != MC::kCodecOk) {
-            TAL_LOG(5, "Broadcast", "[%s]encode 711u failed, error code = %d[%s(%d)]", result);
+            BCAST_LOG(5, "[%s]encode 711u failed, error code = %d[%s(%d)]", result);
             complete = false;
             break;
         }
     } while (read == frameBytes);
     // The frames the encoder still holds belong to the end of the file.
     if (complete) {
-        result = encoder.Flush(sink);
+        const int result = encoder.Flush(sink);
         if (result != MC::kCodecOk) {
-            TAL_LOG(5, "Broadcast", "[%s]encode 711u failed, error code = %d[%s(%d)]", result);
+            BCAST_LOG(5, "[%s]encode 711u failed, error code = %d[%s(%d)]", result);
         }
     }
-    return true;
 }
 
 std::string CVoiceFileEncode::PrepareWav(const std::string& path, int rate) {
@@ -369,8 +299,7 @@ std::string CVoiceFileEncode::PrepareWav(const std::string& path, int rate) {
     }
     if (resample == StepResult::kFailed) {
         // Going on with the unconverted file would broadcast it at the wrong rate or channel layout.
-        TAL_LOG(5, "Broadcast", "[%s]Prepare wav file failed, stop encoding. file name: [%s][%s(%d)]",
-                path.c_str());
+        BCAST_LOG(5, "[%s]Prepare wav file failed, stop encoding. file name: [%s][%s(%d)]", path.c_str());
         return std::string();
     }
     return current;
@@ -387,15 +316,14 @@ bool CVoiceFileEncode::ReSample(int rate, const std::string& inPath, const std::
 bool CVoiceFileEncode::DecodeMP3ToTempWav(const std::string& path, std::string* wavPath) {
     const std::string raw = TempFilePath(kRawMp3File);
     if (!SaveMP3ToRawAudio(path, raw)) {
-        TAL_LOG(5, "Broadcast",
-                "[%s]Save mp3 file to raw audio file failed. src file: %s, dst file: %s.[%s(%d)]",
-                path.c_str(), raw.c_str());
+        BCAST_LOG(5, "[%s]Save mp3 file to raw audio file failed. src file: %s, dst file: %s.[%s(%d)]",
+                  path.c_str(), raw.c_str());
         return false;
     }
     *wavPath = TempFilePath(kMp3ToWavFile);
     if (!EncodeWavFromMP3(raw, *wavPath)) {
-        TAL_LOG(5, "Broadcast", "[%s]encode mp3 file to wav file failed. src file: %s, dst file: %s.[%s(%d)]",
-                raw.c_str(), wavPath->c_str());
+        BCAST_LOG(5, "[%s]encode mp3 file to wav file failed. src file: %s, dst file: %s.[%s(%d)]",
+                  raw.c_str(), wavPath->c_str());
         return false;
     }
     return true;
@@ -407,8 +335,7 @@ bool CVoiceFileEncode::EncodeG711FromMP3(const std::string& path) {
         return false;
     }
     if (!EncodeG711FromWAV(wav)) {
-        TAL_LOG(5, "Broadcast", "[%s]encode wav file to G711 file failed. src file: %s.[%s(%d)]",
-                wav.c_str());
+        BCAST_LOG(5, "[%s]encode wav file to G711 file failed. src file: %s.[%s(%d)]", wav.c_str());
         return false;
     }
     return true;
@@ -420,7 +347,7 @@ bool CVoiceFileEncode::EncodeMP3FromMP3(const std::string& path) {
         return false;
     }
     if (!EncodeMP3FromWAV(wav)) {
-        TAL_LOG(5, "Broadcast", "[%s]encode wav file to mp3 file failed. src file: %s.[%s(%d)]", wav.c_str());
+        BCAST_LOG(5, "[%s]encode wav file to mp3 file failed. src file: %s.[%s(%d)]", wav.c_str());
         return false;
     }
     return true;
@@ -429,12 +356,12 @@ bool CVoiceFileEncode::EncodeMP3FromMP3(const std::string& path) {
 bool CVoiceFileEncode::SaveMP3ToRawAudio(const std::string& srcPath, const std::string& dstPath) {
     CScopedFile src(srcPath, FS::kOpenRead);
     if (!src.IsOpen()) {
-        TAL_LOG(5, "Broadcast", "[%s]infile open error. file path: %s[%s(%d)]", srcPath.c_str());
+        BCAST_LOG(5, "[%s]infile open error. file path: %s[%s(%d)]", srcPath.c_str());
         return false;
     }
     FS::FileInfo info;
     if (!FS::FileStat(src.Get(), &info)) {
-        TAL_LOG(5, "Broadcast", "[%s]Get file info failed.[%s(%d)]");
+        BCAST_LOG(5, "[%s]Get file info failed.[%s(%d)]");
         return false;
     }
     int skip = GetID3V2HeaderLength(src.Get());
@@ -442,36 +369,36 @@ bool CVoiceFileEncode::SaveMP3ToRawAudio(const std::string& srcPath, const std::
     int64_t end = info.size - (hasID3V1 ? 128 : 0);
     // A tag length past the end (a corrupt or hostile size field) leaves nothing to decode.
     if (skip >= end) {
-        TAL_LOG(5, "Broadcast",
-                "[%s]No audio data after the tags. file: %s, file size: %lld, id3v2 length: %d, id3v1: "
-                "%d[%s(%d)]",
-                srcPath.c_str(), static_cast<long long>(info.size), skip, hasID3V1 ? 1 : 0);
+        BCAST_LOG(5,
+                  "[%s]No audio data after the tags. file: %s, file size: %lld, id3v2 length: %d, id3v1: "
+                  "%d[%s(%d)]",
+                  srcPath.c_str(), static_cast<long long>(info.size), skip, hasID3V1 ? 1 : 0);
         return false;
     }
     if (!FS::FileSeek(src.Get(), skip, FS::kSeekBegin)) {
-        TAL_LOG(5, "Broadcast", "[%s]Read file failed. src file name:%s[%s(%d)]", srcPath.c_str());
+        BCAST_LOG(5, "[%s]Read file failed. src file name:%s[%s(%d)]", srcPath.c_str());
         return false;
     }
     CScopedFile dst(dstPath, FS::kOpenWrite);
     if (!dst.IsOpen()) {
-        TAL_LOG(5, "Broadcast", "[%s]outfile open error. file path: %s[%s(%d)]", dstPath.c_str());
+        BCAST_LOG(5, "[%s]outfile open error. file path: %s[%s(%d)]", dstPath.c_str());
         return false;
     }
     COutputFileGuard output(dstPath);
     std::vector<uint8_t> chunk(kMp3ReadBytes);
     for (int64_t remaining = end - skip; remaining > 0;) {
         if (stopFlag_.load()) {
-            TAL_LOG(5, "Broadcast", "[%s]stop encode for outside ...[%s(%d)]");
+            BCAST_LOG(5, "[%s]stop encode for outside ...[%s(%d)]");
             return false;
         }
         uint32_t wanted = static_cast<uint32_t>(std::min<int64_t>(remaining, kMp3ReadBytes));
         uint32_t read = 0;
         if (!FS::ReadFile(src.Get(), chunk.data(), wanted, &read) || read == 0) {
-            TAL_LOG(5, "Broadcast", "[%s]Read file failed. src file name:%s[%s(%d)]", srcPath.c_str());
+            BCAST_LOG(5, "[%s]Read file failed. src file name:%s[%s(%d)]", srcPath.c_str());
             return false;
         }
         if (!FS::WriteFile(dst.Get(), chunk.data(), read)) {
-            TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
+            BCAST_LOG(5, "[%s]Write file failed.[%s(%d)]");
             return false;
         }
         remaining -= read;
@@ -482,27 +409,17 @@ bool CVoiceFileEncode::SaveMP3ToRawAudio(const std::string& srcPath, const std::
 
 bool CVoiceFileEncode::EncodeWavFromMP3(const std::string& mp3Path, const std::string& wavPath) {
     MC::CMp3Decoder decoder;
-    int result = decoder.Open(MC::AudioFormat());
-    if (result == MC::kCodecInvalidParam) {
-        TAL_LOG(5, "Broadcast", "[%s]can not get the correct parameter! error code = 0x%x[%s(%d)]", result);
-        return false;
-    }
-    if (result == MC::kCodecNoMemory) {
-        TAL_LOG(5, "Broadcast", "[%s]There is no enough memory![%s(%d)]");
-        return false;
-    }
-    if (result != MC::kCodecOk) {
-        TAL_LOG(5, "Broadcast", "[%s]Create encoder failed! error code = 0x%x[%s(%d)]", result);
+    if (!CodecOpened(decoder.Open(MC::AudioFormat()), "encoder")) {
         return false;
     }
     CScopedFile src(mp3Path, FS::kOpenRead);
     if (!src.IsOpen()) {
-        TAL_LOG(5, "Broadcast", "[%s]Read audio file failed. file name: %s[%s(%d)]", mp3Path.c_str());
+        BCAST_LOG(5, "[%s]Read audio file failed. file name: %s[%s(%d)]", mp3Path.c_str());
         return false;
     }
     CScopedFile dst(wavPath, FS::kOpenWrite);
     if (!dst.IsOpen() || !WriteHeaderGap(dst.Get())) {
-        TAL_LOG(5, "Broadcast", "[%s]Write WAV file failed. file name: [%s][%s(%d)]", wavPath.c_str());
+        BCAST_LOG(5, "[%s]Write WAV file failed. file name: [%s][%s(%d)]", wavPath.c_str());
         return false;
     }
     COutputFileGuard output(wavPath);
@@ -512,38 +429,37 @@ bool CVoiceFileEncode::EncodeWavFromMP3(const std::string& mp3Path, const std::s
     uint64_t pcmBytes = 0;
     for (;;) {
         if (stopFlag_.load()) {
-            TAL_LOG(5, "Broadcast", "[%s]stop encode for outside ...[%s(%d)]");
+            BCAST_LOG(5, "[%s]stop encode for outside ...[%s(%d)]");
             return false;
         }
         uint32_t read = 0;
         if (!FS::ReadFile(src.Get(), input.data(), kMp3ReadBytes, &read)) {
-            TAL_LOG(5, "Broadcast", "[%s]Read file failed. src file name:%s[%s(%d)]", mp3Path.c_str());
+            BCAST_LOG(5, "[%s]Read file failed. src file name:%s[%s(%d)]", mp3Path.c_str());
             return false;
         }
         if (read == 0) {
-            TAL_LOG(3, "Broadcast", "[%s]break by dw_read =0[%s(%d)]");
+            BCAST_LOG(3, "[%s]break by dw_read =0[%s(%d)]");
             break;
         }
         pcm.clear();
-        result = decoder.Decode(input.data(), read, &pcm);
+        const int result = decoder.Decode(input.data(), read, &pcm);
         if (!pcm.empty()) {
             if (!WriteSamples(dst.Get(), pcm.data(), pcm.size())) {
-                TAL_LOG(5, "Broadcast", "[%s]Write WAV file failed. file name: [%s][%s(%d)]",
-                        wavPath.c_str());
+                BCAST_LOG(5, "[%s]Write WAV file failed. file name: [%s][%s(%d)]", wavPath.c_str());
                 return false;
             }
             pcmBytes += pcm.size() * 2;
         }
         if (result != MC::kCodecOk) {
             // What was decoded so far is kept: a damaged tail does not spoil the file before it.
-            TAL_LOG(5, "Broadcast", "[%s]Decode mp3 data failed, result: %d (%s, %s).[%s(%d)]", result,
-                    MC::CodecResultText(result), decoder.LibraryErrorText());
+            BCAST_LOG(5, "[%s]Decode mp3 data failed, result: %d (%s, %s).[%s(%d)]", result,
+                      MC::CodecResultText(result), decoder.LibraryErrorText());
             break;
         }
     }
     MC::AudioFormat decoded = decoder.OutputFormat();
     if (pcmBytes == 0 || decoded.sampleRate <= 0) {
-        TAL_LOG(5, "Broadcast", "[%s]No audio decoded from mp3 file: %s[%s(%d)]", mp3Path.c_str());
+        BCAST_LOG(5, "[%s]No audio decoded from mp3 file: %s[%s(%d)]", mp3Path.c_str());
         return false;
     }
     WavAudioInfo info;
@@ -560,29 +476,28 @@ CVoiceFileEncode::StepResult CVoiceFileEncode::ConvertToMono(const std::string& 
                                                              const std::string& outPath) {
     CScopedFile in(inPath, FS::kOpenRead);
     if (!in.IsOpen()) {
-        TAL_LOG(5, "Broadcast", "[%s]Read audio file failed. file name: [%s][%s(%d)]", inPath.c_str());
+        BCAST_LOG(5, "[%s]Read audio file failed. file name: [%s][%s(%d)]", inPath.c_str());
         return StepResult::kKeepInput;
     }
     WavHeader header;
     if (!ReadWavHeader(in.Get(), &header)) {
-        TAL_LOG(5, "Broadcast", "[%s]read wav file header failed. file name: [%s][%s(%d)]", inPath.c_str());
+        BCAST_LOG(5, "[%s]read wav file header failed. file name: [%s][%s(%d)]", inPath.c_str());
         return StepResult::kKeepInput;
     }
     const int channels = header.Channels();
     if (channels < 2) {
-        TAL_LOG(3, "Broadcast",
-                "[%s]File is single source, do not need to convert. file: %s, file channel num: %d[%s(%d)]",
-                inPath.c_str(), channels);
+        BCAST_LOG(3,
+                  "[%s]File is single source, do not need to convert. file: %s, file channel num: %d[%s(%d)]",
+                  inPath.c_str(), channels);
         return StepResult::kKeepInput;
     }
     if (channels > kMaxChannels) {
-        TAL_LOG(5, "Broadcast", "[%s]File channel num %d is not supported. file: %s[%s(%d)]", channels,
-                inPath.c_str());
+        BCAST_LOG(5, "[%s]File channel num %d is not supported. file: %s[%s(%d)]", channels, inPath.c_str());
         return StepResult::kFailed;
     }
     CScopedFile out(outPath, FS::kOpenWrite);
     if (!out.IsOpen() || !WriteHeaderGap(out.Get())) {
-        TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
+        BCAST_LOG(5, "[%s]Write file failed.[%s(%d)]");
         return StepResult::kFailed;
     }
     COutputFileGuard output(outPath);
@@ -593,7 +508,7 @@ CVoiceFileEncode::StepResult CVoiceFileEncode::ConvertToMono(const std::string& 
     for (;;) {
         uint32_t read = 0;
         if (!FS::ReadFile(in.Get(), input.data(), inputBytes, &read)) {
-            TAL_LOG(5, "Broadcast", "[%s]Read file failed. file name: %s[%s(%d)]", inPath.c_str());
+            BCAST_LOG(5, "[%s]Read file failed. file name: %s[%s(%d)]", inPath.c_str());
             return StepResult::kFailed;
         }
         // Whole sample frames only; the first channel's sample of each is kept.
@@ -603,30 +518,28 @@ CVoiceFileEncode::StepResult CVoiceFileEncode::ConvertToMono(const std::string& 
             mono[2 * i + 1] = input[i * channels * 2 + 1];
         }
         if (!FS::WriteFile(out.Get(), mono.data(), frames * 2)) {
-            TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
+            BCAST_LOG(5, "[%s]Write file failed.[%s(%d)]");
             return StepResult::kFailed;
         }
         if (frames * 2 < kSingleChunkBytes) {
-            TAL_LOG(3, "Broadcast", "[%s]Has already read file finish.[%s(%d)]");
+            BCAST_LOG(3, "[%s]Has already read file finish.[%s(%d)]");
             break;
         }
         if (stopFlag_.load()) {
             // Cut short: the output is not the whole file and is not used.
-            TAL_LOG(3, "Broadcast", "[%s]Has stop convert to single file.[%s(%d)]");
+            BCAST_LOG(3, "[%s]Has stop convert to single file.[%s(%d)]");
             return StepResult::kKeepInput;
         }
     }
     // The input's header with one channel; byte rate, block align and sizes stay as they were.
     header.SetChannels(1);
-    if (!FS::FileSeek(out.Get(), 0, FS::kSeekBegin) ||
-        !FS::WriteFile(out.Get(), header.bytes, WavHeader::kSize)) {
-        TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
+    if (!RewriteHeader(out.Get(), header)) {
         return StepResult::kFailed;
     }
     output.Keep();
-    TAL_LOG(3, "Broadcast",
-            "[%s]Convert file to single channel succ. src file: %s, dst file: %s, channel num: %d[%s(%d)]",
-            inPath.c_str(), outPath.c_str(), channels);
+    BCAST_LOG(3,
+              "[%s]Convert file to single channel succ. src file: %s, dst file: %s, channel num: %d[%s(%d)]",
+              inPath.c_str(), outPath.c_str(), channels);
     return StepResult::kProduced;
 }
 
@@ -634,29 +547,29 @@ CVoiceFileEncode::StepResult CVoiceFileEncode::ResampleTo(int rate, const std::s
                                                           const std::string& outPath) {
     CScopedFile in(inPath, FS::kOpenRead);
     if (!in.IsOpen()) {
-        TAL_LOG(5, "Broadcast", "[%s]infile open error. file path: %s[%s(%d)]", inPath.c_str());
+        BCAST_LOG(5, "[%s]infile open error. file path: %s[%s(%d)]", inPath.c_str());
         return StepResult::kKeepInput;
     }
     WavHeader header;
     if (!ReadWavHeader(in.Get(), &header)) {
-        TAL_LOG(5, "Broadcast", "[%s]read wav file header failed. file name: [%s][%s(%d)]", inPath.c_str());
+        BCAST_LOG(5, "[%s]read wav file header failed. file name: [%s][%s(%d)]", inPath.c_str());
         return StepResult::kKeepInput;
     }
     const uint32_t sourceRate = header.SampleRate();
     if (sourceRate == static_cast<uint32_t>(rate)) {
-        TAL_LOG(3, "Broadcast", "[%s]File is src_rate == des_rate, do not need to convert. file: %s[%s(%d)]",
-                inPath.c_str());
+        BCAST_LOG(3, "[%s]File is src_rate == des_rate, do not need to convert. file: %s[%s(%d)]",
+                  inPath.c_str());
         return StepResult::kKeepInput;
     }
     if (header.BitsPerSample() != 16) {
-        TAL_LOG(5, "Broadcast",
-                "[%s]Resample file[%s] is not 16short type, resample dll cannot support this type.[%s(%d)]",
-                inPath.c_str());
+        BCAST_LOG(5,
+                  "[%s]Resample file[%s] is not 16short type, resample dll cannot support this type.[%s(%d)]",
+                  inPath.c_str());
         return StepResult::kKeepInput;
     }
     CScopedFile out(outPath, FS::kOpenWrite);
     if (!out.IsOpen() || !WriteHeaderGap(out.Get())) {
-        TAL_LOG(5, "Broadcast", "[%s]outfile open error. file path: %s[%s(%d)]", outPath.c_str());
+        BCAST_LOG(5, "[%s]outfile open error. file path: %s[%s(%d)]", outPath.c_str());
         return StepResult::kFailed;
     }
     COutputFileGuard output(outPath);
@@ -667,36 +580,51 @@ CVoiceFileEncode::StepResult CVoiceFileEncode::ResampleTo(int rate, const std::s
                      ? static_cast<int>(MC::kCodecInvalidParam)
                      : resampler.Open(static_cast<int>(sourceRate), rate, 1);
     if (result == MC::kCodecInvalidParam) {
-        TAL_LOG(5, "Broadcast", "[%s]ERROR: get mem size!:%x \n[%s(%d)]", result);
+        BCAST_LOG(5, "[%s]ERROR: get mem size!:%x \n[%s(%d)]", result);
         return StepResult::kFailed;
     }
     if (result != MC::kCodecOk) {
-        TAL_LOG(5, "Broadcast", "[%s]ERROR: create!:%x \n[%s(%d)]", result);
+        BCAST_LOG(5, "[%s]ERROR: create!:%x \n[%s(%d)]", result);
         return StepResult::kFailed;
     }
+    const StepResult blocks = ResampleBlocks(resampler, in.Get(), out.Get(), frameSamples);
+    if (blocks != StepResult::kProduced) {
+        return blocks;
+    }
+    // The input's header with the new rate; the other fields stay as they were.
+    header.SetSampleRate(static_cast<uint32_t>(rate));
+    if (!RewriteHeader(out.Get(), header)) {
+        return StepResult::kFailed;
+    }
+    output.Keep();
+    return StepResult::kProduced;
+}
+
+CVoiceFileEncode::StepResult CVoiceFileEncode::ResampleBlocks(MC::CResampler& resampler, int in, int out,
+                                                              uint32_t frameSamples) {
     std::vector<uint8_t> input(frameSamples * 2);
     std::vector<int16_t> samples(frameSamples);
     std::vector<int16_t> converted;
     int frame = 0;
     for (;;) {
         if (stopFlag_.load()) {
-            TAL_LOG(5, "Broadcast", "[%s]stop encode for outside ...[%s(%d)]");
+            BCAST_LOG(5, "[%s]stop encode for outside ...[%s(%d)]");
             return StepResult::kKeepInput;
         }
         uint32_t read = 0;
         // At least frameSamples bytes, half a block: the count of samples is compared with bytes, so a
         // tail shorter than a quarter of a second is left out.
-        if (!FS::ReadFile(in.Get(), input.data(), frameSamples * 2, &read) || read < frameSamples) {
+        if (!FS::ReadFile(in, input.data(), frameSamples * 2, &read) || read < frameSamples) {
             break;
         }
         const uint32_t readSamples = read / 2;
         BytesToSamples(input.data(), readSamples, samples.data());
         converted.clear();
-        result = resampler.Process(samples.data(), readSamples, &converted);
+        const int result = resampler.Process(samples.data(), readSamples, &converted);
         if (result != MC::kCodecOk) {
-            TAL_LOG(5, "Broadcast", "[%s]frame %d %u %d: need more data\n[%s(%d)]", frame, read, result);
-        } else if (!WriteSamples(out.Get(), converted.data(), converted.size())) {
-            TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
+            BCAST_LOG(5, "[%s]frame %d %u %d: need more data\n[%s(%d)]", frame, read, result);
+        } else if (!WriteSamples(out, converted.data(), converted.size())) {
+            BCAST_LOG(5, "[%s]Write file failed.[%s(%d)]");
             return StepResult::kFailed;
         }
         ++frame;
@@ -704,18 +632,10 @@ CVoiceFileEncode::StepResult CVoiceFileEncode::ResampleTo(int rate, const std::s
     // What the filter still holds is the end of the last block.
     converted.clear();
     if (resampler.Flush(&converted) == MC::kCodecOk &&
-        !WriteSamples(out.Get(), converted.data(), converted.size())) {
-        TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
+        !WriteSamples(out, converted.data(), converted.size())) {
+        BCAST_LOG(5, "[%s]Write file failed.[%s(%d)]");
         return StepResult::kFailed;
     }
-    // The input's header with the new rate; the other fields stay as they were.
-    header.SetSampleRate(static_cast<uint32_t>(rate));
-    if (!FS::FileSeek(out.Get(), 0, FS::kSeekBegin) ||
-        !FS::WriteFile(out.Get(), header.bytes, WavHeader::kSize)) {
-        TAL_LOG(5, "Broadcast", "[%s]Write file failed.[%s(%d)]");
-        return StepResult::kFailed;
-    }
-    output.Keep();
     return StepResult::kProduced;
 }
 

@@ -11,6 +11,13 @@
 
 #include "BroadCastPlugin/common/BroadcastTypes.h"
 
+namespace Tal {
+namespace MediaCodec {
+class CMp3Encoder;
+class CResampler;
+}  // namespace MediaCodec
+}  // namespace Tal
+
 namespace BroadCastPlugin {
 
 class CVoiceFileEncode {
@@ -58,11 +65,15 @@ private:
     enum class StepResult { kProduced, kKeepInput, kFailed };
     StepResult ConvertToMono(const std::string& inPath, const std::string& outPath);
     StepResult ResampleTo(int rate, const std::string& inPath, const std::string& outPath);
+    /// Resamples the samples of `in` (past its header) in half-second blocks into `out`.
+    StepResult ResampleBlocks(Tal::MediaCodec::CResampler& resampler, int in, int out, uint32_t frameSamples);
     /// Mono conversion and resampling to `rate`; the file to encode, empty when a step failed.
     std::string PrepareWav(const std::string& path, int rate);
 
     void ReportState(EncodeState state);
     void EmitFrame(const uint8_t* data, std::size_t size);
+    /// Encodes `file` from its current position to the end, `frameBytes` of PCM a frame, then flushes.
+    void EncodeMp3Frames(Tal::MediaCodec::CMp3Encoder& encoder, int file, uint32_t frameBytes);
     /// The first two steps of the MP3 paths: strip the tags, decode to the intermediate WAV file.
     bool DecodeMP3ToTempWav(const std::string& path, std::string* wavPath);
 

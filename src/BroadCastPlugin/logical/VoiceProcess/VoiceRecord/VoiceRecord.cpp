@@ -1,6 +1,6 @@
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceRecord/VoiceRecord.h"
 
-#include "framework/base/FormatLog.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 
 namespace BroadCastPlugin {
 
@@ -10,10 +10,9 @@ CVoiceRecord::CVoiceRecord(std::unique_ptr<Tal::MultimediaComm::CPCMStorage> sto
     : storage_(std::move(storage)) {}
 
 bool CVoiceRecord::StartRecord(const std::string& path, int audioType) {
-    TAL_LOG(3, "Broadcast", "[%s]Start to record file to save: %s, audio type:%d.[%s(%d)]", path.c_str(),
-            audioType);
+    BCAST_LOG(3, "[%s]Start to record file to save: %s, audio type:%d.[%s(%d)]", path.c_str(), audioType);
     if (!storage_) {
-        TAL_LOG(5, "Broadcast", "[%s]pcm storage is nullptr, cannot to start to storage.[%s(%d)]");
+        BCAST_LOG(5, "[%s]pcm storage is nullptr, cannot to start to storage.[%s(%d)]");
         return false;
     }
     bool started = storage_->StartStorage(path, audioType);

@@ -12,7 +12,7 @@
 
 #include <set>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastUi.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/ui/widgets/WidgetKit.h"
 

@@ -14,7 +14,7 @@
 #include <functional>
 #include <map>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastUi.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/logical/MediaFileComm/BroadcastMediaFile.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceEncode/AudioFileInspect.h"

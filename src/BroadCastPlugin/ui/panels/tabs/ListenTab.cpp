@@ -8,7 +8,7 @@
 
 #include <algorithm>
 
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastUi.h"
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
 #include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"
 #include "BroadCastPlugin/ui/widgets/LevelMeter.h"

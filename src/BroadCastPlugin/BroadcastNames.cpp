@@ -1,4 +1,4 @@
-#include "BroadCastPlugin/BroadcastConstants.h"
+#include "BroadCastPlugin/BroadcastNames.h"
 
 namespace BroadCastPlugin {
 
@@ -11,15 +11,5 @@ const char* const kDownloadCenterPluginId = "downloadcenter.c";
 const char* const kDownloadCenterPushMethod = "PushDownloadTask";
 const char* const kWebCallName = "executeJsFunction";
 const char* const kModuleTag = "Broadcast";
-
-const char* const kMessageLevelBrand = "brand";
-const char* const kMessageLevelNeutral = "neutral";
-const char* const kMessageLevelDanger = "danger";
-const char* const kMessageLevelInfo = "info";
-const char* const kMessageLevelRemind = "remind";
-const char* const kMessageLevelSuccess = "success";
-const char* const kMessageLevelWarning = "warning";
-
-bool recordPageOnAuxScreen = false;
 
 }  // namespace BroadCastPlugin
