@@ -202,7 +202,10 @@ protected:
         BusinessCommon::LogoutFromPlatform();
         delete platform_;
         platform_ = nullptr;
-        QDir(QString::fromStdString(dataDir_)).removeRecursively();
+        // Empty when the set-up failed before making it: QDir("") is the working directory.
+        if (!dataDir_.empty()) {
+            QDir(QString::fromStdString(dataDir_)).removeRecursively();
+        }
     }
     void SetUp() override { ASSERT_TRUE(started_) << "the web engine did not start"; }
 
