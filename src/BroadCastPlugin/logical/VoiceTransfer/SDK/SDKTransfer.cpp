@@ -118,10 +118,14 @@ bool CSDKTransfer::SendVoice(const uint8_t* data, int32_t size) {
             }
         } else {
             for (int32_t offset = 0; offset < size; offset += kPieceSize) {
-                // The device takes whole pieces: a short tail is padded with zeros.
-                char piece[kPieceSize] = {};
-                SafeMemcpy(piece, sizeof(piece), data + offset,
-                           static_cast<std::size_t>(std::min(kPieceSize, size - offset)));
+                // The device takes whole pieces: whole ones go straight from the frame, a short tail is
+                // copied and padded with zeros.
+                const char* piece = reinterpret_cast<const char*>(data + offset);
+                char tail[kPieceSize] = {};
+                if (size - offset < kPieceSize) {
+                    SafeMemcpy(tail, sizeof(tail), data + offset, static_cast<std::size_t>(size - offset));
+                    piece = tail;
+                }
                 if (DEVNET_SendVoiceData(handle, piece, kPieceSize) == 0) {
                     TAL_LOG(5, "ClientVFPluginError",
                             "[%s]Send data to device failed. voice handle: %ld, buffsize: 160[%s(%d)]",
