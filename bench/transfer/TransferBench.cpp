@@ -586,10 +586,12 @@ bool RunFfmpegTee(const std::string& toneFile, int receivers, Figures& figures, 
     if (!process.Start(setup, ports)) {
         return false;
     }
-    // "127.1" keeps the list under the kernel's 128 KiB limit of one argument at 5000 outputs.
+    // RTCP goes to the receiver's own port, where the receiver skips it: port + 1 may be another receiver's,
+    // or closed. One argument may not exceed 128 KiB, about 3000 outputs written so ("127.1" saves bytes).
     std::string tee;
     for (const uint16_t port : ports) {
-        tee += (tee.empty() ? "" : "|") + std::string("[f=rtp]rtp://127.1:") + std::to_string(port);
+        tee += (tee.empty() ? "" : "|") + std::string("[f=rtp]rtp://127.1:") + std::to_string(port) +
+               "?rtcpport=" + std::to_string(port);
     }
     std::vector<std::string> command = {"ffmpeg", "-nostdin",  "-loglevel",
                                         "fatal",  "-re",       "-i",
@@ -1041,7 +1043,7 @@ int main(int argc, char** argv) {
         "cpu: CPU seconds of the sender (manager: this process; ffmpeg: its process), cpu %%: of one core\n"
         "over the run's wall time\n"
         "ffmpeg-tee: ffmpeg -re -i FILE -af asetnsamples=n=320,arealtime -c:a pcm_mulaw -f tee -map 0:a\n"
-        "            \"[f=rtp]rtp://127.1:P1|[f=rtp]rtp://127.1:P2|...\" (one 332-byte packet per 40 ms per "
+        "            \"[f=rtp]rtp://127.1:P1?rtcpport=P1|...\" (one 332-byte packet per 40 ms per "
         "receiver,\n"
         "            as the manager sends); its schedule is its RTP time stamps\n\n");
     std::printf("%-10s %9s %8s %8s %8s | %8s %8s %8s | %8s %8s | %19s | %7s %6s\n", "sender", "receivers",
