@@ -959,7 +959,8 @@ int main(int argc, char** argv) {
     std::string csvPath;
     std::string samplesDir;
     std::string cdfDir;
-    // ffmpeg 5.1's tee crashed (SIGSEGV) here with 2000 RTP outputs always and with 1000 now and then.
+    // ffmpeg 5.1's tee crashed (SIGSEGV) here with 2000 RTP outputs always and with 1000 now and then. 0: no
+    // ffmpeg runs.
     int ffmpegMax = 1000;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
@@ -1073,7 +1074,7 @@ int main(int argc, char** argv) {
         PrintRow("manager", pair.manager);
         // Beyond the outputs ffmpeg's tee takes, it runs once at its largest count.
         const int ffmpegCount = std::min(count, ffmpegMax);
-        if (ffmpegCount == count || ffmpegRunAtMax == 0) {
+        if (ffmpegCount > 0 && (ffmpegCount == count || ffmpegRunAtMax == 0)) {
             pair.ffmpegOk = RunFfmpegTee(toneFile, ffmpegCount, pair.ffmpeg, cdfPath("ffmpeg", ffmpegCount));
             if (pair.ffmpegOk) {
                 PrintRow("ffmpeg-tee", pair.ffmpeg);
