@@ -274,6 +274,11 @@ void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int 
     long long payloadTotal = 0;
     bool started = false;
     std::vector<epoll_event> events(1024);
+    constexpr int kBatch = 16;
+    mmsghdr messages[kBatch];
+    iovec vectors[kBatch];
+    uint8_t packets[kBatch][2048];
+    char controls[kBatch][64];
     for (;;) {
         const int ready =
             epoll_wait(epoll.Get(), events.data(), static_cast<int>(events.size()), started ? idleMs : 30000);
@@ -283,45 +288,54 @@ void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int 
         for (int e = 0; e < ready; ++e) {
             const uint32_t index = events[static_cast<size_t>(e)].data.u32;
             auto& list = arrivals[index];
+            // Up to kBatch packets a call: one system call per wake-up in the usual case of one packet.
             for (;;) {
-                uint8_t packet[2048];
-                char control[256];
-                iovec vector{packet, sizeof(packet)};
-                msghdr message{};
-                message.msg_iov = &vector;
-                message.msg_iovlen = 1;
-                message.msg_control = control;
-                message.msg_controllen = sizeof(control);
-                const ssize_t size = recvmsg(sockets[index].Get(), &message, 0);
-                if (size < 12) {
+                for (int m = 0; m < kBatch; ++m) {
+                    vectors[m] = iovec{packets[m], sizeof(packets[m])};
+                    messages[m].msg_hdr = msghdr{};
+                    messages[m].msg_hdr.msg_iov = &vectors[m];
+                    messages[m].msg_hdr.msg_iovlen = 1;
+                    messages[m].msg_hdr.msg_control = controls[m];
+                    messages[m].msg_hdr.msg_controllen = sizeof(controls[m]);
+                }
+                const int received = recvmmsg(sockets[index].Get(), messages, kBatch, MSG_DONTWAIT, nullptr);
+                for (int m = 0; m < received; ++m) {
+                    const uint8_t* packet = packets[m];
+                    const auto size = static_cast<ssize_t>(messages[m].msg_len);
+                    if (size < 12) {
+                        continue;
+                    }
+                    int64_t ns = 0;
+                    msghdr& message = messages[m].msg_hdr;
+                    for (cmsghdr* c = CMSG_FIRSTHDR(&message); c != nullptr; c = CMSG_NXTHDR(&message, c)) {
+                        if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_TIMESTAMPNS) {
+                            timespec stamp;
+                            std::memcpy(&stamp, CMSG_DATA(c), sizeof(stamp));
+                            ns = Nanoseconds(stamp);
+                        }
+                    }
+                    if ((packet[1] & 0x7F) >= 72 && (packet[1] & 0x7F) <= 76) {
+                        continue;  // RTCP of ffmpeg's RTP muxers
+                    }
+                    const auto sequence = static_cast<uint16_t>(packet[2] << 8 | packet[3]);
+                    Arrival arrival;
+                    arrival.index = sequence;
+                    if (!list.empty()) {
+                        const int64_t previous = list.back().index;
+                        arrival.index = previous + static_cast<int16_t>(static_cast<uint16_t>(
+                                                       sequence - static_cast<uint16_t>(previous & 0xFFFF)));
+                    }
+                    arrival.timestamp = static_cast<uint32_t>(packet[4]) << 24 |
+                                        static_cast<uint32_t>(packet[5]) << 16 |
+                                        static_cast<uint32_t>(packet[6]) << 8 | packet[7];
+                    arrival.ns = ns;
+                    list.push_back(arrival);
+                    payloadTotal += size - 12;
+                    started = true;
+                }
+                if (received < kBatch) {
                     break;
                 }
-                int64_t ns = 0;
-                for (cmsghdr* c = CMSG_FIRSTHDR(&message); c != nullptr; c = CMSG_NXTHDR(&message, c)) {
-                    if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_TIMESTAMPNS) {
-                        timespec stamp;
-                        std::memcpy(&stamp, CMSG_DATA(c), sizeof(stamp));
-                        ns = Nanoseconds(stamp);
-                    }
-                }
-                if ((packet[1] & 0x7F) >= 72 && (packet[1] & 0x7F) <= 76) {
-                    continue;  // RTCP of ffmpeg's RTP muxer to port + 1, which may be another receiver's
-                }
-                const auto sequence = static_cast<uint16_t>(packet[2] << 8 | packet[3]);
-                Arrival arrival;
-                arrival.index = sequence;
-                if (!list.empty()) {
-                    const int64_t previous = list.back().index;
-                    arrival.index = previous + static_cast<int16_t>(static_cast<uint16_t>(
-                                                   sequence - static_cast<uint16_t>(previous & 0xFFFF)));
-                }
-                arrival.timestamp = static_cast<uint32_t>(packet[4]) << 24 |
-                                    static_cast<uint32_t>(packet[5]) << 16 |
-                                    static_cast<uint32_t>(packet[6]) << 8 | packet[7];
-                arrival.ns = ns;
-                list.push_back(arrival);
-                payloadTotal += size - 12;
-                started = true;
             }
         }
     }
