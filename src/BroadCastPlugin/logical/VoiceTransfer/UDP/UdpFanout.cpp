@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <system_error>
 
 #include "framework/base/FormatLog.h"
 
@@ -29,7 +30,13 @@ void CUdpFanout::Send(const std::vector<IRtpBatchTransfer*>& transfers, const ui
         return;
     }
     if (!helper_.joinable()) {
-        helper_ = std::thread(&CUdpFanout::HelperLoop, this);
+        try {
+            helper_ = std::thread(&CUdpFanout::HelperLoop, this);
+        } catch (const std::system_error&) {
+            // No thread to be had: this one sends to all, as for a smaller group.
+            SendLane(own_, begin, end, data, size);
+            return;
+        }
     }
     // The first half goes from here, at once; the second from the helper as soon as it wakes.
     IRtpBatchTransfer* const* middle = begin + transfers.size() / 2;
