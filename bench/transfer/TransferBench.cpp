@@ -52,6 +52,7 @@
 #include <malloc.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
@@ -237,6 +238,11 @@ double PeakRssMb() {
 /// The child: N sockets, kernel time stamps, until `idleMs` of silence after the first packet. Writes the
 /// figures to `resultsOut` as text.
 void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int idleMs) {
+    // The receivers stand in for speakers elsewhere: when the bench runs at a real-time priority (chrt),
+    // they drop to the normal one so that draining thousands of sockets never holds a core the sender
+    // wants. Their kernel time stamps do not depend on when they read.
+    const sched_param normal{};
+    sched_setscheduler(0, SCHED_OTHER, &normal);
     const int count = setup.count;
     std::vector<CFd> sockets;
     std::string ports;
