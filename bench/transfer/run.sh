@@ -7,6 +7,7 @@
 #   OUT=/some/dir bench/transfer/run.sh      where the outputs go (default: a new temporary directory)
 #   SECONDS_PER_RUN=60 COUNTS=1,100,1000,5000 FFMPEG_MAX=1000 bench/transfer/run.sh   (defaults: 20 s, these)
 #   PLOT_ONLY=1 OUT=/some/dir bench/transfer/run.sh    redraws $OUT/lateness.png from $OUT/cdf/
+#   NOTE='quiet machine' bench/transfer/run.sh          adds a note to the plot's title
 #
 # ffmpeg 5.1's tee muxer crashed (SIGSEGV) here with 2000 RTP outputs every time and with 1000 now and
 # then: above FFMPEG_MAX receivers it runs once, at FFMPEG_MAX.
@@ -56,7 +57,7 @@ joined=$(IFS=,; echo "${plots[*]}")
 gnuplot <<GNUPLOT
 set terminal pngcairo size 1400,650
 set output '$OUT/lateness.png'
-set multiplot layout 1,2 title 'Arrival lateness at every receiver (kernel time stamps): voice transfer manager (solid), ffmpeg tee (dashed)'
+set multiplot layout 1,2 title "Arrival lateness at every receiver (kernel time stamps): voice transfer manager solid, ffmpeg tee dashed${NOTE:+\n$NOTE}"
 set xlabel 'lateness against the sender schedule (ms; negative: early)'
 set ylabel 'fraction of packets'
 set key bottom right
