@@ -1,13 +1,16 @@
 // Pacing benchmark of the voice transfer manager. The receivers run in a child process and take kernel
 // arrival time stamps (SO_TIMESTAMPNS), so their own load does not blur the figures.
 //
-// Default mode: a G.711 file is sent through the RTP speaker group (one CUdpTransfer per receiver) to 1, 100
-// and 1000 receivers on loopback, and once by ffmpeg -re to one receiver. Per run: send-time error (|arrival
-// at the first receiver - the sender's intended schedule|), lateness of every receiver against that schedule
-// (negative: early), RFC 3550 interarrival jitter, losses, and the sender's CPU time. Finally the largest
-// receiver count whose p99 lateness stays under 5 ms.
+// Default mode: a G.711 file is sent through the RTP speaker group (CUdpTransfer per receiver) to 1, 100,
+// 1000 and 5000 receivers on loopback, and by ffmpeg's tee muxer to the same receivers (one RTP output each,
+// at most --ffmpeg-max of them) in the same run. Per run: send-time error (|arrival at the first receiver -
+// the sender's intended schedule|), lateness of every receiver against that schedule (negative: early),
+// RFC 3550 interarrival jitter, losses, the sender's CPU time and its share of one core; then the ratios
+// manager / ffmpeg. --cdf DIR writes the lateness distribution of each run (bench/transfer/run.sh plots
+// them). Finally, unless --no-search, the largest receiver count whose p99 lateness stays under 5 ms.
 //
-//   bcast-bench-transfer [--seconds 60] [--counts 1,100,1000] [--search-seconds 10] [--no-search]
+//   bcast-bench-transfer [--seconds 60] [--counts 1,100,1000,5000] [--cdf DIR] [--ffmpeg-max 1800]
+//                        [--search-seconds 10] [--no-search]
 //
 // File-broadcast mode (--file): the frames come from the real file pipeline, wired as a file broadcast wires
 // it: SetFrameInterval(40, or 24 for MP3), StartSendToOEM(one target per receiver), CVoiceFileEncode::
@@ -49,6 +52,7 @@
 #include <malloc.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
@@ -157,7 +161,8 @@ struct Figures {
     double jitterMeanUs = 0, jitterMaxUs = 0;            ///< RFC 3550, over receivers
     long packets = 0, expected = 0;
     double cpuSeconds = 0;
-    int payloadBytes = 0;  ///< mean payload of the packets received
+    double wallSeconds = 0;  ///< of the sending, for the CPU share
+    int payloadBytes = 0;    ///< mean payload of the packets received
     double peakRssMb = 0;
     bool peakReset = false;     ///< peakRssMb covers this run only
     double encodeSeconds = -1;  ///< wall time of StartEncode (file mode)
@@ -179,6 +184,7 @@ struct ReceiverSetup {
     /// the frame's bytes): media time is then sequence x interval.
     double clockRate = kClockRate;
     std::string samplesPath;  ///< when set, the signed send error of each frame k >= 1 goes there
+    std::string cdfPath;      ///< when set, the lateness distribution over all receivers goes there
 };
 
 /// One receiver of ffmpeg's stream, measured against its RTP time stamps.
@@ -232,6 +238,11 @@ double PeakRssMb() {
 /// The child: N sockets, kernel time stamps, until `idleMs` of silence after the first packet. Writes the
 /// figures to `resultsOut` as text.
 void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int idleMs) {
+    // The receivers stand in for speakers elsewhere: when the bench runs at a real-time priority (chrt),
+    // they drop to the normal one so that draining thousands of sockets never holds a core the sender
+    // wants. Their kernel time stamps do not depend on when they read.
+    const sched_param normal{};
+    sched_setscheduler(0, SCHED_OTHER, &normal);
     const int count = setup.count;
     std::vector<CFd> sockets;
     std::string ports;
@@ -269,6 +280,11 @@ void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int 
     long long payloadTotal = 0;
     bool started = false;
     std::vector<epoll_event> events(1024);
+    constexpr int kBatch = 16;
+    mmsghdr messages[kBatch];
+    iovec vectors[kBatch];
+    uint8_t packets[kBatch][2048];
+    char controls[kBatch][64];
     for (;;) {
         const int ready =
             epoll_wait(epoll.Get(), events.data(), static_cast<int>(events.size()), started ? idleMs : 30000);
@@ -278,42 +294,54 @@ void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int 
         for (int e = 0; e < ready; ++e) {
             const uint32_t index = events[static_cast<size_t>(e)].data.u32;
             auto& list = arrivals[index];
+            // Up to kBatch packets a call: one system call per wake-up in the usual case of one packet.
             for (;;) {
-                uint8_t packet[2048];
-                char control[256];
-                iovec vector{packet, sizeof(packet)};
-                msghdr message{};
-                message.msg_iov = &vector;
-                message.msg_iovlen = 1;
-                message.msg_control = control;
-                message.msg_controllen = sizeof(control);
-                const ssize_t size = recvmsg(sockets[index].Get(), &message, 0);
-                if (size < 12) {
+                for (int m = 0; m < kBatch; ++m) {
+                    vectors[m] = iovec{packets[m], sizeof(packets[m])};
+                    messages[m].msg_hdr = msghdr{};
+                    messages[m].msg_hdr.msg_iov = &vectors[m];
+                    messages[m].msg_hdr.msg_iovlen = 1;
+                    messages[m].msg_hdr.msg_control = controls[m];
+                    messages[m].msg_hdr.msg_controllen = sizeof(controls[m]);
+                }
+                const int received = recvmmsg(sockets[index].Get(), messages, kBatch, MSG_DONTWAIT, nullptr);
+                for (int m = 0; m < received; ++m) {
+                    const uint8_t* packet = packets[m];
+                    const auto size = static_cast<ssize_t>(messages[m].msg_len);
+                    if (size < 12) {
+                        continue;
+                    }
+                    int64_t ns = 0;
+                    msghdr& message = messages[m].msg_hdr;
+                    for (cmsghdr* c = CMSG_FIRSTHDR(&message); c != nullptr; c = CMSG_NXTHDR(&message, c)) {
+                        if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_TIMESTAMPNS) {
+                            timespec stamp;
+                            std::memcpy(&stamp, CMSG_DATA(c), sizeof(stamp));
+                            ns = Nanoseconds(stamp);
+                        }
+                    }
+                    if ((packet[1] & 0x7F) >= 72 && (packet[1] & 0x7F) <= 76) {
+                        continue;  // RTCP of ffmpeg's RTP muxers
+                    }
+                    const auto sequence = static_cast<uint16_t>(packet[2] << 8 | packet[3]);
+                    Arrival arrival;
+                    arrival.index = sequence;
+                    if (!list.empty()) {
+                        const int64_t previous = list.back().index;
+                        arrival.index = previous + static_cast<int16_t>(static_cast<uint16_t>(
+                                                       sequence - static_cast<uint16_t>(previous & 0xFFFF)));
+                    }
+                    arrival.timestamp = static_cast<uint32_t>(packet[4]) << 24 |
+                                        static_cast<uint32_t>(packet[5]) << 16 |
+                                        static_cast<uint32_t>(packet[6]) << 8 | packet[7];
+                    arrival.ns = ns;
+                    list.push_back(arrival);
+                    payloadTotal += size - 12;
+                    started = true;
+                }
+                if (received < kBatch) {
                     break;
                 }
-                int64_t ns = 0;
-                for (cmsghdr* c = CMSG_FIRSTHDR(&message); c != nullptr; c = CMSG_NXTHDR(&message, c)) {
-                    if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_TIMESTAMPNS) {
-                        timespec stamp;
-                        std::memcpy(&stamp, CMSG_DATA(c), sizeof(stamp));
-                        ns = Nanoseconds(stamp);
-                    }
-                }
-                const auto sequence = static_cast<uint16_t>(packet[2] << 8 | packet[3]);
-                Arrival arrival;
-                arrival.index = sequence;
-                if (!list.empty()) {
-                    const int64_t previous = list.back().index;
-                    arrival.index = previous + static_cast<int16_t>(static_cast<uint16_t>(
-                                                   sequence - static_cast<uint16_t>(previous & 0xFFFF)));
-                }
-                arrival.timestamp = static_cast<uint32_t>(packet[4]) << 24 |
-                                    static_cast<uint32_t>(packet[5]) << 16 |
-                                    static_cast<uint32_t>(packet[6]) << 8 | packet[7];
-                arrival.ns = ns;
-                list.push_back(arrival);
-                payloadTotal += size - 12;
-                started = true;
             }
         }
     }
@@ -325,8 +353,12 @@ void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int 
         const uint32_t ts0 = arrivals[0].front().timestamp;
         const int64_t index0 = arrivals[0].front().index;
         const int64_t intervalNs = static_cast<int64_t>(setup.intervalMs) * 1000000LL;
+        // Each stream counts from its own first packet (ffmpeg's tee starts every output at its own random
+        // sequence number and time stamp); time counts from the first arrival at the first receiver.
+        int64_t streamIndex0 = index0;
+        uint32_t streamTs0 = ts0;
         auto ideal = [&](Schedule schedule, const Arrival& a) -> int64_t {
-            const int64_t k = a.index - index0;
+            const int64_t k = a.index - streamIndex0;
             switch (schedule) {
                 case Schedule::kManager:
                     return t0 + std::max<int64_t>(k - 1, 0) * intervalNs;
@@ -335,7 +367,7 @@ void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int 
                 case Schedule::kTimestamp:
                     break;
             }
-            return t0 + static_cast<int64_t>((a.timestamp - ts0) / setup.clockRate * 1e9);
+            return t0 + static_cast<int64_t>((a.timestamp - streamTs0) / setup.clockRate * 1e9);
         };
         std::vector<double> send;
         std::vector<double> sendSigned;
@@ -355,6 +387,8 @@ void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int 
                 continue;
             }
             expected += static_cast<long>(list.back().index - list.front().index) + 1;
+            streamIndex0 = list.front().index;
+            streamTs0 = list.front().timestamp;
             double jitter = 0;  // seconds
             for (size_t i = 0; i < list.size(); ++i) {
                 late.push_back((list[i].ns - ideal(setup.late, list[i])) / 1000.0);
@@ -377,6 +411,18 @@ void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int 
                 }
             }
             jitters.push_back(jitter * 1e6);
+        }
+        if (!setup.cdfPath.empty() && !late.empty()) {
+            // The lateness distribution of every packet at every receiver, as 1000 quantiles (ms, fraction).
+            std::vector<double> sorted = late;
+            std::sort(sorted.begin(), sorted.end());
+            std::ofstream cdf(setup.cdfPath);
+            cdf << "# lateness_ms fraction (" << count << " receivers, " << sorted.size() << " packets)\n";
+            for (int q = 0; q <= 1000; ++q) {
+                const size_t at =
+                    std::min(sorted.size() - 1, static_cast<size_t>(q / 1000.0 * (sorted.size() - 1)));
+                cdf << sorted[at] / 1000.0 << ' ' << q / 1000.0 << '\n';
+            }
         }
         figures.sendP50Us = Percentile(send, 0.50);
         figures.sendP99Us = Percentile(send, 0.99);
@@ -512,17 +558,19 @@ std::vector<BroadCastPlugin::OEMTransferTarget> Targets(const std::vector<uint16
     return targets;
 }
 
-bool RunManager(const std::string& audio, int receivers, Figures& figures) {
+bool RunManager(const std::string& audio, int receivers, Figures& figures, const std::string& cdfPath = "") {
     CReceiverProcess process;
     std::vector<uint16_t> ports;
     ReceiverSetup setup;
     setup.count = receivers;
+    setup.cdfPath = cdfPath;
     if (!process.Start(setup, ports)) {
         return false;
     }
     const auto targets = Targets(ports, BroadCastPlugin::kEncodeG711U);
     rusage before{};
     getrusage(RUSAGE_SELF, &before);
+    const auto begin = std::chrono::steady_clock::now();
     {
         BroadCastPlugin::CVoiceTransferManager manager;
         manager.SetFrameInterval(kIntervalMs);
@@ -536,10 +584,72 @@ bool RunManager(const std::string& audio, int receivers, Figures& figures) {
     }
     rusage after{};
     getrusage(RUSAGE_SELF, &after);
+    const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     if (!process.Finish(figures)) {
         return false;
     }
     figures.cpuSeconds = CpuSeconds(after) - CpuSeconds(before);
+    figures.wallSeconds = wall;
+    return true;
+}
+
+/// ffmpeg -re sending the G.711 tone file to every receiver through its tee muxer: one RTP muxer per
+/// receiver behind one decoder and encoder, 320 samples (40 ms) per packet as the manager sends. arealtime
+/// releases each packet at its own time: -re alone paces the demuxer, which reads the WAV file in blocks of
+/// half a second, so every half second a block's packets would leave at once.
+bool RunFfmpegTee(const std::string& toneFile, int receivers, Figures& figures, const std::string& cdfPath) {
+    CReceiverProcess process;
+    std::vector<uint16_t> ports;
+    ReceiverSetup setup = FfmpegPeer();
+    setup.count = receivers;
+    setup.cdfPath = cdfPath;
+    if (!process.Start(setup, ports)) {
+        return false;
+    }
+    // RTCP goes to the receiver's own port, where the receiver skips it: port + 1 may be another receiver's,
+    // or closed. One argument may not exceed 128 KiB, about 3000 outputs written so ("127.1" saves bytes).
+    std::string tee;
+    for (const uint16_t port : ports) {
+        tee += (tee.empty() ? "" : "|") + std::string("[f=rtp]rtp://127.1:") + std::to_string(port) +
+               "?rtcpport=" + std::to_string(port);
+    }
+    std::vector<std::string> command = {"ffmpeg", "-nostdin",  "-loglevel",
+                                        "fatal",  "-re",       "-i",
+                                        toneFile, "-af",       "asetnsamples=n=320,arealtime",
+                                        "-c:a",   "pcm_mulaw", "-f",
+                                        "tee",    "-map",      "0:a",
+                                        tee};
+    std::vector<char*> argv;
+    for (auto& argument : command) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    const auto begin = std::chrono::steady_clock::now();
+    const pid_t ffmpeg = fork();
+    if (ffmpeg < 0) {
+        return false;
+    }
+    if (ffmpeg == 0) {
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, STDOUT_FILENO);
+        execv("/usr/bin/ffmpeg", argv.data());
+        _exit(127);
+    }
+    int status = 0;
+    rusage usage{};
+    wait4(ffmpeg, &status, 0, &usage);
+    const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    const bool received = process.Finish(figures);
+    if (!received || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        std::fprintf(stderr, "ffmpeg tee to %d receivers: %s %d, %ld packets received\n", receivers,
+                     WIFSIGNALED(status) ? "signal" : "exit status",
+                     WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status),
+                     received ? figures.packets : 0L);
+        return false;
+    }
+    figures.cpuSeconds = CpuSeconds(usage);
+    figures.wallSeconds = wall;
+    figures.peakRssMb = usage.ru_maxrss / 1024.0;
     return true;
 }
 
@@ -651,15 +761,6 @@ bool RunFfmpeg(const std::vector<std::string>& arguments, const ReceiverSetup& s
     return true;
 }
 
-/// ffmpeg -re sending the G.711 tone file as it is; `packetSize` 0 keeps ffmpeg's packet size.
-std::vector<std::string> ToneFfmpegArguments(const std::string& file, int packetSize) {
-    std::vector<std::string> arguments = {"-nostdin", "-re", "-i", file, "-c:a", "pcm_mulaw", "-f", "rtp"};
-    if (packetSize != 0) {
-        arguments.insert(arguments.end(), {"-packetsize", std::to_string(packetSize)});
-    }
-    return arguments;
-}
-
 /// ffmpeg -re converting the broadcast's file to the same codec as the pipeline and sending it.
 std::vector<std::string> FileFfmpegArguments(const FileBroadcast& file, int packetSize) {
     std::vector<std::string> arguments = {"-nostdin", "-re"};
@@ -684,10 +785,15 @@ std::vector<std::string> FileFfmpegArguments(const FileBroadcast& file, int pack
     return arguments;
 }
 
+double CpuPercent(const Figures& f) {
+    return f.wallSeconds > 0 ? 100.0 * f.cpuSeconds / f.wallSeconds : 0.0;
+}
+
 void PrintRow(const char* sender, const Figures& f) {
-    std::printf("%-9s %9d %8.0f %8.0f %8.0f | %8.0f %8.0f %8.0f | %8.1f %8.1f | %9ld/%-9ld | %7.2f\n", sender,
-                f.receivers, f.sendP50Us, f.sendP99Us, f.sendMaxUs, f.lateP50Us, f.lateP99Us, f.lateMaxUs,
-                f.jitterMeanUs, f.jitterMaxUs, f.packets, f.expected, f.cpuSeconds);
+    std::printf("%-10s %9d %8.0f %8.0f %8.0f | %8.0f %8.0f %8.0f | %8.1f %8.1f | %9ld/%-9ld | %7.2f %6.1f\n",
+                sender, f.receivers, f.sendP50Us, f.sendP99Us, f.sendMaxUs, f.lateP50Us, f.lateP99Us,
+                f.lateMaxUs, f.jitterMeanUs, f.jitterMaxUs, f.packets, f.expected, f.cpuSeconds,
+                CpuPercent(f));
     std::fflush(stdout);
 }
 
@@ -854,7 +960,8 @@ int RunFileMode(const FileBroadcast& file, const std::vector<int>& counts, const
 
 void Usage(const char* program) {
     std::fprintf(stderr,
-                 "usage: %s [--seconds S] [--counts 1,100,1000] [--search-seconds S] [--no-search]\n"
+                 "usage: %s [--seconds S] [--counts 1,100,1000,5000] [--search-seconds S] [--no-search]\n"
+                 "          [--cdf DIR] [--ffmpeg-max N]\n"
                  "       %s --file PATH [--type 1|15] [--seconds S] [--counts 1,100,1000] [--csv FILE]\n"
                  "          [--samples DIR]\n",
                  program, program);
@@ -867,10 +974,14 @@ int main(int argc, char** argv) {
     bool secondsGiven = false;
     int searchSeconds = 10;
     bool search = true;
-    std::vector<int> counts = {1, 100, 1000};
+    std::vector<int> counts = {1, 100, 1000, 5000};
     FileBroadcast file;
     std::string csvPath;
     std::string samplesDir;
+    std::string cdfDir;
+    // ffmpeg 5.1's tee crashed (SIGSEGV) here with 2000 RTP outputs always and with 1000 now and then. 0: no
+    // ffmpeg runs.
+    int ffmpegMax = 1000;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         if (option == "--seconds" && i + 1 < argc) {
@@ -895,6 +1006,10 @@ int main(int argc, char** argv) {
             csvPath = argv[++i];
         } else if (option == "--samples" && i + 1 < argc) {
             samplesDir = argv[++i];
+        } else if (option == "--cdf" && i + 1 < argc) {
+            cdfDir = argv[++i];
+        } else if (option == "--ffmpeg-max" && i + 1 < argc) {
+            ffmpegMax = std::atoi(argv[++i]);
         } else {
             Usage(argv[0]);
             return 2;
@@ -905,6 +1020,13 @@ int main(int argc, char** argv) {
         return 2;
     }
     signal(SIGPIPE, SIG_IGN);
+    // 5000 receivers take 5000 descriptors in the receiving process and as many in the sender (and twice as
+    // many in ffmpeg, whose RTP outputs have an RTCP socket each): the soft limit goes up to the hard one.
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
+        files.rlim_cur = files.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &files);
+    }
     Tal::Base::LogConfig log;
     log.stderrLevel = Tal::Base::kLogError;
     Tal::Base::InitLog(log);
@@ -935,49 +1057,72 @@ int main(int argc, char** argv) {
     std::printf("G.711 file: %d s, %zu frames of %d bytes (40 ms); times in microseconds, CPU in seconds\n",
                 seconds, audio.size() / kFrameBytes, kFrameBytes);
     std::printf(
+        "receivers: a separate process, kernel arrival time stamps (SO_TIMESTAMPNS)\n"
         "send error: |arrival at the first receiver - intended schedule|; lateness: arrival - schedule at\n"
         "every receiver (negative: early); jitter: RFC 3550 interarrival jitter, mean and max over "
-        "receivers\n\n");
-    std::printf("%-9s %9s %8s %8s %8s | %8s %8s %8s | %8s %8s | %19s | %7s\n", "sender", "receivers",
+        "receivers;\n"
+        "cpu: CPU seconds of the sender (manager: this process; ffmpeg: its process), cpu %%: of one core\n"
+        "over the run's wall time\n"
+        "ffmpeg-tee: ffmpeg -re -i FILE -af asetnsamples=n=320,arealtime -c:a pcm_mulaw -f tee -map 0:a\n"
+        "            \"[f=rtp]rtp://127.1:P1?rtcpport=P1|...\" (one 332-byte packet per 40 ms per "
+        "receiver,\n"
+        "            as the manager sends); its schedule is its RTP time stamps\n\n");
+    std::printf("%-10s %9s %8s %8s %8s | %8s %8s %8s | %8s %8s | %19s | %7s %6s\n", "sender", "receivers",
                 "send p50", "p99", "max", "late p50", "p99", "max", "jitter", "max", "packets/expected",
-                "cpu");
-    Figures oneReceiver;
+                "cpu", "cpu %");
+    auto cdfPath = [&](const std::string& sender, int count) {
+        return cdfDir.empty() ? std::string()
+                              : cdfDir + "/lateness-" + sender + "-" + std::to_string(count) + ".txt";
+    };
+    if (!cdfDir.empty()) {
+        std::error_code error;
+        std::filesystem::create_directories(cdfDir, error);
+    }
+    struct Pair {
+        Figures manager;
+        Figures ffmpeg;
+        bool ffmpegOk = false;
+    };
+    std::vector<Pair> pairs;
+    int ffmpegRunAtMax = 0;
     for (int count : counts) {
-        Figures figures;
-        if (!RunManager(audio, count, figures)) {
+        Pair pair;
+        if (!RunManager(audio, count, pair.manager, cdfPath("manager", count))) {
             std::fprintf(stderr, "run with %d receivers failed\n", count);
             return 1;
         }
-        PrintRow("manager", figures);
-        if (count == 1) {
-            oneReceiver = figures;
+        PrintRow("manager", pair.manager);
+        // Beyond the outputs ffmpeg's tee takes, it runs once at its largest count.
+        const int ffmpegCount = std::min(count, ffmpegMax);
+        if (ffmpegCount > 0 && (ffmpegCount == count || ffmpegRunAtMax == 0)) {
+            pair.ffmpegOk = RunFfmpegTee(toneFile, ffmpegCount, pair.ffmpeg, cdfPath("ffmpeg", ffmpegCount));
+            if (pair.ffmpegOk) {
+                PrintRow("ffmpeg-tee", pair.ffmpeg);
+            } else {
+                std::printf("%-10s %9d   ffmpeg failed (exit status or no packets)\n", "ffmpeg-tee",
+                            ffmpegCount);
+            }
+            if (ffmpegCount == ffmpegMax) {
+                ffmpegRunAtMax = ffmpegCount;
+            }
         }
+        pairs.push_back(pair);
     }
-    const ReceiverSetup peer = FfmpegPeer();
-    Figures ffmpeg;
-    Figures ffmpegSmall;
-    if (!RunFfmpeg(ToneFfmpegArguments(toneFile, 0), peer, ffmpeg) ||
-        !RunFfmpeg(ToneFfmpegArguments(toneFile, kFrameBytes + 12), peer, ffmpegSmall)) {
-        std::fprintf(stderr, "ffmpeg run failed\n");
-        return 1;
-    }
-    PrintRow("ffmpeg", ffmpeg);
-    PrintRow("ffmpeg332", ffmpegSmall);
-    std::printf(
-        "ffmpeg:    ffmpeg -re -i FILE -c:a pcm_mulaw -f rtp rtp://127.0.0.1:PORT (packets up to 1400 "
-        "bytes)\n"
-        "ffmpeg332: the same with -packetsize 332 (320-byte payloads, as the manager sends)\n"
-        "ffmpeg's schedule is its RTP time stamps; -re releases whole demuxed blocks, so it runs ahead.\n");
-    if (oneReceiver.receivers == 1) {
+    std::printf("\nmanager / ffmpeg-tee at the same receiver count:\n");
+    for (const auto& pair : pairs) {
+        if (!pair.ffmpegOk) {
+            continue;
+        }
         auto ratio = [](double ours, double theirs) { return theirs != 0 ? ours / theirs : 0.0; };
-        for (const auto* peerFigures : {&ffmpeg, &ffmpegSmall}) {
-            std::printf("\nmanager / %s, one receiver: send error p99 %.3f, jitter %.3f, cpu %.3f",
-                        peerFigures == &ffmpeg ? "ffmpeg" : "ffmpeg332",
-                        ratio(oneReceiver.sendP99Us, peerFigures->sendP99Us),
-                        ratio(oneReceiver.jitterMeanUs, peerFigures->jitterMeanUs),
-                        ratio(oneReceiver.cpuSeconds, peerFigures->cpuSeconds));
-        }
-        std::printf("\n");
+        std::printf("  %5d receivers (ffmpeg %5d): late p99 %.3f, late max %.3f, jitter %.3f, cpu %.3f\n",
+                    pair.manager.receivers, pair.ffmpeg.receivers,
+                    ratio(pair.manager.lateP99Us, pair.ffmpeg.lateP99Us),
+                    ratio(pair.manager.lateMaxUs, pair.ffmpeg.lateMaxUs),
+                    ratio(pair.manager.jitterMeanUs, pair.ffmpeg.jitterMeanUs),
+                    ratio(pair.manager.cpuSeconds, pair.ffmpeg.cpuSeconds));
+    }
+    if (!cdfDir.empty()) {
+        std::printf("lateness distributions: %s/lateness-<manager|ffmpeg>-<receivers>.txt\n", cdfDir.c_str());
     }
 
     if (search) {

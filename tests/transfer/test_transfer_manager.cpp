@@ -1,7 +1,12 @@
 // The transfer manager's queues, pacing, back-pressure and lifecycle, on a virtual clock with recording
 // transports standing in for the three back ends.
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -11,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpFanout.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/VoiceTransferManager.h"
 #include "VirtualClock.h"
 #include "framework/base/ErrorCode.h"
@@ -642,4 +648,69 @@ TEST_F(TransferManagerTest, LiveInputNeverWaitsForASlowGroupItsOldestFramesGoAnd
     manager->StopTransfer();
     EXPECT_EQ(manager->GetDroppedFrameCount(), 0u) << "a stop ends the count";
     manager->WaitTransferFinish();
+}
+
+TEST(TransferManagerRtp, ALargeGroupOfRealSpeakersGetsEveryFrameInItsOwnStream) {
+    // More speakers than one sending thread takes, so that both fan-out lanes send: sockets of the test on
+    // loopback, one per speaker, and the transfers' own sockets.
+    const int speakers = static_cast<int>(CUdpFanout::kHelperThreshold) + 2;
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    files.rlim_cur = files.rlim_max;
+    if (setrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur < static_cast<rlim_t>(2 * speakers + 64)) {
+        GTEST_SKIP() << "needs " << 2 * speakers + 64 << " descriptors";
+    }
+    std::vector<int> sockets;
+    std::vector<OEMTransferTarget> targets;
+    for (int i = 0; i < speakers; ++i) {
+        const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+        ASSERT_GE(fd, 0);
+        sockets.push_back(fd);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof(address);
+        ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), length), 0);
+        ASSERT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
+        targets.push_back(
+            {i, "127.0.0.1", ntohs(address.sin_port), i % 2 == 0 ? kEncodeG711U : kEncodeG711A});
+    }
+    {
+        CVoiceTransferManager manager;
+        manager.SetFrameInterval(0);
+        manager.StartSendToOEM(targets);
+        for (int k = 0; k < 3; ++k) {
+            const auto frame = Frame(k);
+            manager.SendData(frame.data(), static_cast<int32_t>(frame.size()));
+        }
+        manager.SetInputFinished();
+        manager.WaitTransferFinish();
+        manager.StopTransfer();
+    }
+    for (int i = 0; i < speakers; ++i) {
+        uint8_t ssrc[4] = {};
+        for (int k = 0; k < 3; ++k) {
+            uint8_t packet[2048];
+            ssize_t size = -1;
+            for (int tries = 0; tries < 2000 && size < 0; ++tries) {
+                size = recv(sockets[static_cast<size_t>(i)], packet, sizeof(packet), 0);
+                if (size < 0) {
+                    std::this_thread::sleep_for(1ms);
+                }
+            }
+            ASSERT_EQ(size, 332) << "speaker " << i << " frame " << k;
+            EXPECT_EQ(packet[0], 0x80);
+            EXPECT_EQ(packet[1], (k == 0 ? 0x80 : 0) | (i % 2 == 0 ? 0 : 8)) << "speaker " << i;
+            EXPECT_EQ(packet[2] << 8 | packet[3], k);
+            EXPECT_EQ(static_cast<uint32_t>(packet[4] << 24 | packet[5] << 16 | packet[6] << 8 | packet[7]),
+                      static_cast<uint32_t>(320 * k));
+            if (k == 0) {
+                std::memcpy(ssrc, packet + 8, 4);
+            }
+            EXPECT_EQ(std::memcmp(ssrc, packet + 8, 4), 0) << "one SSRC per stream";
+            EXPECT_EQ(std::vector<uint8_t>(packet + 12, packet + size), Frame(k)) << "speaker " << i;
+        }
+        EXPECT_LT(recv(sockets[static_cast<size_t>(i)], nullptr, 0, 0), 0) << "one packet per frame";
+        close(sockets[static_cast<size_t>(i)]);
+    }
 }

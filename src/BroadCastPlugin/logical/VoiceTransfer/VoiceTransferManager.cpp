@@ -6,6 +6,7 @@
 
 #include "BroadCastPlugin/logical/VoiceTransfer/SafeCopy.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/TransferFactory.h"
+#include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpFanout.h"
 #include "framework/base/ErrorCode.h"
 #include "framework/base/FormatLog.h"
 #include "framework/base/LogThrottle.h"
@@ -82,6 +83,7 @@ void CVoiceTransferManager::ClearTransfers(VoiceSendParam& group) {
     {
         std::lock_guard<std::mutex> lock(group.mutex);
         dropped.swap(group.transfers);
+        ++group.transfersVersion;
     }
     // Transports close when their last reference goes, outside the lock.
 }
@@ -102,6 +104,7 @@ bool CVoiceTransferManager::StartSendToZPS(const std::vector<ZPSTransferTarget>&
         }
         std::lock_guard<std::mutex> lock(zpsParam->mutex);
         zpsParam->transfers.push_back(transfer);
+        ++zpsParam->transfersVersion;
     }
     StartGroupThread(zpsParam);
     return true;
@@ -127,6 +130,7 @@ bool CVoiceTransferManager::StartSendToSDK(const std::vector<SDKTransferTarget>&
         // running yet (joined above, started below), so nothing else touches this list meanwhile.
         std::lock_guard<std::mutex> lock(zpsParam->mutex);
         sdkParam->transfers.push_back(transfer);
+        ++sdkParam->transfersVersion;
     }
     StartGroupThread(sdkParam);
     return true;
@@ -149,6 +153,7 @@ void CVoiceTransferManager::StartSendToOEM(const std::vector<OEMTransferTarget>&
         NotifyTransferResult(target.elementID, 1);
         std::lock_guard<std::mutex> lock(oemParam->mutex);
         oemParam->transfers.push_back(transfer);
+        ++oemParam->transfersVersion;
     }
     StartGroupThread(oemParam);
 }
@@ -161,9 +166,19 @@ void CVoiceTransferManager::SendData(const uint8_t* data, int32_t size) {
     if (liveLimit == 0) {
         WaitConsumeData();
     }
+    // One copy of the frame, shared by the groups: none of them changes it.
+    std::shared_ptr<const uint8_t> frame;
     for (const auto& group : {zpsParam, sdkParam, oemParam}) {
         if (!group->started) {
             continue;
+        }
+        if (!frame) {
+            auto storage = std::make_shared<std::vector<uint8_t>>(static_cast<std::size_t>(size));
+            if (!SafeMemcpy(storage->data(), storage->size(), data, static_cast<std::size_t>(size))) {
+                return;
+            }
+            const uint8_t* bytes = storage->data();
+            frame = std::shared_ptr<const uint8_t>(std::move(storage), bytes);
         }
         std::lock_guard<std::mutex> lock(group->mutex);
         if (liveLimit > 0 && group->dataQueue.size() >= liveLimit) {
@@ -175,14 +190,7 @@ void CVoiceTransferManager::SendData(const uint8_t* data, int32_t size) {
                         "[%s]A group falls behind the live input: its oldest frames go.[%s(%d)]");
             }
         }
-        VoiceDataBlock block;
-        block.data = std::make_unique<uint8_t[]>(static_cast<std::size_t>(size));
-        block.size = size;
-        if (!SafeMemcpy(block.data.get(), static_cast<std::size_t>(size), data,
-                        static_cast<std::size_t>(size))) {
-            continue;
-        }
-        group->dataQueue.push_back(std::move(block));
+        group->dataQueue.push_back(VoiceDataBlock{frame, size});
         group->dataReady.notify_one();
     }
 }
@@ -232,9 +240,16 @@ void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) 
     Tal::Base::CLogThrottle sendFailures;
     ITransferClock::TimePoint start = clock_->Now();
     const int32_t preBufferFrames = group->preBufferFrames;
+    // The sending transports, rebuilt when the group's list changes: `targets` keeps them alive, RTP
+    // speakers go through `fanout` in batches, the others (`single`) get SendVoice.
+    std::vector<std::shared_ptr<IVoiceTransfer>> targets;
+    std::vector<IVoiceTransfer*> single;
+    std::vector<IRtpBatchTransfer*> rtp;
+    bool haveTargets = false;
+    uint64_t targetsVersion = 0;
+    CUdpFanout fanout;
     for (;;) {
         std::deque<VoiceDataBlock> blocks;
-        std::vector<std::shared_ptr<IVoiceTransfer>> targets;
         {
             std::unique_lock<std::mutex> lock(group->mutex);
             if (group->dataQueue.empty()) {
@@ -255,9 +270,23 @@ void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) 
                 });
             }
             blocks.swap(group->dataQueue);
-            for (const auto& transfer : group->transfers) {
-                if (transfer->GetTransferType() == kTransferSend) {
-                    targets.push_back(transfer);
+            if (!haveTargets || targetsVersion != group->transfersVersion) {
+                targets.clear();
+                for (const auto& transfer : group->transfers) {
+                    if (transfer->GetTransferType() == kTransferSend) {
+                        targets.push_back(transfer);
+                    }
+                }
+                haveTargets = true;
+                targetsVersion = group->transfersVersion;
+                single.clear();
+                rtp.clear();
+                for (const auto& transfer : targets) {
+                    if (auto* batch = dynamic_cast<IRtpBatchTransfer*>(transfer.get())) {
+                        rtp.push_back(batch);
+                    } else {
+                        single.push_back(transfer.get());
+                    }
                 }
             }
         }
@@ -274,13 +303,14 @@ void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) 
             if (!burst && count == preBufferFrames) {
                 start = clock_->Now();
             }
-            for (const auto& transfer : targets) {
+            for (IVoiceTransfer* transfer : single) {
                 if (!transfer->SendVoice(block.data.get(), block.size) && sendFailures.Count()) {
                     // Logged the 1st, 2nd, 4th, ... time: a dead target fails every frame.
                     TAL_LOG(5, "Broadcast", "[%s]Send voice data to zps failed. data size: %d[%s(%d)]",
                             block.size);
                 }
             }
+            fanout.Send(rtp, block.data.get(), block.size);
             if (!burst) {
                 // Absolute schedule from `start`: no drift accumulates, a late sender catches up unslept, and
                 // the sleep ends at the due time itself rather than whole milliseconds after it.
@@ -336,6 +366,7 @@ void CVoiceTransferManager::StopTransfer() {
                 if ((*it)->GetTransferType() == kTransferSend) {
                     closing.push_back(*it);
                     it = group->transfers.erase(it);
+                    ++group->transfersVersion;
                 } else {
                     ++it;  // listening sessions end only with StopListenFromZPS
                 }
@@ -363,6 +394,7 @@ bool CVoiceTransferManager::StartListenFromZPS(const ZPSTransferTarget& target, 
         {
             std::lock_guard<std::mutex> lock(zpsParam->mutex);
             zpsParam->transfers.push_back(transfer);
+            ++zpsParam->transfersVersion;
         }
         stopFlag = false;
         return true;
@@ -382,6 +414,7 @@ void CVoiceTransferManager::StopListenFromZPS() {
         if (it != zpsParam->transfers.end()) {
             listening = *it;
             zpsParam->transfers.erase(it);
+            ++zpsParam->transfersVersion;
         }
     }
     if (listening) {

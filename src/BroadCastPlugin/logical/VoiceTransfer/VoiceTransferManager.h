@@ -19,9 +19,10 @@
 
 namespace BroadCastPlugin {
 
-/// One queued frame; the block owns its copy of the bytes.
+/// One queued frame. The bytes are copied once from the input and shared, read-only, by the blocks of
+/// every group; the last block to go frees them.
 struct VoiceDataBlock {
-    std::unique_ptr<uint8_t[]> data;
+    std::shared_ptr<const uint8_t> data;
     int32_t size = 0;
 };
 
@@ -35,6 +36,9 @@ struct VoiceSendParam {
     std::atomic<bool> preBufferEnabled{false};
     int32_t preBufferFrames = 0;
     std::list<std::shared_ptr<IVoiceTransfer>> transfers;
+    /// Bumped under `mutex` with every change of `transfers`, so that the sending thread rebuilds its own
+    /// list of targets only then and not for every frame.
+    uint64_t transfersVersion = 0;
     std::mutex threadMutex;  ///< guards starting and joining sendThread
 };
 

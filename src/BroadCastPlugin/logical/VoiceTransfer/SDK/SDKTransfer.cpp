@@ -20,15 +20,19 @@ using DevNet::kErrorModule;
 
 }  // namespace
 
-CSDKTransfer::~CSDKTransfer() {
-    if (!VoiceHandles().empty()) {
-        Uninit();
+void CDevNetVoiceTalk::Reset(int32_t handle) {
+    const int32_t closing = handle_;
+    handle_ = handle;
+    if (closing >= 0) {
+        DEVNET_StopVoiceTalk(closing);
     }
 }
 
-std::vector<int32_t> CSDKTransfer::VoiceHandles() const {
+CSDKTransfer::~CSDKTransfer() = default;  // the talks stop with their owners
+
+std::vector<std::shared_ptr<CDevNetVoiceTalk>> CSDKTransfer::VoiceTalks() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return voiceHandles_;
+    return voiceTalks_;
 }
 
 bool CSDKTransfer::Init(const SDKTransferTarget& target) {
@@ -56,14 +60,14 @@ bool CSDKTransfer::Init(const SDKTransferTarget& target) {
         return true;
     }
     for (const auto& channel : target.channels) {
-        int32_t handle = -1;
+        CDevNetVoiceTalk talk;
         if (channel.channel < kDirectChannelBase) {
             SetVoiceEncodeInfo(target.encodeType, userId);
-            handle = DEVNET_StartVoiceTalk(userId, 1, nullptr, nullptr);
+            talk.Reset(DEVNET_StartVoiceTalk(userId, 1, nullptr, nullptr));
         } else {
-            handle = DEVNET_StartVoiceTalk(userId, channel.channel, nullptr, nullptr);
+            talk.Reset(DEVNET_StartVoiceTalk(userId, channel.channel, nullptr, nullptr));
         }
-        if (handle < 0) {
+        if (!talk.Valid()) {
             const uint32_t error = DEVNET_GetLastError();
             TAL_LOG(5, "Broadcast", "[%s]DEVNET_StartVoiceTalk error, %d!\n[%s(%d)]",
                     static_cast<int>(error));
@@ -72,8 +76,9 @@ bool CSDKTransfer::Init(const SDKTransferTarget& target) {
             Uninit();
             return false;
         }
+        auto owner = std::make_shared<CDevNetVoiceTalk>(std::move(talk));
         std::lock_guard<std::mutex> lock(mutex_);
-        voiceHandles_.push_back(handle);
+        voiceTalks_.push_back(std::move(owner));
     }
     return true;
 }
@@ -94,11 +99,13 @@ void CSDKTransfer::SetVoiceEncodeInfo(int32_t encodeType, int32_t userId) {
 }
 
 bool CSDKTransfer::SendVoice(const uint8_t* data, int32_t size) {
-    const std::vector<int32_t> handles = VoiceHandles();
-    if (handles.empty()) {
+    // The references keep the talks open while this frame is sent, even if Uninit comes meanwhile.
+    const std::vector<std::shared_ptr<CDevNetVoiceTalk>> talks = VoiceTalks();
+    if (talks.empty()) {
         TAL_LOG(5, "Broadcast", "[%s]Send voice failed. handle is -1.[%s(%d)]");
     }
-    for (const int32_t handle : handles) {
+    for (const auto& talk : talks) {
+        const int32_t handle = talk->Get();
         if (size < kPieceSize || data == nullptr) {
             TAL_LOG(5, "ClientVFPluginError",
                     "[%s]Send data to device failed. voice handle: %ld, buffsize: %ld[%s(%d)]",
@@ -111,10 +118,14 @@ bool CSDKTransfer::SendVoice(const uint8_t* data, int32_t size) {
             }
         } else {
             for (int32_t offset = 0; offset < size; offset += kPieceSize) {
-                // The device takes whole pieces: a short tail is padded with zeros.
-                char piece[kPieceSize] = {};
-                SafeMemcpy(piece, sizeof(piece), data + offset,
-                           static_cast<std::size_t>(std::min(kPieceSize, size - offset)));
+                // The device takes whole pieces: whole ones go straight from the frame, a short tail is
+                // copied and padded with zeros.
+                const char* piece = reinterpret_cast<const char*>(data + offset);
+                char tail[kPieceSize] = {};
+                if (size - offset < kPieceSize) {
+                    SafeMemcpy(tail, sizeof(tail), data + offset, static_cast<std::size_t>(size - offset));
+                    piece = tail;
+                }
                 if (DEVNET_SendVoiceData(handle, piece, kPieceSize) == 0) {
                     TAL_LOG(5, "ClientVFPluginError",
                             "[%s]Send data to device failed. voice handle: %ld, buffsize: 160[%s(%d)]",
@@ -127,14 +138,12 @@ bool CSDKTransfer::SendVoice(const uint8_t* data, int32_t size) {
 }
 
 void CSDKTransfer::Uninit() {
-    std::vector<int32_t> handles;
+    std::vector<std::shared_ptr<CDevNetVoiceTalk>> talks;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        handles.swap(voiceHandles_);
+        talks.swap(voiceTalks_);
     }
-    for (const int32_t handle : handles) {
-        DEVNET_StopVoiceTalk(handle);
-    }
+    // Each talk stops here, or at the end of a send still using it; never twice.
 }
 
 }  // namespace BroadCastPlugin

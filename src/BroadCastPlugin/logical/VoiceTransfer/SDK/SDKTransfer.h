@@ -3,10 +3,12 @@
 // the real-time broadcast audio format, opens a voice talk per channel and sends frames in 160-byte pieces.
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <vector>
 
 #include "BroadCastPlugin/logical/VoiceTransfer/IVoiceTransfer.h"
+#include "BroadCastPlugin/logical/VoiceTransfer/SDK/DevNetVoiceTalk.h"
 
 namespace BroadCastPlugin {
 
@@ -28,10 +30,11 @@ public:
     void Uninit() override;
 
 private:
-    std::vector<int32_t> VoiceHandles() const;
+    std::vector<std::shared_ptr<CDevNetVoiceTalk>> VoiceTalks() const;
 
-    mutable std::mutex mutex_;  ///< guards voiceHandles_
-    std::vector<int32_t> voiceHandles_;
+    mutable std::mutex mutex_;  ///< guards voiceTalks_
+    /// One per channel; shared with a send in progress, so that Uninit cannot stop a talk under it.
+    std::vector<std::shared_ptr<CDevNetVoiceTalk>> voiceTalks_;
 };
 
 }  // namespace BroadCastPlugin

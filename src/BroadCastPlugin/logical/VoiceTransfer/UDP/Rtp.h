@@ -25,6 +25,10 @@ constexpr std::size_t kRtpMaxPayload = kRtpPacketBufferSize - kRtpHeaderSize;
 /// sequence and timestamp start at 0.
 void rtp_init(RtpSenderState* state, uint8_t payloadType);
 
+/// Writes the 12-byte header of the next packet, for a payload of `payloadSize` bytes, to `header` and
+/// advances the state as rtp_send_buf does. For senders that keep the payload apart from the header.
+void rtp_write_header(RtpSenderState* state, uint8_t* header, uint32_t payloadSize);
+
 /// Writes header and payload into `packet` (capacity `packetSize` bytes) and advances sequence (by 1,
 /// wrapping at 16 bits) and timestamp (by `size`: one unit per payload byte, one per sample for G.711). The
 /// marker bit is set when the sequence number is 0. The SSRC is copied in host byte order. Returns the packet

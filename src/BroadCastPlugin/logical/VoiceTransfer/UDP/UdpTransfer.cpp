@@ -86,4 +86,25 @@ bool CUdpTransfer::SendVoice(const uint8_t* data, int32_t size) {
     return true;
 }
 
+bool CUdpTransfer::NextRtpPacket(uint8_t* header, uint32_t payloadSize, sockaddr_in& destination) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!context_) {
+        return false;
+    }
+    if (payloadSize > kRtpMaxPayload) {
+        Tal::Base::Error::SetLastError(ErrorCode(Tal::Base::Error::kSubSystemClient,
+                                                 Tal::Base::Error::kModuleFramework,
+                                                 Tal::Base::Error::kCodeInvalidInput));
+        TAL_LOG(5, "Broadcast", "[%s]Frame of %d bytes does not fit an rtp packet (at most %zu).[%s(%d)]",
+                static_cast<int>(payloadSize), kRtpMaxPayload);
+        return false;
+    }
+    rtp_write_header(&context_->rtp, header, payloadSize);
+    destination = sockaddr_in{};
+    destination.sin_family = AF_INET;
+    destination.sin_addr.s_addr = context_->address;
+    destination.sin_port = context_->port;
+    return true;
+}
+
 }  // namespace BroadCastPlugin

@@ -8,6 +8,7 @@
 
 #include "BroadCastPlugin/logical/VoiceTransfer/IVoiceTransfer.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/UDP/Rtp.h"
+#include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpFanout.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpSocket.h"
 
 namespace BroadCastPlugin {
@@ -15,7 +16,9 @@ namespace BroadCastPlugin {
 /// RTP payload type for an encode type: 0 -> 9 (G.722), 1 -> 0 (PCMU), 2 -> 8 (PCMA), other -> 9.
 uint8_t RtpPayloadTypeForEncodeType(int32_t encodeType);
 
-class CUdpTransfer : public IUdpVoiceTransfer {
+/// A speaker's RTP stream. The manager's sending thread sends its packets through the group's fan-out
+/// (NextRtpPacket); SendVoice sends one through the transfer's own socket.
+class CUdpTransfer : public IUdpVoiceTransfer, public IRtpBatchTransfer {
 public:
     CUdpTransfer() = default;
     ~CUdpTransfer() override;
@@ -27,6 +30,9 @@ public:
     /// Sends one frame as one RTP packet. Send failures are logged and the frame is lost (true all the same);
     /// a frame larger than the packet buffer is refused with false.
     bool SendVoice(const uint8_t* data, int32_t size) override;
+    /// Stamps the next packet's header and gives the speaker's address; false once closed. A frame larger
+    /// than SendVoice takes is refused as there, leaving the stream untouched.
+    bool NextRtpPacket(uint8_t* header, uint32_t payloadSize, sockaddr_in& destination) override;
 
 private:
     struct UdpContext {

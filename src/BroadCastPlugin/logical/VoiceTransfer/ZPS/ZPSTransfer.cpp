@@ -77,20 +77,37 @@ void FillAudioParamFromInfo(const ZPSClient_AudioInfo& info, ZPSAudioParam& para
     }
 }
 
-CZPSTransfer::~CZPSTransfer() {
-    if (SessionHandle() >= 0) {
-        Uninit();
+CZPSTransfer::~CZPSTransfer() = default;  // the session closes with its owner
+
+void CZPSSession::Reset(int handle) {
+    const int closing = handle_;
+    handle_ = handle;
+    if (closing < 0) {
+        return;
+    }
+    // Both failures are reported with the same text on purpose.
+    if (ZPSClient_Stop(closing) != 0) {
+        const unsigned int error = ZPSClient_GetLastError();
+        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
+        SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
+    }
+    if (ZPSClient_DestroySession(closing) != 0) {
+        const unsigned int error = ZPSClient_GetLastError();
+        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
+        SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
     }
 }
 
-int32_t CZPSTransfer::SessionHandle() const {
+std::shared_ptr<CZPSSession> CZPSTransfer::Session() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return sessionHandle_;
+    return session_;
 }
 
 bool CZPSTransfer::Init(const std::string& token) {
     TAL_LOG(3, "Broadcast", "[%s]Start ZPSClient_CreateSession[%s(%d)]");
-    const int session = ZPSClient_CreateSession();
+    // The owner destroys the session on any path that does not hand it to session_.
+    CZPSSession owner(ZPSClient_CreateSession());
+    const int session = owner.Get();
     if (session < 0) {
         TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_CreateSession[%s(%d)]");
         const unsigned int error = ZPSClient_GetLastError();
@@ -106,7 +123,7 @@ bool CZPSTransfer::Init(const std::string& token) {
     if (result != 0) {
         const unsigned int error = ZPSClient_GetLastError();
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-        ZPSClient_DestroySession(session);
+        ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
         ZPSClient_FiniLib();
         TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_SetRtspTimeout, [err: %d], err_code: %u[%s(%d)]",
                 result, error);
@@ -122,7 +139,7 @@ bool CZPSTransfer::Init(const std::string& token) {
             TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetSessionParams Failed.[%s(%d)]",
                     error);
             SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-            ZPSClient_DestroySession(session);
+            ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
             ZPSClient_FiniLib();
             return false;
         }
@@ -133,20 +150,28 @@ bool CZPSTransfer::Init(const std::string& token) {
         const unsigned int error = ZPSClient_GetLastError();
         TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-        ZPSClient_DestroySession(session);
+        ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
         ZPSClient_FiniLib();
         return false;
     }
 
     TAL_LOG(3, "Broadcast", "[%s]Finish Init zps.[%s(%d)]");
-    std::lock_guard<std::mutex> lock(mutex_);
-    sessionHandle_ = session;
+    auto shared = std::make_shared<CZPSSession>(std::move(owner));
+    std::shared_ptr<CZPSSession> previous;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        previous = std::move(session_);
+        session_ = std::move(shared);
+    }
+    // A second Init closes the session of the first here, outside the lock.
     return true;
 }
 
 bool CZPSTransfer::StartVoiceTalk(const std::string& url, const std::string& second,
                                   const std::string& third) {
-    const int session = SessionHandle();
+    // The reference keeps the session open while it is used here, even if Uninit comes meanwhile.
+    const std::shared_ptr<CZPSSession> owner = Session();
+    const int session = owner ? owner->Get() : -1;
     if (session < 0) {
         TAL_LOG(5, "Broadcast", "[%s]session handle less than 0[%s(%d)]");
         return true;  // the caller goes on without this session
@@ -169,7 +194,8 @@ bool CZPSTransfer::StartVoiceTalk(const std::string& url, const std::string& sec
 }
 
 bool CZPSTransfer::SendVoice(const uint8_t* data, int32_t size) {
-    const int result = ZPSClient_SendVoiceData(SessionHandle(), data, size);
+    const std::shared_ptr<CZPSSession> owner = Session();
+    const int result = ZPSClient_SendVoiceData(owner ? owner->Get() : -1, data, size);
     if (result == -1) {
         const int error = static_cast<int>(ZPSClient_GetLastError());
         if (sendFailures_.Count()) {  // a dead session fails every frame: the 1st, 2nd, 4th, ... are logged
@@ -204,7 +230,8 @@ void CZPSTransfer::SetDataCallback(ZPSDataCallback callback) {
 
 bool CZPSTransfer::GetZPSAudioParam(ZPSAudioParam& param) {
     ZPSClient_AudioInfo info{};
-    const int result = ZPSClient_GetAudioInfo(SessionHandle(), &info);
+    const std::shared_ptr<CZPSSession> owner = Session();
+    const int result = ZPSClient_GetAudioInfo(owner ? owner->Get() : -1, &info);
     if (result != 0) {
         const unsigned int error = ZPSClient_GetLastError();
         TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_GetAudioInfo, [err: %d][%s(%d)]",
@@ -218,7 +245,8 @@ bool CZPSTransfer::GetZPSAudioParam(ZPSAudioParam& param) {
 }
 
 void CZPSTransfer::StopVoiceTalk() {
-    const int session = SessionHandle();
+    const std::shared_ptr<CZPSSession> owner = Session();
+    const int session = owner ? owner->Get() : -1;
     if (session < 0) {
         TAL_LOG(5, "Broadcast", "[%s]session handle less than 0[%s(%d)]");
         return;
@@ -234,27 +262,16 @@ void CZPSTransfer::StopVoiceTalk() {
 }
 
 void CZPSTransfer::Uninit() {
-    int session = -1;
+    std::shared_ptr<CZPSSession> owner;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        session = sessionHandle_;
-        sessionHandle_ = -1;
+        owner = std::move(session_);
     }
-    if (session < 0) {
+    if (!owner || !owner->Valid()) {
         TAL_LOG(3, "Broadcast", "[%s]Do not need to uninit session.[%s(%d)]");
         return;
     }
-    // Both failures are reported with the same text on purpose.
-    if (ZPSClient_Stop(session) != 0) {
-        const unsigned int error = ZPSClient_GetLastError();
-        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
-        SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-    }
-    if (ZPSClient_DestroySession(session) != 0) {
-        const unsigned int error = ZPSClient_GetLastError();
-        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
-        SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-    }
+    // Stopped and destroyed here, or by a send still using it when that send ends; never twice.
 }
 
 }  // namespace BroadCastPlugin

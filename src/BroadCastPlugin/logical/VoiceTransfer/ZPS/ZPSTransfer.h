@@ -4,10 +4,12 @@
 // callback).
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 
 #include "BroadCastPlugin/logical/VoiceTransfer/IVoiceTransfer.h"
+#include "BroadCastPlugin/logical/VoiceTransfer/ZPS/ZPSSession.h"
 #include "framework/base/LogThrottle.h"
 #include "framework/media/zpsclient/ZPSClient.h"
 
@@ -40,12 +42,14 @@ public:
                                unsigned int size);
 
 private:
-    int32_t SessionHandle() const;
+    std::shared_ptr<CZPSSession> Session() const;
 
-    mutable std::mutex mutex_;  ///< guards the handle and the callback
+    mutable std::mutex mutex_;  ///< guards the session and the callback
     Tal::Base::CLogThrottle sendFailures_;
-    int32_t sessionHandle_ = -1;
     ZPSDataCallback dataCallback_;
+    /// Shared with the calls that use the session at the moment, so that Uninit cannot close it under them.
+    /// Declared last: it goes first, while the callback it may still call is alive.
+    std::shared_ptr<CZPSSession> session_;
 };
 
 }  // namespace BroadCastPlugin
