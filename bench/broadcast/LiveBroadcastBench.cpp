@@ -43,6 +43,7 @@
 #include "framework/base/FormatLog.h"
 #include "framework/business/BusinessCommon.h"
 #include "framework/business/PlatformLogin.h"
+#include "framework/media/videotool/VideoTool.h"
 #include "framework/netcomm/RapidJsonProto.h"
 #include "support/QtWait.h"
 #include "tool/audio/AudioCompare.h"
@@ -107,6 +108,9 @@ public:
             BusinessCommon::LogoutFromPlatform();
             BusinessCommon::UnInitBusinessCommon();
         }
+        if (voiceUp_) {
+            ORVVideoTool::UnInitVoiceEnvir();
+        }
         platform_.Stop();
         pulse_.Stop();
     }
@@ -132,6 +136,12 @@ public:
         BusinessCommon::CFrameSystemConfigMgr::Instance()->SetClientDataPath(work_.File("client"));
         BusinessCommon::CFrameSystemConfigMgr::Instance()->SetVideoCaptureDataPath(work_.File("capture"));
         moduleStarted_ = true;
+        // The audio back end stays up from the module's load on, as the plugin's lifecycle keeps it.
+        voiceUp_ = ORVVideoTool::InitVoiceEnvir(R"({"GeneralInit":true,"CirroInit":true})");
+        if (!voiceUp_) {
+            error = "the audio back end did not start";
+            return false;
+        }
         BusinessCommon::PlatformLoginRequest login;
         login.address = "127.0.0.1";
         login.port = std::stoi(platform_.RestUrl().substr(platform_.RestUrl().rfind(':') + 1));
@@ -157,6 +167,7 @@ private:
     PlatformTest::CPlatformProcess platform_;
     BcastTest::CTempDir work_;
     bool moduleStarted_ = false;
+    bool voiceUp_ = false;
 };
 
 struct SpeakerState {
