@@ -15,6 +15,7 @@
 //   bcast-bench-broadcast [--runs N] [--speakers N]       (defaults 20 talks, 1000 speakers)
 //   bcast-bench-broadcast --part latency --fixture F --runs N [--dump]
 //   bcast-bench-broadcast --part memory --fixture F --speakers N
+//   bcast-bench-broadcast --part sites --fixture DIR [--speakers N]
 
 #include <QApplication>
 
@@ -479,23 +480,31 @@ bool WriteSites(const std::string& promptOff, const std::string& many, int speak
     if (!WriteText(promptOff, site.get_str())) {
         return false;
     }
-    std::string devices = site.get_node_str("/Devices");
-    std::string elements = site.get_node_str("/Elements");
-    devices.pop_back();
-    elements.pop_back();
+    // The speakers go in front of the site's own devices and elements, as text: the compact text has
+    // exactly one "Devices":[ and one "Elements":[.
+    std::string devices;
+    std::string elements;
     for (int i = 0; i < speakers; ++i) {
         const std::string n = std::to_string(i + 1);
-        devices += ",{\"ID\":" + std::to_string(kManyFirstDevice + i) + ",\"Name\":\"Pole speaker " + n +
+        devices += "{\"ID\":" + std::to_string(kManyFirstDevice + i) + ",\"Name\":\"Pole speaker " + n +
                    "\",\"DeviceType\":2020,\"AccessProtocol\":23,\"IP\":\"127.0.0.1\",\"Port\":0,"
-                   "\"UserName\":\"\",\"Password\":\"\",\"StreamAccessType\":3}";
-        elements += ",{\"ID\":" + std::to_string(kManyFirstElement + i) + ",\"Name\":\"Pole " + n +
+                   "\"UserName\":\"\",\"Password\":\"\",\"StreamAccessType\":3},";
+        elements += "{\"ID\":" + std::to_string(kManyFirstElement + i) + ",\"Name\":\"Pole " + n +
                     "\",\"DeviceID\":" + std::to_string(kManyFirstDevice + i) +
                     ",\"Channel\":1,\"Stream\":\"sdk\",\"Partitions\":[2],\"Config\":{\"PeerTaskHandling\":1,"
                     "\"AudioCount\":1,\"Volume\":100},\"TerminalStatus\":1,\"Area\":{\"AreaID\":20,"
-                    "\"AreaName\":\"Parking deck\"}}";
+                    "\"AreaName\":\"Parking deck\"}},";
     }
-    return site.set_node_str("/Devices", devices + "]") && site.set_node_str("/Elements", elements + "]") &&
-           WriteText(many, site.get_str());
+    std::string text = site.get_str();
+    for (const auto& list : {std::make_pair(std::string("\"Devices\":["), devices),
+                             std::make_pair(std::string("\"Elements\":["), elements)}) {
+        const std::size_t at = text.find(list.first);
+        if (at == std::string::npos) {
+            return false;
+        }
+        text.insert(at + list.first.size(), list.second);
+    }
+    return WriteText(many, text);
 }
 
 // Runs one part in a child process; its "R " and "B " lines, without the marks.
@@ -613,6 +622,9 @@ int main(int argc, char** argv) {
         } else if (arg == "--dump") {
             dump = true;
         }
+    }
+    if (part == "sites") {  // writes the generated sites into --fixture DIR, for running a part by hand
+        return WriteSites(fixture + "/prompt-off.json", fixture + "/many-udp.json", speakers) ? 0 : 1;
     }
     if (part.empty()) {
         return Parent(runs, speakers);
