@@ -44,6 +44,7 @@
 #include "framework/base/FormatLog.h"
 #include "framework/business/BusinessCommon.h"
 #include "framework/business/PlatformLogin.h"
+#include "framework/media/audiocom/AudioCom.h"
 #include "framework/media/videotool/VideoTool.h"
 #include "framework/netcomm/RapidJsonProto.h"
 #include "support/QtWait.h"
@@ -231,6 +232,14 @@ const std::pair<const char*, const char*> kLogMarks[] = {
     {"Start ipspeaker voice speak. broadcast", "module: StartSpeakVoice begins"},
     {"Get broadcast element id", "module: broadcast addresses known"},
     {"Start audio com capture succ", "module: capture started"},
+    {"Start ZPSClient_CreateSession", "module: streaming session: create"},
+    {"Start ZPSClient_StartVoiceTalk", "module: streaming session: RTSP talk starts"},
+    {"Succ ZPSClient_StartVoiceTalk", "module: streaming session: RTSP talk up"},
+    {"Start transfer to sdk", "module: device interface: start"},
+    {"Logged in to", "module: device interface: logged in"},
+    {"DEVNET_StdConfig return", "module: device interface: encoding configured"},
+    {"Start transfer to oem", "module: UDP senders start"},
+    {"Operation log 265001 written", "module: operation log written"},
     {"Start ipspeaker voice speak finish", "module: StartSpeakVoice returns"},
 };
 
@@ -250,6 +259,84 @@ using Timeline = std::vector<std::pair<std::string, double>>;
 void AddEvent(Timeline& timeline, std::map<std::string, int>& seen, const std::string& label, double offset) {
     const int n = ++seen[label];
     timeline.push_back({n == 1 ? label : label + " #" + std::to_string(n), offset});
+}
+
+// A second capture of the virtual microphone, opened like the module's (first sound card, G.711 at 8 kHz):
+// the wall-clock time of the first captured block that carries sound is when the module's capture has the
+// sentence too. Separates "into the microphone and out of the capture" from "capture to speaker".
+class CCaptureProbe {
+public:
+    CCaptureProbe() {
+        AUDIOCOM_SOUNDCARD_INFO card{};
+        // Each call returns 1 on success.
+        if (AUDIOCOM_GetOneSoundCardInfo(0, &card) != 1 ||
+            AUDIOCOM_CreateCaptureHandle(&handle_, card.deviceName) != 1) {
+            handle_ = -1;
+            return;
+        }
+        AUDIOCOM_STREAM_PARAM param{};
+        param.channels = 1;
+        param.bitsPerSample = 16;
+        param.sampleRate = 8000;
+        param.bitRate = 64000;
+        param.codec = 2;
+        if (AUDIOCOM_RegisterCaptureDataCallBackEx(handle_, &CCaptureProbe::OnPcm, this) != 1 ||
+            AUDIOCOM_RegisterOutputDataCallBackEx(handle_, &param, &CCaptureProbe::OnEncoded, this) != 1 ||
+            AUDIOCOM_StartCapture(handle_) != 1) {
+            AUDIOCOM_ReleaseCaptureHandle(handle_);
+            handle_ = -1;
+        }
+    }
+    ~CCaptureProbe() {
+        if (handle_ >= 0) {
+            AUDIOCOM_StopCapture(handle_);
+            AUDIOCOM_ReleaseCaptureHandle(handle_);
+        }
+    }
+    CCaptureProbe(const CCaptureProbe&) = delete;
+    CCaptureProbe& operator=(const CCaptureProbe&) = delete;
+
+    bool IsOpen() const { return handle_ >= 0; }
+    // When the first block with sound arrived (0: none yet).
+    int64_t SoundAt() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return soundAt_;
+    }
+
+private:
+    static void OnPcm(int32_t, const uint8_t* data, uint32_t size, void* user) {
+        auto* self = static_cast<CCaptureProbe*>(user);
+        const auto* samples = reinterpret_cast<const int16_t*>(data);
+        double energy = 0;
+        for (uint32_t i = 0; i < size / 2; ++i) {
+            energy += static_cast<double>(samples[i]) * samples[i];
+        }
+        std::lock_guard<std::mutex> lock(self->mutex_);
+        if (self->soundAt_ == 0 && size >= 2 && std::sqrt(energy / (size / 2)) > kSoundRms) {
+            self->soundAt_ = NowMs();
+        }
+    }
+    static void OnEncoded(int32_t, const uint8_t*, uint32_t, void*) {}
+
+    static constexpr double kSoundRms = 300;
+    int32_t handle_ = -1;
+    std::mutex mutex_;
+    int64_t soundAt_ = 0;
+};
+
+// Milliseconds from the file's start to its first 20 ms block with sound (same threshold as the probe).
+double SoundOnsetMs(const BcastTool::PcmAudio& audio) {
+    const std::size_t block = 160;
+    for (std::size_t at = 0; at + block <= audio.samples.size(); at += block) {
+        double energy = 0;
+        for (std::size_t i = at; i < at + block; ++i) {
+            energy += static_cast<double>(audio.samples[i]) * audio.samples[i];
+        }
+        if (std::sqrt(energy / block) > 300) {
+            return static_cast<double>(at + block) / 8.0;
+        }
+    }
+    return 0;
 }
 
 int LatencyPart(const std::string& fixture, int runs, bool dump) {
@@ -275,6 +362,8 @@ int LatencyPart(const std::string& fixture, int runs, bool dump) {
 
     std::map<int, std::vector<double>> startLatency, mouthDelay;
     std::map<std::string, std::vector<double>> steps;
+    std::vector<double> captured;
+    const double onsetMs = SoundOnsetMs(sentence);
     for (int run = 0; run < runs; ++run) {
         const auto before = Speakers(platform);
         logClock.Take();
@@ -355,12 +444,20 @@ int LatencyPart(const std::string& fixture, int runs, bool dump) {
         }
 
         BcastTest::Settle(300);
+        CCaptureProbe probe;
         BcastTest::CBackgroundProcess player;
         const int64_t spoken = NowMs();
         if (!pulse.StartPlaying(sentencePath, &player) || !player.Wait(20000)) {
             return Fail("paplay failed");
         }
         BcastTest::Settle(800);
+        if (!probe.IsOpen() || probe.SoundAt() == 0) {
+            std::fprintf(stderr, "bench: talk %d: the second capture %s\n", run + 1,
+                         probe.IsOpen() ? "heard no sound" : "did not open");
+        } else {
+            // The block that held the onset ended up to one block after it.
+            captured.push_back(static_cast<double>(probe.SoundAt() - spoken) - onsetMs);
+        }
         controller->AsyncStopBroadcast(nullptr);
         BcastTest::WaitFor(
             [&] {
@@ -400,6 +497,8 @@ int LatencyPart(const std::string& fixture, int runs, bool dump) {
                     Percentile(startLatency[t.elementId], 90), Percentile(mouthDelay[t.elementId], 50),
                     Percentile(mouthDelay[t.elementId], 99), mouthDelay[t.elementId].size());
     }
+    std::printf("R capture capture_median=%.0f capture_p99=%.0f capture_n=%zu\n", Percentile(captured, 50),
+                Percentile(captured, 99), captured.size());
     std::vector<std::pair<double, std::string>> order;
     for (const auto& step : steps) {
         order.push_back({Percentile(step.second, 50), step.first});
@@ -583,7 +682,14 @@ int Parent(int runs, int speakers) {
                     Field(a, "start_median"), Field(a, "start_p90"), Field(b, "start_median"),
                     Field(b, "start_p90"), Field(b, "mouth_median"), Field(b, "mouth_p99"));
     }
-    std::printf("(mouth-to-speaker starts when paplay is started, so it includes paplay's own start-up)\n");
+    const std::string c = ResultOf(off, "capture");
+    std::printf("%-18s | %25s | %25s | %12.0f %12.0f\n", "into the capture", "", "",
+                Field(c, "capture_median"), Field(c, "capture_p99"));
+    std::printf(
+        "(mouth-to-speaker starts when paplay is started, so it includes paplay's own start-up; \"into the\n"
+        "capture\" is paplay, PulseAudio and the capture buffer up to the first block with sound, at a\n"
+        "second capture opened like the module's: the rest of each transport's figure is capture to "
+        "speaker)\n");
     std::printf("\nStart breakdown, prompt tone off: offset from AsyncStartSpeakVoice (ms)\n");
     std::printf("%-52s %7s %7s %7s %5s\n", "event", "median", "step", "p90", "talks");
     for (const std::string& line : offSteps) {
