@@ -203,13 +203,18 @@ std::map<int, SpeakerState> Speakers(const PlatformTest::CPlatformProcess& platf
     return out;
 }
 
-// The module's log lines with the wall-clock time at which they were written.
+// The module's log lines with the wall-clock time at which they were written; with `only`, just the lines
+// that hold that text (so that a talk to many speakers does not grow this process's memory).
 class CLogClock {
 public:
-    CLogClock() {
+    explicit CLogClock(std::string only = std::string()) : only_(std::move(only)) {
         hook_ = Tal::Base::AddLogHook([this](const Tal::Base::LogLine& line) {
+            if (!only_.empty() && line.text.find(only_) == std::string::npos) {
+                return;
+            }
+            const int64_t now = NowMs();
             std::lock_guard<std::mutex> lock(mutex_);
-            lines_.push_back({NowMs(), line.module + " " + line.text});
+            lines_.push_back({now, line.module + " " + line.text});
         });
     }
     ~CLogClock() { Tal::Base::RemoveLogHook(hook_); }
@@ -222,6 +227,7 @@ public:
     }
 
 private:
+    const std::string only_;
     int hook_ = 0;
     std::mutex mutex_;
     std::vector<std::pair<int64_t, std::string>> lines_;
@@ -515,7 +521,9 @@ int LatencyPart(const std::string& fixture, int runs, bool dump) {
 }
 
 int MemoryPart(const std::string& fixture, int speakers) {
+    const char* const kStartReturns = "Start ipspeaker voice speak finish";
     CRig rig("bench-broadcast-memory");
+    CLogClock logClock(kStartReturns);
     std::string error;
     if (!rig.Start(fixture, error)) {
         return Fail(error);
@@ -549,17 +557,35 @@ int MemoryPart(const std::string& fixture, int speakers) {
         },
         60000);
     const int64_t allReached = NowMs();
+    // How long the start call took and how many REST calls it made.
+    int64_t returned = 0;
+    for (const auto& line : logClock.Take()) {
+        if (returned == 0 && line.second.find(kStartReturns) != std::string::npos) {
+            returned = line.first;
+        }
+    }
     BcastTest::CBackgroundProcess player;
     if (!rig.Pulse().StartPlaying(tonePath, &player) || !player.Wait(20000)) {
         return Fail("paplay failed");
     }
     BcastTest::Settle(500);
     const double talkRss = StatusMiB("VmRSS");
+    const double peakRss = StatusMiB("VmHWM");
     controller->AsyncStopBroadcast(nullptr);
     BcastTest::WaitFor([&] { return controller->GetMainTaskCount() == 0; }, 20000);
+    // After the memory figures: the request log of the talk is a large answer.
+    int restCalls = 0;
+    const CRapidJsonProto requests = Control(platform, "requests");
+    for (int i = 1; i <= requests.get_cnt("/ResponseStatus/Data/Requests"); ++i) {
+        const int64_t at =
+            requests.get_int64_v("/ResponseStatus/Data/Requests[" + std::to_string(i) + "]/Time", 0);
+        restCalls += at >= asked && at <= returned ? 1 : 0;
+    }
     std::printf(
-        "R memory speakers=%d reached=%d all_reached_ms=%lld idle_rss=%.1f talk_rss=%.1f peak_rss=%.1f\n",
-        speakers, reached, static_cast<long long>(allReached - asked), idleRss, talkRss, StatusMiB("VmHWM"));
+        "R memory speakers=%d reached=%d all_reached_ms=%lld start_call_ms=%lld rest_calls=%d idle_rss=%.1f "
+        "talk_rss=%.1f peak_rss=%.1f\n",
+        speakers, reached, static_cast<long long>(allReached - asked),
+        static_cast<long long>(returned - asked), restCalls, idleRss, talkRss, peakRss);
     return 0;
 }
 
@@ -699,8 +725,9 @@ int Parent(int runs, int speakers) {
         const std::string& m = memory.front();
         std::printf(
             "\nLive talk to %.0f UDP speakers (%.0f reached their first audio, the last %.0f ms after "
-            "the start call)\n",
-            Field(m, "speakers"), Field(m, "reached"), Field(m, "all_reached_ms"));
+            "the start call;\nthe start call took %.0f ms and made %.0f REST calls)\n",
+            Field(m, "speakers"), Field(m, "reached"), Field(m, "all_reached_ms"), Field(m, "start_call_ms"),
+            Field(m, "rest_calls"));
         std::printf("host resident memory (MiB): logged in %.1f, during the talk %.1f, peak %.1f\n",
                     Field(m, "idle_rss"), Field(m, "talk_rss"), Field(m, "peak_rss"));
     }
