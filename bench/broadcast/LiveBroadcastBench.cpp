@@ -22,6 +22,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -520,6 +521,41 @@ int LatencyPart(const std::string& fixture, int runs, bool dump) {
     return 0;
 }
 
+// Resident memory of this process by mapping: anonymous memory (heap, thread stacks, arenas) and each file
+// (the libraries' pages in memory), largest first, in MiB.
+std::vector<std::pair<double, std::string>> ResidentByMapping() {
+    std::ifstream in("/proc/self/smaps");
+    std::map<std::string, double> kib;
+    std::string line;
+    std::string current;
+    while (std::getline(in, line)) {
+        if (line.empty()) {
+            continue;
+        }
+        if (std::isxdigit(static_cast<unsigned char>(line[0])) && line.find('-') != std::string::npos &&
+            line.find(':') > line.find('-')) {
+            // "start-end perms offset dev inode   path"
+            std::istringstream fields(line);
+            std::string range, perms, offset, dev, inode, path;
+            fields >> range >> perms >> offset >> dev >> inode;
+            std::getline(fields, path);
+            path.erase(0, path.find_first_not_of(' '));
+            current = path.empty() ? "[anonymous]" : path;
+            if (current.rfind("/", 0) == 0) {
+                current = current.substr(current.rfind('/') + 1);
+            }
+        } else if (line.rfind("Rss:", 0) == 0) {
+            kib[current] += std::atof(line.c_str() + 4);
+        }
+    }
+    std::vector<std::pair<double, std::string>> out;
+    for (const auto& entry : kib) {
+        out.push_back({entry.second / 1024.0, entry.first});
+    }
+    std::sort(out.rbegin(), out.rend());
+    return out;
+}
+
 int MemoryPart(const std::string& fixture, int speakers) {
     const char* const kStartReturns = "Start ipspeaker voice speak finish";
     CRig rig("bench-broadcast-memory");
@@ -571,6 +607,7 @@ int MemoryPart(const std::string& fixture, int speakers) {
     BcastTest::Settle(500);
     const double talkRss = StatusMiB("VmRSS");
     const double peakRss = StatusMiB("VmHWM");
+    const auto mappings = ResidentByMapping();
     controller->AsyncStopBroadcast(nullptr);
     BcastTest::WaitFor([&] { return controller->GetMainTaskCount() == 0; }, 20000);
     // After the memory figures: the request log of the talk is a large answer.
@@ -586,6 +623,28 @@ int MemoryPart(const std::string& fixture, int speakers) {
         "talk_rss=%.1f peak_rss=%.1f\n",
         speakers, reached, static_cast<long long>(allReached - asked),
         static_cast<long long>(returned - asked), restCalls, idleRss, talkRss, peakRss);
+    double shown = 0;
+    for (std::size_t i = 0; i < mappings.size() && i < 12; ++i) {
+        std::printf("B   %-40s %7.1f\n", mappings[i].second.c_str(), mappings[i].first);
+        shown += mappings[i].first;
+    }
+    double all = 0;
+    for (const auto& mapping : mappings) {
+        all += mapping.first;
+    }
+    std::printf("B   %-40s %7.1f\n", "the other mappings", all - shown);
+    double anonymous = 0;
+    int files = 0;
+    for (const auto& mapping : mappings) {
+        if (mapping.second.rfind("[", 0) == 0) {
+            anonymous += mapping.first;
+        } else {
+            ++files;
+        }
+    }
+    std::printf("B   %-40s %7.1f\n", "all anonymous (heap, stacks, arenas)", anonymous);
+    std::printf("B   %-40s %7.1f\n", ("all of " + std::to_string(files) + " files (libraries)").c_str(),
+                all - anonymous);
     return 0;
 }
 
@@ -730,6 +789,10 @@ int Parent(int runs, int speakers) {
             Field(m, "rest_calls"));
         std::printf("host resident memory (MiB): logged in %.1f, during the talk %.1f, peak %.1f\n",
                     Field(m, "idle_rss"), Field(m, "talk_rss"), Field(m, "peak_rss"));
+        std::printf("resident during the talk by mapping (MiB):\n");
+        for (const std::string& line : memorySteps) {
+            std::printf("%s\n", line.c_str());
+        }
     }
     return 0;
 }
