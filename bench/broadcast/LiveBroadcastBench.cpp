@@ -8,13 +8,15 @@
 //                     starts at the speaker (placed on the wall clock by the speaker's first-audio time and
 //                     the sentence's position in its WAV, found by cross-correlation), median and p99;
 //   memory            peak resident memory of this process (the module's host) during a live talk to 1,000
-//                     UDP speakers.
+//                     UDP speakers;
+//   REST              time per request of the module's REST client over http and https.
 // Each part runs in a child process of its own (its own platform, its own site, its own peak memory); the
 // parent writes the sites and prints one table.
 //
 //   bcast-bench-broadcast [--runs N] [--speakers N]       (defaults 20 talks, 1000 speakers)
 //   bcast-bench-broadcast --part latency --fixture F --runs N [--dump]
 //   bcast-bench-broadcast --part memory --fixture F --speakers N
+//   bcast-bench-broadcast --part rest
 //   bcast-bench-broadcast --part sites --fixture DIR [--speakers N]
 
 #include <QApplication>
@@ -47,6 +49,7 @@
 #include "framework/business/PlatformLogin.h"
 #include "framework/media/audiocom/AudioCom.h"
 #include "framework/media/videotool/VideoTool.h"
+#include "framework/netcomm/NetCommManager.h"
 #include "framework/netcomm/RapidJsonProto.h"
 #include "support/QtWait.h"
 #include "tool/audio/AudioCompare.h"
@@ -648,6 +651,56 @@ int MemoryPart(const std::string& fixture, int speakers) {
     return 0;
 }
 
+// Sequential requests through the module's REST client to a platform over http and over https (a
+// certificate made with openssl for 127.0.0.1): milliseconds per request, where connection and TLS set-up
+// show when a request does not reuse its predecessor's connection.
+int RestPart(int requests) {
+    BcastTest::CTempDir work("bench-broadcast-rest");
+    const std::string cert = work.File("cert.pem");
+    const std::string key = work.File("key.pem");
+    if (BcastTest::RunProcess(
+            {"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", cert,
+             "-days", "1", "-subj", "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1"},
+            60000)
+            .exitCode != 0) {
+        return Fail("openssl could not make a certificate");
+    }
+    for (const bool tls : {false, true}) {
+        PlatformTest::CPlatformProcess platform;
+        std::vector<std::string> args = {"--no-peers", "--object-store", "off"};
+        if (tls) {
+            args.insert(args.end(), {"--tls-cert", cert, "--tls-key", key});
+        }
+        if (!platform.Start(args)) {
+            return Fail("platform: " + platform.Error());
+        }
+        NetworkCommunication::ServerSession server;
+        server.scheme = tls ? "https" : "http";
+        server.host = "127.0.0.1";
+        server.port = std::stoi(platform.RestUrl().substr(platform.RestUrl().rfind(':') + 1));
+        server.caFile = tls ? cert : std::string();
+        NetworkCommunication::CClientSendInfo send;
+        send.SetVal_Method("GET");
+        send.SetVal_URL("/_control/faults");
+        int ok = 0;
+        const auto began = std::chrono::steady_clock::now();
+        for (int i = 0; i < requests; ++i) {
+            NetworkCommunication::CClientRecvInfo recv;
+            ok += NetworkCommunication::CNetCommManager::Instance()->SendToServer(server, send, 5000, recv)
+                      ? 1
+                      : 0;
+        }
+        const double ms =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - began).count();
+        if (ok != requests) {
+            return Fail(std::to_string(requests - ok) + " requests failed over " + server.scheme);
+        }
+        std::printf("R rest_%s per_request_ms=%.3f requests=%d\n", server.scheme.c_str(), ms / requests,
+                    requests);
+    }
+    return 0;
+}
+
 bool WriteText(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::trunc);
     out << text;
@@ -737,7 +790,7 @@ int Parent(int runs, int speakers) {
     if (!WriteSites(promptOff, many, speakers)) {
         return Fail("cannot write the sites");
     }
-    std::vector<std::string> on, off, memory, onSteps, offSteps, memorySteps;
+    std::vector<std::string> on, off, memory, rest, onSteps, offSteps, memorySteps, restSteps;
     std::fprintf(stderr, "bench: %d talks with the prompt tone on...\n", runs);
     if (!RunPart(
             {"--part", "latency", "--fixture", PlatformTest::DemoFixture(), "--runs", std::to_string(runs)},
@@ -747,6 +800,10 @@ int Parent(int runs, int speakers) {
     std::fprintf(stderr, "bench: %d talks with the prompt tone off...\n", runs);
     if (!RunPart({"--part", "latency", "--fixture", promptOff, "--runs", std::to_string(runs)}, off,
                  offSteps)) {
+        return 1;
+    }
+    std::fprintf(stderr, "bench: REST requests over http and https...\n");
+    if (!RunPart({"--part", "rest"}, rest, restSteps)) {
         return 1;
     }
     std::fprintf(stderr, "bench: a talk to %d UDP speakers...\n", speakers);
@@ -775,6 +832,10 @@ int Parent(int runs, int speakers) {
         "capture\" is paplay, PulseAudio and the capture buffer up to the first block with sound, at a\n"
         "second capture opened like the module's: the rest of each transport's figure is capture to "
         "speaker)\n");
+    std::printf(
+        "\nREST client, 200 requests one after the other: %.3f ms per request over http, %.3f over https\n",
+        Field(ResultOf(rest, "rest_http"), "per_request_ms"),
+        Field(ResultOf(rest, "rest_https"), "per_request_ms"));
     std::printf("\nStart breakdown, prompt tone off: offset from AsyncStartSpeakVoice (ms)\n");
     std::printf("%-52s %7s %7s %7s %5s\n", "event", "median", "step", "p90", "talks");
     for (const std::string& line : offSteps) {
@@ -832,6 +893,9 @@ int main(int argc, char** argv) {
     }
     if (part == "memory") {
         return MemoryPart(fixture, speakers);
+    }
+    if (part == "rest") {
+        return RestPart(200);
     }
     return Fail("unknown part " + part);
 }
