@@ -1,21 +1,24 @@
 #!/usr/bin/env bash
-# Live-talk latency: start latency (AsyncStartSpeakVoice to the first packet at each speaker) and
-# mouth-to-speaker delay (virtual microphone to the speaker's WAV), median and worst over the runs, for one
-# speaker per transport of the reference platform.
+# Live-talk figures in one table: start latency (AsyncStartSpeakVoice to the first packet at each speaker)
+# with the site's prompt tone on and off, one speaker per transport, median and p90; where the start time
+# goes (REST calls, RTSP requests, the module's steps, first audio per transport); mouth-to-speaker delay
+# (virtual microphone to the speaker's WAV) median and p99, with the part that is spent before the capture;
+# and the host's resident memory (peak, and by mapping) during a live talk to 1,000 UDP speakers.
 #
-#   bench/broadcast/run.sh              builds an optimised bench in build-bench-broadcast/ and runs 20 talks
-#   RUNS=5 bench/broadcast/run.sh
+#   bench/broadcast/run.sh              builds an optimised bench in build-release/ and runs 20 talks per site
+#   RUNS=5 SPEAKERS=200 bench/broadcast/run.sh
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "$0")/../.." && pwd)
 RUNS=${RUNS:-20}
-for program in pulseaudio paplay espeak-ng; do
+SPEAKERS=${SPEAKERS:-1000}
+for program in pulseaudio paplay espeak-ng sox; do
   command -v "$program" >/dev/null || { echo "bench: $program not found (scripts/setup.sh installs it)" >&2; exit 1; }
 done
 # Optimised and without sanitizers; the tests' peers (platform process, PulseAudio) are needed, so tests on.
-cmake -S "$ROOT" -B "$ROOT/build-bench-broadcast" -DCMAKE_BUILD_TYPE=Release -DBCAST_SANITIZE=OFF -DBCAST_BENCH=ON \
+cmake -S "$ROOT" -B "$ROOT/build-release" -DCMAKE_BUILD_TYPE=Release -DBCAST_SANITIZE=OFF -DBCAST_BENCH=ON \
   -DBCAST_TESTS=ON >/dev/null
-cmake --build "$ROOT/build-bench-broadcast" -j2 --target bcast-bench-broadcast >/dev/null
-export BCAST_SOURCE_DIR="$ROOT" BCAST_BINARY_DIR="$ROOT/build-bench-broadcast"
+cmake --build "$ROOT/build-release" -j2 --target bcast-bench-broadcast >/dev/null
+export BCAST_SOURCE_DIR="$ROOT" BCAST_BINARY_DIR="$ROOT/build-release"
 export ALSA_CONFIG_PATH="$ROOT/tests/support/asound.conf"
-exec "$ROOT/build-bench-broadcast/bin/bcast-bench-broadcast" --runs "$RUNS"
+exec "$ROOT/build-release/bin/bcast-bench-broadcast" --runs "$RUNS" --speakers "$SPEAKERS"

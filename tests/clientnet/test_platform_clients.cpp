@@ -436,6 +436,12 @@ TEST_F(OperationLogTest, EntriesReachThePlatformsLogWithTheSessionsUser) {
     EXPECT_EQ(log.Str("/ResponseStatus/Data/OperationLogList/0/ElementName"), "Hall A,Lobby");
     EXPECT_EQ(log.Str("/ResponseStatus/Data/OperationLogList/0/UserName"), "operator");
     EXPECT_FALSE(log.Has("/ResponseStatus/Data/OperationLogList/2"));
+    // One after the other, both went over one kept-alive connection: the same client port.
+    PlatformTest::RestReply requests =
+        Control("GET", "/requests?method=POST&path=/DXAPI/Galewing/Platform/V1/OperationLog");
+    ASSERT_TRUE(requests.Has("/ResponseStatus/Data/Requests/1")) << requests.Describe();
+    EXPECT_EQ(requests.Str("/ResponseStatus/Data/Requests/0/Remote"),
+              requests.Str("/ResponseStatus/Data/Requests/1/Remote"));
 
     // Refused by the platform, then without a session: false, each with its reason.
     const int fault =

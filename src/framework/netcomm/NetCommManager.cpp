@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "framework/base/FormatLog.h"
 #include "framework/base/Singleton.h"
@@ -20,10 +21,71 @@ struct CurlGlobal {
     ~CurlGlobal() { curl_global_cleanup(); }
 };
 
-void EnsureCurlGlobal() { static CurlGlobal global; }
+void EnsureCurlGlobal() {
+    static CurlGlobal global;
+}
 
 struct EasyDeleter {
     void operator()(CURL* curl) const { curl_easy_cleanup(curl); }
+};
+using EasyPtr = std::unique_ptr<CURL, EasyDeleter>;
+
+// Idle easy handles between requests. A handle keeps its open connections (HTTP/1.1 keep-alive), its DNS
+// cache and its TLS session ids across curl_easy_reset, so a request that takes a used handle skips the
+// TCP and TLS handshakes. A handle serves one request at a time; the lock only guards the list.
+class CEasyPool {
+public:
+    EasyPtr Take() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (!idle_.empty()) {
+                EasyPtr easy = std::move(idle_.back());
+                idle_.pop_back();
+                return easy;
+            }
+        }
+        return EasyPtr(curl_easy_init());
+    }
+
+    // Back to the pool with its options cleared (nothing points into the finished request any more); beyond
+    // kMaxIdle handles the handle and its connections close.
+    void Give(EasyPtr easy) {
+        curl_easy_reset(easy.get());
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (idle_.size() < kMaxIdle) {
+            idle_.push_back(std::move(easy));
+        }
+    }
+
+private:
+    static constexpr std::size_t kMaxIdle = 8;
+    std::mutex mutex_;
+    std::vector<EasyPtr> idle_;
+};
+
+// Made after libcurl's global state, so it is destroyed (its handles cleaned up) before that state.
+CEasyPool& EasyPool() {
+    EnsureCurlGlobal();
+    static CEasyPool pool;
+    return pool;
+}
+
+// Returns the handle to the pool when the request is over, whichever way it ends.
+class CPooledEasy {
+public:
+    CPooledEasy() : easy_(EasyPool().Take()) {}
+    ~CPooledEasy() {
+        if (easy_) {
+            EasyPool().Give(std::move(easy_));
+        }
+    }
+    CPooledEasy(const CPooledEasy&) = delete;
+    CPooledEasy& operator=(const CPooledEasy&) = delete;
+    CURL* get() const { return easy_.get(); }
+    explicit operator bool() const { return static_cast<bool>(easy_); }
+
+private:
+    EasyPtr easy_;
 };
 struct SlistDeleter {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
@@ -41,7 +103,9 @@ std::string ServerSession::BaseUrl() const {
     return scheme + "://" + h + ":" + std::to_string(port);
 }
 
-CNetCommManager* CNetCommManager::Instance() { return Tal::Base::CSingleton<CNetCommManager>::Instance(); }
+CNetCommManager* CNetCommManager::Instance() {
+    return Tal::Base::CSingleton<CNetCommManager>::Instance();
+}
 
 void CNetCommManager::SetSession(const ServerSession& session) {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -66,10 +130,11 @@ void CNetCommManager::SetTransport(Transport transport) {
 bool CNetCommManager::ClientSynSend(CClientRecvInfo& recv, const CClientSendInfo& send, int timeoutMs) {
     ServerSession session = GetSession();
     if (!session.IsValid()) {
-        recv.SetVal_Error_code(ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleTransport, CURLE_COULDNT_CONNECT));
+        recv.SetVal_Error_code(
+            ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleTransport, CURLE_COULDNT_CONNECT));
         recv.SetVal_Receive_Data("");
-        TAL_LOG(5, "NetComm", "[%s]No platform session, request %s %s not sent.[%s(%d)]", send.GetVal_Method().c_str(),
-                send.GetVal_URL().c_str());
+        TAL_LOG(5, "NetComm", "[%s]No platform session, request %s %s not sent.[%s(%d)]",
+                send.GetVal_Method().c_str(), send.GetVal_URL().c_str());
         return false;
     }
     return SendToServer(session, send, timeoutMs, recv);
@@ -103,13 +168,14 @@ bool CNetCommManager::Perform(const std::string& url, const CClientSendInfo& sen
     if (transport) {
         return transport(url, send, recv);
     }
-    EnsureCurlGlobal();
-    std::unique_ptr<CURL, EasyDeleter> curl(curl_easy_init());
+    CPooledEasy curl;
     if (!curl) {
-        recv.SetVal_Error_code(ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleTransport, CURLE_FAILED_INIT));
+        recv.SetVal_Error_code(
+            ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleTransport, CURLE_FAILED_INIT));
         return false;
     }
-    const std::string& body = send.GetVal_Request_Data().empty() ? send.GetVal_send_data() : send.GetVal_Request_Data();
+    const std::string& body =
+        send.GetVal_Request_Data().empty() ? send.GetVal_send_data() : send.GetVal_Request_Data();
     const long timeout = timeoutMs > 0 ? timeoutMs : NetlibWrapper::GetRequestTimeoutMs();
     std::string response;
 
@@ -154,12 +220,15 @@ bool CNetCommManager::Perform(const std::string& url, const CClientSendInfo& sen
     recv.SetVal_HttpStatus(static_cast<int>(status));
     recv.SetVal_Receive_Data(response);
     if (result != CURLE_OK) {
-        recv.SetVal_Error_code(ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleTransport, static_cast<int>(result)));
-        TAL_LOG(5, "NetComm", "[%s]%s %s failed: %s[%s(%d)]", method.c_str(), url.c_str(), curl_easy_strerror(result));
+        recv.SetVal_Error_code(
+            ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleTransport, static_cast<int>(result)));
+        TAL_LOG(5, "NetComm", "[%s]%s %s failed: %s[%s(%d)]", method.c_str(), url.c_str(),
+                curl_easy_strerror(result));
         return false;
     }
     if (status < 200 || status >= 300) {
-        recv.SetVal_Error_code(ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleHttp, static_cast<int>(status)));
+        recv.SetVal_Error_code(
+            ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleHttp, static_cast<int>(status)));
         TAL_LOG(5, "NetComm", "[%s]%s %s answered HTTP %ld.[%s(%d)]", method.c_str(), url.c_str(), status);
         return false;
     }
