@@ -791,6 +791,19 @@ TEST(RapidJsonProto, ServerEnvelopeBuiltWithWriters) {
     EXPECT_EQ(peer.get_str(0), doc.get_str(0));
 }
 
+TEST(RapidJsonProto, PlacedJsonSurvivesTheReorganisationItsWriteTriggers) {
+    // Only placed JSON is written, so each reorganisation of the document's pool happens inside such a
+    // write, while the parsed value still lives in the old pool; it is read back at once.
+    CRapidJsonProto doc;
+    for (int i = 0; i < 5000; ++i) {
+        const std::string text(100, static_cast<char>('a' + i % 26));
+        ASSERT_TRUE(
+            doc.set_node_str("/list", R"([{"k":")" + text + R"("},{"k":)" + std::to_string(i) + "}]"));
+        ASSERT_EQ(doc.get_v("/list[1]/k"), text) << "write " << i;
+        ASSERT_EQ(doc.get_int_v("/list[2]/k", -1), i) << "write " << i;
+    }
+}
+
 TEST(RapidJsonProto, ManyOverwritesKeepTheContentIntact) {
     // Replaced values are not reused by the document's pool; a long series of overwrites must keep every
     // value correct across the document's internal reorganisation.

@@ -467,16 +467,20 @@ struct CRapidJsonProto::Impl {
             replace(fresh);
             return true;
         }
-        // Parsed straight into this document's pool, so placing it is a move rather than a copy.
-        Document parsed(&doc.GetAllocator());
-        const int depth = parseInto(parsed, json);
-        // A failed parse may still have left garbage in the pool.
-        noteWrite(path.size() + json.size());
-        if (depth < 0 || slotDepth + depth > kMaxDepth) {
-            return false;
+        bool placed = false;
+        {
+            // Parsed straight into this document's pool, so placing it is a move rather than a copy.
+            Document parsed(&doc.GetAllocator());
+            const int depth = parseInto(parsed, json);
+            if (depth >= 0 && slotDepth + depth <= kMaxDepth) {
+                makeSlot(path) = static_cast<Value&>(parsed);
+                placed = true;
+            }
         }
-        makeSlot(path) = static_cast<Value&>(parsed);
-        return true;
+        // Counted once the parsed value is placed or gone: a reorganisation frees the pool it was parsed
+        // into. A failed parse may still have left garbage there.
+        noteWrite(path.size() + json.size());
+        return placed;
     }
 };
 
