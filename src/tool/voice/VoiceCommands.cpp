@@ -222,7 +222,6 @@ int RunEncode(int argc, char** argv) {
     }
     BusinessCommon::CFrameSystemConfigMgr::Instance()->SetClientDataPath(work.Path());
 
-
     // Written beside the target and moved into place only when the whole file was encoded.
     const std::string partPath = std::string(output) + ".part";
     int out = FS::OpenFile(partPath, FS::kOpenWrite);
