@@ -10,7 +10,7 @@
 
 include(CMakePackageConfigHelpers)
 
-set(BCAST_FRAMEWORK_LIBS tal_base tal_secret tal_netcomm tal_clientframe tal_business tal_resource
+set(BCAST_FRAMEWORK_LIBS tal_base tal_secret tal_netcomm tal_clientframe tal_business tal_resource tal_mediakit
   tal_errortext tal_wuicontrol tal_webengine tal_codec tal_audiocom tal_pcmstorage tal_devnet tal_zpsclient
   tal_videotool tal_objectclient)
 set(BCAST_ETCDIR ${CMAKE_INSTALL_FULL_SYSCONFDIR}/bcast)
@@ -36,7 +36,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/packaging/BcastFrameworkConfig.cmake
 # The pkg-config file names the libraries in dependency order, the most dependent first.
 set(BCAST_PC_LIBS "")
 foreach(lib tal_videotool tal_resource tal_business tal_clientframe tal_webengine tal_wuicontrol tal_errortext
-    tal_audiocom tal_zpsclient tal_devnet tal_pcmstorage tal_objectclient tal_secret tal_netcomm tal_codec tal_base)
+    tal_audiocom tal_zpsclient tal_devnet tal_pcmstorage tal_objectclient tal_secret tal_netcomm tal_mediakit tal_codec tal_base)
   string(APPEND BCAST_PC_LIBS " -l${lib}")
 endforeach()
 configure_file(packaging/bcast-framework.pc.in ${CMAKE_CURRENT_BINARY_DIR}/packaging/bcast-framework.pc @ONLY)

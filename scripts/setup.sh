@@ -17,7 +17,7 @@ PACKAGES=(
   rapidjson-dev libcurl4-openssl-dev libssl-dev libspdlog-dev libcpp-httplib-dev
   # audio
   portaudio19-dev libasound2-dev libjack-jackd2-dev libmp3lame-dev libmpg123-dev libsoxr-dev libspandsp-dev
-  libavformat-dev libavcodec-dev libswresample-dev
+  libavformat-dev libavcodec-dev libswresample-dev libsndfile1-dev libfftw3-dev
   # streaming
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev
   gstreamer1.0-tools gstreamer1.0-plugins-good gstreamer1.0-plugins-base gstreamer1.0-plugins-bad

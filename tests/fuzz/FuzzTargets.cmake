@@ -12,9 +12,8 @@ bcast_fuzz_target(protocol_request LIBS bcast_plugin_core)
 bcast_fuzz_target(web_request LIBS bcast_plugin_core Qt5::Core)
 bcast_fuzz_target(audio_file LIBS bcast_voiceprocess tal_codec
   SOURCES ${BCAST_FUZZ_SRC}/tool/voice/AudioDuration.cpp)
-bcast_fuzz_target(rtp_packet LIBS tal_codec
-  SOURCES ${BCAST_FUZZ_SRC}/platform/server/sim/oem/RtpPacket.cpp
-          ${BCAST_FUZZ_SRC}/platform/server/sim/audio/SpeakerDecoder.cpp)
+bcast_fuzz_target(rtp_packet LIBS tal_codec tal_mediakit
+  SOURCES ${BCAST_FUZZ_SRC}/platform/server/sim/audio/SpeakerDecoder.cpp)
 bcast_fuzz_target(device_answer LIBS tal_devnet OpenSSL::Crypto
   SOURCES ${BCAST_FUZZ_SRC}/platform/devicesim/DigestAuth.cpp)
 bcast_fuzz_target(platform_body LIBS tal_secret tal_base OpenSSL::Crypto

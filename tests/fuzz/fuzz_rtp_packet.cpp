@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "FuzzSupport.h"
+#include "framework/media/mediakit/RtpPacket.h"
 #include "platform/server/sim/audio/SpeakerDecoder.h"
-#include "platform/server/sim/oem/RtpPacket.h"
 
 using FuzzSupport::Check;
 
@@ -25,8 +25,8 @@ int g_packets = 0;
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Platform::RtpPacket packet;
-    if (!Platform::ParseRtp(data, size, packet)) {
+    Tal::MediaKit::RtpPacket packet;
+    if (!Tal::MediaKit::ParseRtp(data, size, packet)) {
         return 0;
     }
     Check(size >= 12 && (data[0] >> 6) == 2);

@@ -25,7 +25,6 @@
 #include "platform/server/sim/audio/SpeakerDecoder.h"
 #include "platform/server/sim/audio/ToneGenerator.h"
 #include "platform/server/sim/audio/WavRecorder.h"
-#include "platform/server/sim/oem/RtpPacket.h"
 #include "platform/server/sim/speakers/Playout.h"
 #include "platform/server/sim/speakers/SpeakerSim.h"
 #include "platform/server/sim/streaming/StreamingServer.h"
@@ -49,48 +48,7 @@ std::vector<int16_t> Sine(double hz, int rate, double seconds, double amplitude 
     return out;
 }
 
-std::vector<uint8_t> Bytes(std::initializer_list<int> values) {
-    std::vector<uint8_t> out;
-    for (int v : values) {
-        out.push_back(static_cast<uint8_t>(v));
-    }
-    return out;
-}
-
 }  // namespace
-
-TEST(SimRtp, ReadsTheFixedHeaderAndSkipsWhatItMustAndRefusesWhatIsNotRtp) {
-    // Marker, payload type 8, sequence 0x0102, timestamp 0x01020304, SSRC, then the payload.
-    std::vector<uint8_t> plain = Bytes({0x80, 0x88, 1, 2, 1, 2, 3, 4, 0xAA, 0xBB, 0xCC, 0xDD, 7, 8, 9});
-    RtpPacket p;
-    ASSERT_TRUE(ParseRtp(plain.data(), plain.size(), p));
-    EXPECT_TRUE(p.marker);
-    EXPECT_EQ(p.payloadType, 8);
-    EXPECT_EQ(p.sequence, 0x0102);
-    EXPECT_EQ(p.timestamp, 0x01020304u);
-    EXPECT_EQ(p.ssrc, 0xAABBCCDDu);
-    ASSERT_EQ(p.payloadSize, 3u);
-    EXPECT_EQ(p.payload[0], 7);
-
-    // One CSRC, a one-word extension and two bytes of padding around a two-byte payload.
-    std::vector<uint8_t> full = Bytes({0xB1, 0x00, 0,    1,    0, 0, 0, 0, 0, 0, 0,    1,    9, 9,
-                                       9,    9,    0xBE, 0xDE, 0, 1, 5, 5, 5, 5, 0x11, 0x22, 0, 2});
-    ASSERT_TRUE(ParseRtp(full.data(), full.size(), p));
-    EXPECT_FALSE(p.marker);
-    ASSERT_EQ(p.payloadSize, 2u);
-    EXPECT_EQ(p.payload[0], 0x11);
-    EXPECT_EQ(p.payload[1], 0x22);
-
-    std::vector<uint8_t> version1 = plain;
-    version1[0] = 0x40;
-    std::vector<uint8_t> badPadding = full;
-    badPadding.back() = 40;
-    std::vector<uint8_t> cutExtension(full.begin(), full.begin() + 18);
-    for (const auto* bad : {&version1, &badPadding, &cutExtension}) {
-        EXPECT_FALSE(ParseRtp(bad->data(), bad->size(), p));
-    }
-    EXPECT_FALSE(ParseRtp(plain.data(), 11, p)) << "shorter than the fixed header";
-}
 
 TEST(SimWavRecorder, TheFileIsACompleteWavAfterEveryWriteAndANewTalkStartsItAgain) {
     const std::string path = TempDir("wav") + "/1001.wav";

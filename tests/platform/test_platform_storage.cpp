@@ -18,6 +18,7 @@
 #include <map>
 
 #include "AudioCheck.h"
+#include "framework/media/mediakit/WavFile.h"
 #include "framework/media/objectclient/ObjectClient.h"
 #include "support/PlatformFixture.h"
 
@@ -58,7 +59,7 @@ Transfer Upload(const SStorageServerConfig& config, const std::string& path, con
     return t;
 }
 
-// A 16-bit PCM WAV's rate, channels and length, from its header.
+// A 16-bit PCM WAV's rate, channels and length.
 struct WavFacts {
     int rate = 0;
     int channels = 0;
@@ -66,30 +67,15 @@ struct WavFacts {
 };
 
 bool ReadWavFacts(const std::string& path, WavFacts& facts) {
-    const std::vector<uint8_t> b = BcastTest::ReadBytes(path);
-    auto le = [&b](size_t at, int n) {
-        uint32_t v = 0;
-        for (int i = n - 1; i >= 0; --i) {
-            v = (v << 8) | b[at + static_cast<size_t>(i)];
-        }
-        return v;
-    };
-    if (b.size() < 44 || std::string(b.begin(), b.begin() + 4) != "RIFF") {
+    Tal::MediaKit::PcmAudio audio;
+    std::string error;
+    if (!Tal::MediaKit::ReadWav(path, audio, error) || audio.sampleRate <= 0) {
         return false;
     }
-    for (size_t at = 12; at + 8 <= b.size();) {
-        const std::string id(b.begin() + static_cast<long>(at), b.begin() + static_cast<long>(at) + 4);
-        const uint32_t size = le(at + 4, 4);
-        if (id == "fmt ") {
-            facts.channels = static_cast<int>(le(at + 10, 2));
-            facts.rate = static_cast<int>(le(at + 12, 4));
-        } else if (id == "data" && facts.rate > 0) {
-            facts.seconds = static_cast<double>(size) / (2.0 * facts.channels * facts.rate);
-            return true;
-        }
-        at += 8 + size + (size & 1);
-    }
-    return false;
+    facts.rate = audio.sampleRate;
+    facts.channels = audio.channels;
+    facts.seconds = static_cast<double>(audio.Frames()) / audio.sampleRate;
+    return true;
 }
 
 // A short tone as a WAV, the kind of file the client uploads after a recorded talk.

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <complex>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 
 #include "TestProcess.h"
-#include "tool/audio/AudioCompare.h"
+#include "framework/media/mediakit/Fourier.h"
 
 namespace BcastTest {
 
@@ -105,23 +104,23 @@ double DominantFrequency(const std::vector<int16_t>& samples, int rate) {
         return 0.0;
     }
     std::size_t offset = (samples.size() - n) / 2;
-    std::vector<std::complex<double>> data(n);
+    std::vector<double> windowed(n);
     for (std::size_t i = 0; i < n; ++i) {
         double window = 0.5 - 0.5 * std::cos(2 * kPi * static_cast<double>(i) / static_cast<double>(n - 1));
-        data[i] = samples[offset + i] * window;
+        windowed[i] = samples[offset + i] * window;
     }
-    BcastTool::Fft(data, false);
+    const std::vector<double> bins = Tal::MediaKit::FourierMagnitudes(windowed);
     std::size_t peak = 1;
     for (std::size_t i = 1; i < n / 2; ++i) {
-        if (std::abs(data[i]) > std::abs(data[peak])) {
+        if (bins[i] > bins[peak]) {
             peak = i;
         }
     }
     double shift = 0.0;
     if (peak > 1 && peak + 1 < n / 2) {
-        double a = std::log(std::abs(data[peak - 1]) + 1e-12);
-        double b = std::log(std::abs(data[peak]) + 1e-12);
-        double c = std::log(std::abs(data[peak + 1]) + 1e-12);
+        double a = std::log(bins[peak - 1] + 1e-12);
+        double b = std::log(bins[peak] + 1e-12);
+        double c = std::log(bins[peak + 1] + 1e-12);
         shift = 0.5 * (a - c) / (a - 2 * b + c);
     }
     return (static_cast<double>(peak) + shift) * rate / static_cast<double>(n);

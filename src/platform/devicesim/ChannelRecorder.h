@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "framework/media/mediakit/WavFile.h"
+
 namespace DeviceSim {
 
 class CChannelRecorder {
@@ -19,7 +21,7 @@ public:
 
     bool Open();
     void Write(const char* data, std::size_t size);
-    /// Brings the WAV header up to date so that the file is complete at any point between talks.
+    /// Puts what was written into the file; a WAV file is complete after every write already.
     void Flush();
     const std::string& Path() const { return path_; }
 
@@ -27,12 +29,11 @@ private:
     struct FileCloser {
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
-    void WriteWavHeader();
 
     const std::string path_;
     const bool wav_;
-    std::unique_ptr<std::FILE, FileCloser> file_;
-    uint32_t dataBytes_ = 0;
+    Tal::MediaKit::CWavWriter wavFile_;
+    std::unique_ptr<std::FILE, FileCloser> file_;  ///< the raw file (MP3)
 };
 
 }  // namespace DeviceSim

@@ -2,7 +2,6 @@
 // How well a recording matches a reference: the peak of their normalised cross-correlation and the delay
 // at which it lies.
 
-#include <complex>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -14,7 +13,7 @@ struct PcmAudio {
     std::vector<int16_t> samples;  ///< mono: the first channel of the file
 };
 
-/// Reads a 16-bit PCM WAV file (chunks walked, any rate, first channel kept). False with `error` set.
+/// Reads a 16-bit PCM WAV file (any rate, first channel kept). False with `error` set.
 bool ReadWavMono(const std::string& path, PcmAudio& audio, std::string& error);
 /// Converts to `rate` with the project's resampler; unchanged when the rates match.
 bool ToRate(const PcmAudio& in, int rate, PcmAudio& out);
@@ -27,9 +26,6 @@ struct AudioMatch {
     double referenceSeconds = 0;
     double recordingSeconds = 0;
 };
-
-/// In-place iterative radix-2 FFT of a power-of-two size; `inverse` computes the unscaled inverse.
-void Fft(std::vector<std::complex<double>>& a, bool inverse);
 
 /// Compares a recording with a reference at `rate`: the delay is where their cross-correlation peaks
 /// between -maxDelaySeconds and +maxDelaySeconds. Silent input gives a correlation of 0.

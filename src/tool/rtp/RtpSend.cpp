@@ -15,15 +15,17 @@
 
 #include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpTransfer.h"
 #include "framework/media/codec/G711Codec.h"
+#include "framework/media/mediakit/EncodeTypes.h"
+#include "framework/media/mediakit/WavFile.h"
 #include "tool/CommandLine.h"
-#include "tool/rtp/Pcm.h"
 #include "tool/rtp/RtpCommands.h"
 
 namespace {
 
-constexpr int kRate = 8000;
-constexpr int kFrameSamples = 320;  // 40 ms
-constexpr auto kFrameInterval = std::chrono::milliseconds(40);
+const Tal::MediaKit::EncodeTypeInfo& kPcmu = *Tal::MediaKit::EncodeTypeOf(BroadCastPlugin::kEncodeG711U);
+const int kRate = kPcmu.sampleRate;
+const std::size_t kFrameSamples = static_cast<std::size_t>(kPcmu.frameSamples);
+const std::chrono::milliseconds kFrameInterval(kPcmu.frameMs);
 
 const char* const kUsage =
     "usage: bcast-tool rtp-send --to HOST:PORT (--wav FILE | --tone HZ [--seconds S]) [--level DBFS]\n"
@@ -59,6 +61,72 @@ bool ParseDestination(const std::string& text, std::string& address, uint16_t& p
     return true;
 }
 
+/// The samples of a 16-bit WAV file at 8000 Hz, mixed down to mono. Empty with the reason on stderr.
+std::vector<int16_t> WavSamples(const std::string& wavPath) {
+    Tal::MediaKit::PcmAudio audio;
+    Tal::MediaKit::WavFacts facts;
+    std::string error;
+    if (!Tal::MediaKit::ReadWav(wavPath, audio, error, &facts)) {
+        std::fprintf(stderr, "rtp-send: %s\n", error.c_str());
+        return {};
+    }
+    if (facts.bitsPerSample != 16) {
+        std::fprintf(stderr,
+                     "rtp-send: %s is not 16-bit PCM (convert it with: sox IN -b 16 -c 1 -r 8000 OUT.wav)\n",
+                     wavPath.c_str());
+        return {};
+    }
+    if (audio.sampleRate != kRate) {
+        std::fprintf(stderr, "rtp-send: %s is %d Hz; 8000 Hz is needed (sox IN -r 8000 OUT.wav)\n",
+                     wavPath.c_str(), audio.sampleRate);
+        return {};
+    }
+    std::vector<int16_t> samples = Tal::MediaKit::MixToMono(audio);
+    if (samples.empty()) {
+        std::fprintf(stderr, "rtp-send: nothing to send\n");
+    }
+    return samples;
+}
+
+std::vector<int16_t> Tone(double toneHz, double seconds, double levelDbfs) {
+    const double amplitude = 32767.0 * std::pow(10.0, levelDbfs / 20.0);
+    std::vector<int16_t> samples(static_cast<size_t>(seconds * kRate));
+    for (size_t i = 0; i < samples.size(); ++i) {
+        samples[i] = static_cast<int16_t>(std::lround(amplitude * std::sin(2.0 * M_PI * toneHz * i / kRate)));
+    }
+    return samples;
+}
+
+/// G.711 u-law frames, one RTP packet each, paced in real time.
+void Send(const std::vector<int16_t>& samples, const std::string& address, uint16_t port) {
+    BroadCastPlugin::CUdpTransfer transfer;
+    transfer.Init(address, port, BroadCastPlugin::kEncodeG711U);
+    const size_t frames = (samples.size() + kFrameSamples - 1) / kFrameSamples;
+    std::printf("rtp-send: %zu frames (%.2f s) of PCMU to %s:%u\n", frames, frames * 0.04, address.c_str(),
+                static_cast<unsigned>(port));
+    std::fflush(stdout);
+
+    const auto start = std::chrono::steady_clock::now();
+    std::chrono::microseconds worstLateness{0};
+    std::vector<uint8_t> frame(kFrameSamples);
+    for (size_t index = 0; index < frames; ++index) {
+        for (size_t i = 0; i < kFrameSamples; ++i) {
+            const size_t at = index * kFrameSamples + i;
+            frame[i] = Tal::MediaCodec::LinearToUlaw(at < samples.size() ? samples[at] : 0);
+        }
+        // Absolute schedule: frame n leaves at start + n x 40 ms, whatever the previous sends cost.
+        const auto due = start + kFrameInterval * index;
+        std::this_thread::sleep_until(due);
+        const auto lateness =
+            std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - due);
+        worstLateness = std::max(worstLateness, lateness);
+        transfer.SendVoice(frame.data(), static_cast<int>(kFrameSamples));
+    }
+    transfer.Uninit();
+    std::printf("rtp-send: sent %zu packets, worst send lateness %.3f ms\n", frames,
+                worstLateness.count() / 1000.0);
+}
+
 }  // namespace
 
 int RunRtpSend(int argc, char** argv) {
@@ -85,66 +153,14 @@ int RunRtpSend(int argc, char** argv) {
         return 2;
     }
 
-    std::vector<int16_t> samples;
-    if (!wavPath.empty()) {
-        BcastTool::PcmAudio audio;
-        std::string error;
-        if (!BcastTool::ReadWav(wavPath, audio, error)) {
-            std::fprintf(stderr, "rtp-send: %s\n", error.c_str());
-            return 1;
-        }
-        if (audio.sampleRate != kRate) {
-            std::fprintf(stderr, "rtp-send: %s is %d Hz; 8000 Hz is needed (sox IN -r 8000 OUT.wav)\n",
-                         wavPath.c_str(), audio.sampleRate);
-            return 1;
-        }
-        // Mix down to mono.
-        samples.resize(audio.samples.size() / static_cast<size_t>(audio.channels));
-        for (size_t i = 0; i < samples.size(); ++i) {
-            int sum = 0;
-            for (int c = 0; c < audio.channels; ++c) {
-                sum += audio.samples[i * static_cast<size_t>(audio.channels) + static_cast<size_t>(c)];
-            }
-            samples[i] = static_cast<int16_t>(sum / audio.channels);
-        }
-    } else {
-        const double amplitude = 32767.0 * std::pow(10.0, levelDbfs / 20.0);
-        samples.resize(static_cast<size_t>(seconds * kRate));
-        for (size_t i = 0; i < samples.size(); ++i) {
-            samples[i] =
-                static_cast<int16_t>(std::lround(amplitude * std::sin(2.0 * M_PI * toneHz * i / kRate)));
-        }
-    }
+    const std::vector<int16_t> samples =
+        wavPath.empty() ? Tone(toneHz, seconds, levelDbfs) : WavSamples(wavPath);
     if (samples.empty()) {
-        std::fprintf(stderr, "rtp-send: nothing to send\n");
+        if (wavPath.empty()) {
+            std::fprintf(stderr, "rtp-send: nothing to send\n");
+        }
         return 1;
     }
-
-    BroadCastPlugin::CUdpTransfer transfer;
-    transfer.Init(address, port, BroadCastPlugin::kEncodeG711U);
-    const size_t frames = (samples.size() + kFrameSamples - 1) / kFrameSamples;
-    std::printf("rtp-send: %zu frames (%.2f s) of PCMU to %s:%u\n", frames, frames * 0.04, address.c_str(),
-                static_cast<unsigned>(port));
-    std::fflush(stdout);
-
-    const auto start = std::chrono::steady_clock::now();
-    std::chrono::microseconds worstLateness{0};
-    uint8_t frame[kFrameSamples];
-    for (size_t index = 0; index < frames; ++index) {
-        for (size_t i = 0; i < static_cast<size_t>(kFrameSamples); ++i) {
-            const size_t at = index * kFrameSamples + i;
-            frame[i] = Tal::MediaCodec::LinearToUlaw(at < samples.size() ? samples[at] : 0);
-        }
-        // Absolute schedule: frame n leaves at start + n x 40 ms, whatever the previous sends cost.
-        const auto due = start + kFrameInterval * index;
-        std::this_thread::sleep_until(due);
-        const auto lateness =
-            std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - due);
-        worstLateness = std::max(worstLateness, lateness);
-        transfer.SendVoice(frame, kFrameSamples);
-    }
-    transfer.Uninit();
-    std::printf("rtp-send: sent %zu packets, worst send lateness %.3f ms\n", frames,
-                worstLateness.count() / 1000.0);
+    Send(samples, address, port);
     return 0;
 }

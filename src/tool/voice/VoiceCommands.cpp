@@ -17,6 +17,7 @@
 #include "framework/base/FileSystem.h"
 #include "framework/base/FormatLog.h"
 #include "framework/business/BusinessCommon.h"
+#include "framework/media/mediakit/EncodeTypes.h"
 #include "tool/CommandLine.h"
 #include "tool/ToolCommand.h"
 #include "tool/voice/AudioDuration.h"
@@ -85,6 +86,13 @@ void OnInterrupt(int) {
     if (auto* encode = g_running.load()) {
         encode->StopEncode();
     }
+}
+
+void CatchInterrupts() {
+    struct sigaction action {};
+    action.sa_handler = &OnInterrupt;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
 }
 
 // A private directory for the intermediate files, so that runs in parallel do not share them.
@@ -168,6 +176,23 @@ private:
     std::chrono::steady_clock::time_point last_{};
 };
 
+// How long the input plays; -1 when unknown.
+double PlaySeconds(const char* input) {
+    AudioFileFacts facts;
+    std::string error;
+    return InspectAudioFile(input, &facts, &error) ? facts.playSeconds : -1.0;
+}
+
+// The finished output takes the target's name; false (and the part deleted) when it cannot.
+bool MoveIntoPlace(const std::string& partPath, const char* output) {
+    if (std::rename(partPath.c_str(), output) != 0) {
+        FS::DeleteFileW(partPath);
+        std::fprintf(stderr, "encode: cannot move the output to %s: %s\n", output, std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
 int RunEncode(int argc, char** argv) {
     std::string inputPath;
     std::string outputPath;
@@ -197,10 +222,6 @@ int RunEncode(int argc, char** argv) {
     }
     BusinessCommon::CFrameSystemConfigMgr::Instance()->SetClientDataPath(work.Path());
 
-    AudioFileFacts facts;
-    std::string error;
-    double total = InspectAudioFile(input, &facts, &error) ? facts.playSeconds : -1.0;
-
     // Written beside the target and moved into place only when the whole file was encoded.
     const std::string partPath = std::string(output) + ".part";
     int out = FS::OpenFile(partPath, FS::kOpenWrite);
@@ -209,7 +230,7 @@ int RunEncode(int argc, char** argv) {
         return 1;
     }
     BroadCastPlugin::CVoiceFileEncode encode;
-    CProgress progress(total, type == 15 ? 0.024 : 0.040);
+    CProgress progress(PlaySeconds(input), Tal::MediaKit::EncodeTypeOf(type)->frameMs / 1000.0);
     long long bytes = 0;
     bool writeFailed = false;
     encode.SetDataCallback([&](const uint8_t* data, int size) {
@@ -226,10 +247,7 @@ int RunEncode(int argc, char** argv) {
     });
 
     g_running = &encode;
-    struct sigaction action {};
-    action.sa_handler = &OnInterrupt;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    CatchInterrupts();
     bool ok = encode.StartEncode(input, type);
     g_running = nullptr;
     progress.Finish();
@@ -243,9 +261,7 @@ int RunEncode(int argc, char** argv) {
                                    : "encoding failed");
         return g_interrupted ? 130 : 1;
     }
-    if (std::rename(partPath.c_str(), output) != 0) {
-        FS::DeleteFileW(partPath);
-        std::fprintf(stderr, "encode: cannot move the output to %s: %s\n", output, std::strerror(errno));
+    if (!MoveIntoPlace(partPath, output)) {
         return 1;
     }
     std::printf("frames: %lld\n", progress.Frames());

@@ -163,10 +163,7 @@ void CDevnetTalk::Close() {
 }
 
 CRtpSender::CRtpSender(int port, int payloadType, uint32_t ssrc)
-    : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
-      port_(port),
-      payloadType_(payloadType),
-      ssrc_(ssrc) {}
+    : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)), port_(port), stream_(payloadType, ssrc) {}
 
 CRtpSender::~CRtpSender() {
     if (socket_ >= 0) {
@@ -175,24 +172,14 @@ CRtpSender::~CRtpSender() {
 }
 
 bool CRtpSender::Send(const uint8_t* payload, std::size_t size) {
-    std::vector<uint8_t> packet(12 + size);
-    packet[0] = 0x80;
-    packet[1] = static_cast<uint8_t>((sequence_ == 0 ? 0x80 : 0x00) | (payloadType_ & 0x7F));
-    packet[2] = static_cast<uint8_t>(sequence_ >> 8);
-    packet[3] = static_cast<uint8_t>(sequence_ & 0xFF);
-    for (int i = 0; i < 4; ++i) {
-        packet[4 + i] = static_cast<uint8_t>(timestamp_ >> (24 - 8 * i));
-        packet[8 + i] = static_cast<uint8_t>(ssrc_ >> (24 - 8 * i));
-    }
-    std::memcpy(packet.data() + 12, payload, size);
+    // One timestamp unit per payload byte: what the G.711 streams of these tests carry.
+    const std::vector<uint8_t> packet = stream_.Next(payload, size, static_cast<uint32_t>(size));
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(static_cast<uint16_t>(port_));
     to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const ssize_t sent =
         ::sendto(socket_, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to));
-    ++sequence_;
-    timestamp_ += static_cast<uint32_t>(size);
     return sent == static_cast<ssize_t>(packet.size());
 }
 

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "framework/media/mediakit/RtpPacket.h"
+
 namespace PlatformTest {
 
 /// A sine of `hz` as 8000 Hz G.711 (µ-law or A-law), `seconds` long.
@@ -86,10 +88,7 @@ public:
 private:
     int socket_ = -1;
     int port_;
-    int payloadType_;
-    uint32_t ssrc_;
-    uint16_t sequence_ = 0;
-    uint32_t timestamp_ = 0;
+    Tal::MediaKit::CRtpStream stream_;
 };
 
 /// A free port on 127.0.0.1 (TCP when `udp` is false), released again for the caller to use.

@@ -117,11 +117,8 @@ int CAacEncoder::FrameSamples() const {
 }
 
 int CAacEncoder::Encode(const int16_t* pcm, const FrameSink& sink) {
-    if (!state_) {
-        return kCodecNotOpen;
-    }
-    if (pcm == nullptr) {
-        return kCodecInvalidParam;
+    if (const int checked = EncodeCallResult(state_ != nullptr, pcm); checked != kCodecOk) {
+        return checked;
     }
     AVFrame* frame = state_->frame.get();
     if (av_frame_make_writable(frame) < 0) {
@@ -206,11 +203,8 @@ int CAacDecoder::Open(const AudioFormat& /*format*/) {
 }
 
 int CAacDecoder::Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>* pcm) {
-    if (!state_) {
-        return kCodecNotOpen;
-    }
-    if ((data == nullptr && size > 0) || pcm == nullptr) {
-        return kCodecInvalidParam;
+    if (const int checked = DecodeCallResult(state_ != nullptr, data, size, pcm); checked != kCodecOk) {
+        return checked;
     }
     AVPacket* packet = state_->packet.get();
     while (size > 0) {

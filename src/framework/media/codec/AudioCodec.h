@@ -58,6 +58,19 @@ public:
     virtual AudioFormat OutputFormat() const = 0;
 };
 
+/// The checks every Encode makes first: kCodecNotOpen, kCodecInvalidParam without samples, else kCodecOk.
+inline int EncodeCallResult(bool open, const int16_t* pcm) {
+    return !open ? kCodecNotOpen : pcm == nullptr ? kCodecInvalidParam : kCodecOk;
+}
+/// The checks every Decode makes first: kCodecNotOpen, kCodecInvalidParam for bytes that are not there or
+/// nowhere to put the samples, else kCodecOk.
+inline int DecodeCallResult(bool open, const uint8_t* data, std::size_t size,
+                            const std::vector<int16_t>* pcm) {
+    return !open                                             ? kCodecNotOpen
+           : (data == nullptr && size > 0) || pcm == nullptr ? kCodecInvalidParam
+                                                             : kCodecOk;
+}
+
 /// A new encoder or decoder for the codec, null when the codec is not built in.
 std::unique_ptr<IAudioEncoder> CreateEncoder(CodecId id);
 std::unique_ptr<IAudioDecoder> CreateDecoder(CodecId id);

@@ -9,40 +9,36 @@
 namespace Tal {
 namespace MediaCodec {
 
-std::unique_ptr<IAudioEncoder> CreateEncoder(CodecId id) {
+namespace {
+
+// Encoders and decoders come in the same codecs; G.711 takes its law.
+template <typename Interface, typename Pcm, typename G711, typename G722, typename Mp3, typename Aac>
+std::unique_ptr<Interface> Create(CodecId id) {
     switch (id) {
         case CodecId::kPcm:
-            return std::make_unique<CPcmEncoder>();
+            return std::make_unique<Pcm>();
         case CodecId::kG711U:
-            return std::make_unique<CG711Encoder>(G711Law::kUlaw);
+            return std::make_unique<G711>(G711Law::kUlaw);
         case CodecId::kG711A:
-            return std::make_unique<CG711Encoder>(G711Law::kAlaw);
+            return std::make_unique<G711>(G711Law::kAlaw);
         case CodecId::kG722:
-            return std::make_unique<CG722Encoder>();
+            return std::make_unique<G722>();
         case CodecId::kMp3:
-            return std::make_unique<CMp3Encoder>();
+            return std::make_unique<Mp3>();
         case CodecId::kAac:
-            return std::make_unique<CAacEncoder>();
+            return std::make_unique<Aac>();
     }
     return nullptr;
 }
 
+}  // namespace
+
+std::unique_ptr<IAudioEncoder> CreateEncoder(CodecId id) {
+    return Create<IAudioEncoder, CPcmEncoder, CG711Encoder, CG722Encoder, CMp3Encoder, CAacEncoder>(id);
+}
+
 std::unique_ptr<IAudioDecoder> CreateDecoder(CodecId id) {
-    switch (id) {
-        case CodecId::kPcm:
-            return std::make_unique<CPcmDecoder>();
-        case CodecId::kG711U:
-            return std::make_unique<CG711Decoder>(G711Law::kUlaw);
-        case CodecId::kG711A:
-            return std::make_unique<CG711Decoder>(G711Law::kAlaw);
-        case CodecId::kG722:
-            return std::make_unique<CG722Decoder>();
-        case CodecId::kMp3:
-            return std::make_unique<CMp3Decoder>();
-        case CodecId::kAac:
-            return std::make_unique<CAacDecoder>();
-    }
-    return nullptr;
+    return Create<IAudioDecoder, CPcmDecoder, CG711Decoder, CG722Decoder, CMp3Decoder, CAacDecoder>(id);
 }
 
 const char* CodecResultText(int result) {

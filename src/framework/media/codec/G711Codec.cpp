@@ -82,11 +82,8 @@ int CG711Encoder::Open(const AudioFormat& format) {
 }
 
 int CG711Encoder::Encode(const int16_t* pcm, const FrameSink& sink) {
-    if (!open_) {
-        return kCodecNotOpen;
-    }
-    if (pcm == nullptr) {
-        return kCodecInvalidParam;
+    if (const int checked = EncodeCallResult(open_, pcm); checked != kCodecOk) {
+        return checked;
     }
     for (int i = 0; i < frameSamples_; ++i) {
         frame_[i] = law_ == G711Law::kUlaw ? LinearToUlaw(pcm[i]) : LinearToAlaw(pcm[i]);
@@ -108,11 +105,8 @@ int CG711Decoder::Open(const AudioFormat& format) {
 }
 
 int CG711Decoder::Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>* pcm) {
-    if (!open_) {
-        return kCodecNotOpen;
-    }
-    if ((data == nullptr && size > 0) || pcm == nullptr) {
-        return kCodecInvalidParam;
+    if (const int checked = DecodeCallResult(open_, data, size, pcm); checked != kCodecOk) {
+        return checked;
     }
     pcm->reserve(pcm->size() + size);
     for (std::size_t i = 0; i < size; ++i) {

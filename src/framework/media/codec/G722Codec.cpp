@@ -36,11 +36,8 @@ int CG722Encoder::Open(const AudioFormat& format) {
 }
 
 int CG722Encoder::Encode(const int16_t* pcm, const FrameSink& sink) {
-    if (!state_) {
-        return kCodecNotOpen;
-    }
-    if (pcm == nullptr) {
-        return kCodecInvalidParam;
+    if (const int checked = EncodeCallResult(state_ != nullptr, pcm); checked != kCodecOk) {
+        return checked;
     }
     int bytes = g722_encode(state_.get(), frame_.data(), pcm, kFrameSamples);
     if (bytes <= 0) {
@@ -65,11 +62,8 @@ int CG722Decoder::Open(const AudioFormat& format) {
 }
 
 int CG722Decoder::Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>* pcm) {
-    if (!state_) {
-        return kCodecNotOpen;
-    }
-    if ((data == nullptr && size > 0) || pcm == nullptr) {
-        return kCodecInvalidParam;
+    if (const int checked = DecodeCallResult(state_ != nullptr, data, size, pcm); checked != kCodecOk) {
+        return checked;
     }
     std::size_t start = pcm->size();
     pcm->resize(start + size * 4);  // 48 kbit/s: two samples per 6 bits, under 3 per byte

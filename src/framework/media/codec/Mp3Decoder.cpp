@@ -59,11 +59,8 @@ int CMp3Decoder::Open(const AudioFormat& /*format*/) {
 }
 
 int CMp3Decoder::Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>* pcm) {
-    if (!handle_) {
-        return kCodecNotOpen;
-    }
-    if ((data == nullptr && size > 0) || pcm == nullptr) {
-        return kCodecInvalidParam;
+    if (const int checked = DecodeCallResult(handle_ != nullptr, data, size, pcm); checked != kCodecOk) {
+        return checked;
     }
     if (size > 0 && mpg123_feed(handle_.get(), data, size) != MPG123_OK) {
         return kCodecLibraryError;

@@ -47,11 +47,8 @@ int CMp3Encoder::Open(const AudioFormat& format) {
 }
 
 int CMp3Encoder::Encode(const int16_t* pcm, const FrameSink& sink) {
-    if (!lame_) {
-        return kCodecNotOpen;
-    }
-    if (pcm == nullptr) {
-        return kCodecInvalidParam;
+    if (const int checked = EncodeCallResult(lame_ != nullptr, pcm); checked != kCodecOk) {
+        return checked;
     }
     int bytes = channels_ == 1
                     ? lame_encode_buffer(lame_.get(), pcm, pcm, kFrameSamples, buffer_.data(),

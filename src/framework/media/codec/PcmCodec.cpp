@@ -40,11 +40,8 @@ int CPcmDecoder::Open(const AudioFormat& format) {
 }
 
 int CPcmDecoder::Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>* pcm) {
-    if (!open_) {
-        return kCodecNotOpen;
-    }
-    if ((data == nullptr && size > 0) || pcm == nullptr) {
-        return kCodecInvalidParam;
+    if (const int checked = DecodeCallResult(open_, data, size, pcm); checked != kCodecOk) {
+        return checked;
     }
     for (std::size_t i = 0; i < size; ++i) {
         if (!hasOddByte_) {

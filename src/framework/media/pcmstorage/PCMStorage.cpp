@@ -1,12 +1,12 @@
 #include "framework/media/pcmstorage/PCMStorage.h"
 
 #include <cstdio>
-#include <cstring>
 
 #include <unistd.h>
 
 #include "framework/base/FileSystem.h"
 #include "framework/base/FormatLog.h"
+#include "framework/media/mediakit/WavFile.h"
 
 namespace Tal {
 namespace MultimediaComm {
@@ -15,35 +15,9 @@ namespace FS = Tal::Base::FileSystem;
 
 namespace {
 
-constexpr uint32_t kHeaderBytes = 44;
+constexpr uint32_t kHeaderBytes = Tal::MediaKit::kWavHeaderBytes;
 // The RIFF sizes are 32-bit: stop taking data before they overflow.
 constexpr uint64_t kMaxDataBytes = 0xFFFFFFFFull - kHeaderBytes;
-
-void PutU16(uint8_t* at, uint32_t value) {
-    at[0] = static_cast<uint8_t>(value & 0xFF);
-    at[1] = static_cast<uint8_t>((value >> 8) & 0xFF);
-}
-
-void PutU32(uint8_t* at, uint32_t value) {
-    PutU16(at, value & 0xFFFF);
-    PutU16(at + 2, value >> 16);
-}
-
-// Canonical PCM header: mono, 16 bits.
-void FillHeader(uint8_t* header, int sampleRate, uint32_t dataBytes) {
-    std::memcpy(header, "RIFF", 4);
-    PutU32(header + 4, dataBytes + kHeaderBytes - 8);
-    std::memcpy(header + 8, "WAVEfmt ", 8);
-    PutU32(header + 16, 16);
-    PutU16(header + 20, 1);
-    PutU16(header + 22, 1);
-    PutU32(header + 24, static_cast<uint32_t>(sampleRate));
-    PutU32(header + 28, static_cast<uint32_t>(sampleRate) * 2);
-    PutU16(header + 32, 2);
-    PutU16(header + 34, 16);
-    std::memcpy(header + 36, "data", 4);
-    PutU32(header + 40, dataBytes);
-}
 
 }  // namespace
 
@@ -137,9 +111,9 @@ bool CPCMStorage::StopStorage() {
     }
     // A sample cut in half at the end is not sound: it is left out of the data size.
     uint64_t dataBytes = dataBytes_ & ~uint64_t{1};
-    uint8_t header[kHeaderBytes];
-    FillHeader(header, sampleRate_, static_cast<uint32_t>(dataBytes));
-    bool ok = FS::FileSeek(file_, 0, FS::kSeekBegin) && FS::WriteFile(file_, header, kHeaderBytes) &&
+    // Mono, 16 bits, the canonical 44 bytes.
+    const auto header = Tal::MediaKit::CanonicalWavHeader(sampleRate_, 1, static_cast<uint32_t>(dataBytes));
+    bool ok = FS::FileSeek(file_, 0, FS::kSeekBegin) && FS::WriteFile(file_, header.data(), kHeaderBytes) &&
               ::fsync(file_) == 0;
     if (!ok) {
         TAL_LOG(5, "PCMStorage", "[%s]Write record file header %s failed, recording abandoned.[%s(%d)]",

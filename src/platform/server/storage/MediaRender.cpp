@@ -11,8 +11,8 @@
 
 #include "framework/media/codec/Mp3Encoder.h"
 #include "framework/media/codec/Mp3Frame.h"
+#include "framework/media/mediakit/WavFile.h"
 #include "platform/server/sim/audio/ToneGenerator.h"
-#include "platform/server/sim/audio/WavRecorder.h"
 #include "platform/server/sim/tts/TtsSynthesizer.h"
 
 namespace Platform {
@@ -34,11 +34,7 @@ struct FileCloser {
 };
 
 // 16-bit PCM, interleaved when stereo.
-struct Pcm {
-    std::vector<int16_t> samples;
-    int sampleRate = 0;
-    int channels = 1;
-};
+using Pcm = Tal::MediaKit::PcmAudio;
 
 // Short fades so that a tone starts and ends without a click.
 void Ramp(std::vector<int16_t>& mono, int sampleRate) {
@@ -101,12 +97,10 @@ bool MakePcm(const MediaRecipe& recipe, const AudioLayout& layout, const std::st
 }
 
 bool WriteWav(const Pcm& pcm, const std::string& path, std::string& error) {
-    CWavRecorder wav(path, pcm.sampleRate, pcm.channels);
-    if (!wav.Open() || !wav.Write(pcm.samples.data(), pcm.samples.size())) {
+    if (!Tal::MediaKit::WriteWav(path, pcm)) {
         error = "cannot write " + path;
         return false;
     }
-    wav.Close();
     return true;
 }
 
@@ -152,48 +146,20 @@ bool WriteMp3(const Pcm& pcm, int bitRate, const std::string& path, std::string&
     return true;
 }
 
-uint32_t Le32(const std::string& b, size_t at) {
-    return static_cast<uint32_t>(static_cast<uint8_t>(b[at])) |
-           (static_cast<uint32_t>(static_cast<uint8_t>(b[at + 1])) << 8) |
-           (static_cast<uint32_t>(static_cast<uint8_t>(b[at + 2])) << 16) |
-           (static_cast<uint32_t>(static_cast<uint8_t>(b[at + 3])) << 24);
-}
-
-uint16_t Le16(const std::string& b, size_t at) {
-    return static_cast<uint16_t>(static_cast<uint8_t>(b[at]) | (static_cast<uint8_t>(b[at + 1]) << 8));
-}
-
-bool InspectWav(const std::string& bytes, AudioFacts& facts, std::string& error) {
-    if (bytes.size() < 12 || bytes.compare(0, 4, "RIFF") != 0 || bytes.compare(8, 4, "WAVE") != 0) {
-        error = "not a WAV file";
+bool InspectWav(const std::string& path, AudioFacts& facts, std::string& error) {
+    Tal::MediaKit::PcmAudio audio;
+    Tal::MediaKit::WavFacts format;
+    if (!Tal::MediaKit::ReadWav(path, audio, error, &format)) {
         return false;
     }
-    int bits = 0;
-    for (size_t at = 12; at + 8 <= bytes.size();) {
-        const std::string id = bytes.substr(at, 4);
-        const size_t size = Le32(bytes, at + 4);
-        const size_t body = at + 8;
-        if (id == "fmt " && size >= 16 && body + 16 <= bytes.size()) {
-            if (Le16(bytes, body) != 1) {
-                error = "not PCM";
-                return false;
-            }
-            facts.channels = Le16(bytes, body + 2);
-            facts.sampleRate = static_cast<int>(Le32(bytes, body + 4));
-            bits = Le16(bytes, body + 14);
-        } else if (id == "data") {
-            if (bits != 16 || facts.channels < 1 || facts.sampleRate <= 0) {
-                error = "not 16-bit PCM";
-                return false;
-            }
-            const size_t data = std::min(size, bytes.size() - body);
-            facts.seconds = static_cast<double>(data) / (2.0 * facts.channels * facts.sampleRate);
-            return true;
-        }
-        at = body + size + (size & 1);
+    if (format.bitsPerSample != 16) {
+        error = path + ": not 16-bit PCM";
+        return false;
     }
-    error = "no audio data";
-    return false;
+    facts.sampleRate = audio.sampleRate;
+    facts.channels = audio.channels;
+    facts.seconds = static_cast<double>(audio.Frames()) / audio.sampleRate;
+    return true;
 }
 
 bool InspectMp3(const std::string& bytes, AudioFacts& facts, std::string& error) {
@@ -258,18 +224,21 @@ bool RenderMedia(const MediaRecipe& recipe, const std::string& format, const std
 }
 
 bool InspectAudio(const std::string& path, const std::string& format, AudioFacts& facts, std::string& error) {
+    facts = AudioFacts();
+    if (format != "mp3") {
+        return InspectWav(path, facts, error);
+    }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         error = "cannot open " + path;
         return false;
     }
     const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    facts = AudioFacts();
-    const bool ok = format == "mp3" ? InspectMp3(bytes, facts, error) : InspectWav(bytes, facts, error);
-    if (!ok) {
+    if (!InspectMp3(bytes, facts, error)) {
         error = path + ": " + error;
+        return false;
     }
-    return ok;
+    return true;
 }
 
 }  // namespace Platform

@@ -9,50 +9,20 @@ namespace Platform {
 using namespace Tal::MediaCodec;
 
 int PayloadTypeOf(SpeakerCodec codec) {
-    switch (codec) {
-        case SpeakerCodec::kPcmu:
-            return 0;
-        case SpeakerCodec::kPcma:
-            return 8;
-        case SpeakerCodec::kG722:
-            return 9;
-        case SpeakerCodec::kMp3:
-            return 14;
-    }
-    return -1;
+    return Tal::MediaKit::EncodeTypeOf(codec).payloadType;
 }
 
 bool CodecOfPayloadType(int payloadType, SpeakerCodec& codec) {
-    switch (payloadType) {
-        case 0:
-            codec = SpeakerCodec::kPcmu;
-            return true;
-        case 8:
-            codec = SpeakerCodec::kPcma;
-            return true;
-        case 9:
-            codec = SpeakerCodec::kG722;
-            return true;
-        case 14:
-            codec = SpeakerCodec::kMp3;
-            return true;
-        default:
-            return false;
+    const Tal::MediaKit::EncodeTypeInfo* type = Tal::MediaKit::EncodeTypeOfPayload(payloadType);
+    if (type == nullptr) {
+        return false;
     }
+    codec = type->codec;
+    return true;
 }
 
 const char* CodecName(SpeakerCodec codec) {
-    switch (codec) {
-        case SpeakerCodec::kPcmu:
-            return "PCMU";
-        case SpeakerCodec::kPcma:
-            return "PCMA";
-        case SpeakerCodec::kG722:
-            return "G722";
-        case SpeakerCodec::kMp3:
-            return "MP3";
-    }
-    return "?";
+    return Tal::MediaKit::EncodeTypeOf(codec).name;
 }
 
 CSpeakerDecoder::CSpeakerDecoder(SpeakerCodec codec) : codec_(codec) {}
@@ -72,6 +42,9 @@ bool CSpeakerDecoder::Decode(const uint8_t* data, std::size_t size, std::vector<
                 out.push_back(AlawToLinear(data[i]));
             }
             return true;
+        case SpeakerCodec::kAac:
+            error = "AAC is not played by the speakers";
+            return false;
         case SpeakerCodec::kG722:
         case SpeakerCodec::kMp3:
             break;

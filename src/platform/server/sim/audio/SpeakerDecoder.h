@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "framework/media/codec/Mp3Frame.h"
+#include "framework/media/mediakit/EncodeTypes.h"
 
 namespace Tal {
 namespace MediaCodec {
@@ -19,7 +20,8 @@ class CResampler;
 
 namespace Platform {
 
-enum class SpeakerCodec { kPcmu, kPcma, kG722, kMp3 };
+/// The speakers play PCMU, PCMA, G.722 and MP3.
+using SpeakerCodec = Tal::MediaKit::AudioCodec;
 
 /// RTP payload type of a codec in the speakers' streams: 0, 8, 9 and 14.
 int PayloadTypeOf(SpeakerCodec codec);

@@ -5,9 +5,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <memory>
 #include <string>
+
+#include "framework/media/mediakit/WavFile.h"
 
 namespace Platform {
 
@@ -29,22 +29,16 @@ public:
     /// Writes the final header and closes the file; later writes are ignored.
     void Close();
 
-    bool IsOpen() const { return file_ != nullptr; }
+    bool IsOpen() const { return file_.IsOpen(); }
     const std::string& Path() const { return path_; }
     /// Sample frames written.
-    uint64_t Samples() const { return dataBytes_ / 2 / static_cast<uint32_t>(channels_); }
+    uint64_t Samples() const { return file_.Frames(); }
 
 private:
-    struct FileCloser {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-    bool WriteHeader();
-
     const std::string path_;
     const int sampleRate_;
     const int channels_;
-    std::unique_ptr<std::FILE, FileCloser> file_;
-    uint32_t dataBytes_ = 0;
+    Tal::MediaKit::CWavWriter file_;
 };
 
 }  // namespace Platform

@@ -14,11 +14,12 @@
 #include <map>
 
 #include "framework/base/FormatLog.h"
-#include "platform/server/sim/audio/SpeakerDecoder.h"
-#include "platform/server/sim/oem/RtpPacket.h"
 #include "platform/server/sim/speakers/SpeakerSim.h"
 
 namespace Platform {
+
+using Tal::MediaKit::ParseRtp;
+using Tal::MediaKit::RtpPacket;
 
 namespace {
 

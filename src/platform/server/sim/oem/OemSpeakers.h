@@ -10,11 +10,12 @@
 #include <thread>
 #include <vector>
 
+#include "framework/media/mediakit/RtpPacket.h"
+#include "platform/server/sim/audio/SpeakerDecoder.h"
+
 namespace Platform {
 
 class CSpeakerSim;
-struct RtpPacket;
-enum class SpeakerCodec;
 
 struct OemSpeakerConfig {
     int deviceId = 0;
@@ -65,7 +66,7 @@ private:
     void Run();
     void Receive(Socket& socket);
     /// Adds the packet's arrival lateness. Needs `mutex_`.
-    void RecordArrival(Socket& socket, const RtpPacket& packet, SpeakerCodec codec);
+    void RecordArrival(Socket& socket, const Tal::MediaKit::RtpPacket& packet, SpeakerCodec codec);
 
     CSpeakerSim& speakers_;
     std::vector<std::unique_ptr<Socket>> sockets_;

@@ -14,10 +14,6 @@ namespace {
 
 constexpr int kSampleRate = 8000;
 constexpr int kBlock = CPlayout::kBlockSamples;
-/// What a loudspeaker may hold ahead of real time (bursts sent ahead, e.g. a file broadcast's pre-buffer).
-constexpr std::size_t kLoudspeakerMaxSamples = 8 * kSampleRate;
-/// A loudspeaker starts once it holds this much, so that a talk arriving in real time plays without gaps.
-constexpr std::size_t kLoudspeakerPrimeSamples = kSampleRate / 10;
 /// A speaker counts as playing for this long after its last audio (gaps of a live talk are silence, not
 /// the idle tone).
 constexpr int64_t kActiveHoldMs = 300;
@@ -657,12 +653,7 @@ void CSpeakerSim::PlayLocked(Speaker& s, const int16_t* samples, std::size_t cou
     s.samplesPlayed += count;
     s.totalSamples += count;
     s.lastAudioMs = NowMs();
-    s.loudspeaker.insert(s.loudspeaker.end(), samples, samples + count);
-    if (s.loudspeaker.size() > kLoudspeakerMaxSamples) {
-        s.loudspeaker.erase(s.loudspeaker.begin(),
-                            s.loudspeaker.begin() +
-                                static_cast<std::ptrdiff_t>(s.loudspeaker.size() - kLoudspeakerMaxSamples));
-    }
+    s.loudspeaker.Play(samples, count);
 }
 
 void CSpeakerSim::StartTts(const std::vector<int>& elementIds, const std::string& text,
@@ -785,14 +776,12 @@ CPlayout* CSpeakerSim::AddPlayoutLocked(std::unique_ptr<CPlayout> playout) {
 
 int CSpeakerSim::AddMonitor(int deviceId, MonitorFn fn) {
     std::lock_guard<std::mutex> lock(mutex_);
-    const int id = nextMonitor_++;
-    monitors_[id] = Monitor{deviceId, std::move(fn)};
-    return id;
+    return listeners_.Add(deviceId, std::move(fn));
 }
 
 void CSpeakerSim::RemoveMonitor(int monitorId) {
     std::lock_guard<std::mutex> lock(mutex_);
-    monitors_.erase(monitorId);
+    listeners_.Remove(monitorId);
 }
 
 double CSpeakerSim::IdleToneHz(int deviceId) const {
@@ -893,8 +882,7 @@ void CSpeakerSim::Reset() {
         s.connects = true;
         s.status = -1;
         s.resourceStatus = kResourceIdle;
-        s.loudspeaker.clear();
-        s.primed = false;
+        s.loudspeaker.Clear();
     }
     groups_.clear();
     groupOrder_.clear();
@@ -922,86 +910,52 @@ void CSpeakerSim::ClockLoop() {
 }
 
 void CSpeakerSim::Tick(int64_t nowMs) {
-    std::vector<std::pair<MonitorFn, std::vector<int16_t>>> deliveries;
+    std::vector<CListeners::Delivery> deliveries;
     std::vector<std::unique_ptr<CPlayout>> finished;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         // Every loudspeaker plays one block; a device's listeners hear the sum of its speakers.
-        std::map<int, std::vector<int32_t>> mixes;
-        std::map<int, bool> active;
-        std::set<int> listened;
-        for (const auto& m : monitors_) {
-            listened.insert(m.second.deviceId);
-        }
         for (auto& entry : speakers_) {
             Speaker& s = entry.second;
-            if (!s.primed && (s.loudspeaker.size() >= kLoudspeakerPrimeSamples ||
-                              (!s.loudspeaker.empty() && nowMs - s.lastAudioMs >= 60))) {
-                s.primed = true;
-            }
-            std::vector<int16_t> block;
-            if (s.primed) {
-                const std::size_t n = std::min<std::size_t>(kBlock, s.loudspeaker.size());
-                block.assign(s.loudspeaker.begin(), s.loudspeaker.begin() + static_cast<std::ptrdiff_t>(n));
-                s.loudspeaker.erase(s.loudspeaker.begin(),
-                                    s.loudspeaker.begin() + static_cast<std::ptrdiff_t>(n));
-                if (s.loudspeaker.empty()) {
-                    s.primed = false;
-                }
-            }
+            const std::vector<int16_t> block = s.loudspeaker.NextBlock(nowMs, s.lastAudioMs);
             const int device = s.element->deviceId;
-            if (listened.count(device) == 0) {
-                continue;
-            }
-            std::vector<int32_t>& mix = mixes[device];
-            mix.resize(kBlock, 0);
-            for (std::size_t i = 0; i < block.size(); ++i) {
-                mix[i] += block[i];
-            }
-            active[device] = active[device] || !block.empty() || nowMs - s.lastAudioMs < kActiveHoldMs ||
-                             !s.loudspeaker.empty();
-        }
-        for (int device : listened) {
-            std::vector<int16_t> out(kBlock, 0);
-            if (active[device]) {
-                const std::vector<int32_t>& mix = mixes[device];
-                for (std::size_t i = 0; i < out.size() && i < mix.size(); ++i) {
-                    out[i] = static_cast<int16_t>(std::clamp<int32_t>(mix[i], -32768, 32767));
-                }
-            } else {
-                auto& tone = idleTones_[device];
-                if (!tone) {
-                    tone = std::make_unique<CSineTone>(IdleToneHz(device), 0.3, kSampleRate);
-                }
-                tone->Fill(out.data(), out.size());
-            }
-            for (const auto& m : monitors_) {
-                if (m.second.deviceId == device) {
-                    deliveries.emplace_back(m.second.fn, out);
-                }
+            if (listeners_.Listened(device)) {
+                listeners_.Mix(
+                    device, block,
+                    !block.empty() || nowMs - s.lastAudioMs < kActiveHoldMs || !s.loudspeaker.Empty());
             }
         }
-        // Plays outside any broadcast end when their audio stops.
-        for (auto& entry : speakers_) {
-            Speaker& s = entry.second;
-            if (s.session == Session::kAdhoc && IsLive(s.phase) && nowMs - s.lastAudioMs > kAdhocIdleMs) {
-                EndSessionLocked(s, SpeakerPhase::kStopped);
-                PushLocked("", {&s}, kSpeakerStopped, kResourceIdle, kPromptNone);
-            }
-        }
-        for (auto it = playouts_.begin(); it != playouts_.end();) {
-            if ((*it)->Finished()) {
-                finished.push_back(std::move(*it));
-                it = playouts_.erase(it);
-            } else {
-                ++it;
-            }
-        }
+        deliveries = listeners_.TakeBlocks([this](int device) { return IdleToneHz(device); });
+        EndIdleAdhocLocked(nowMs);
+        finished = TakeFinishedPlayoutsLocked();
     }
     for (auto& d : deliveries) {
         d.first(d.second.data(), d.second.size());
     }
     // `finished` joins its threads here, outside the lock.
+}
+
+void CSpeakerSim::EndIdleAdhocLocked(int64_t nowMs) {
+    for (auto& entry : speakers_) {
+        Speaker& s = entry.second;
+        if (s.session == Session::kAdhoc && IsLive(s.phase) && nowMs - s.lastAudioMs > kAdhocIdleMs) {
+            EndSessionLocked(s, SpeakerPhase::kStopped);
+            PushLocked("", {&s}, kSpeakerStopped, kResourceIdle, kPromptNone);
+        }
+    }
+}
+
+std::vector<std::unique_ptr<CPlayout>> CSpeakerSim::TakeFinishedPlayoutsLocked() {
+    std::vector<std::unique_ptr<CPlayout>> finished;
+    for (auto it = playouts_.begin(); it != playouts_.end();) {
+        if ((*it)->Finished()) {
+            finished.push_back(std::move(*it));
+            it = playouts_.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    return finished;
 }
 
 }  // namespace Platform

@@ -34,7 +34,7 @@
 
 #include "platform/server/fixture/Fixture.h"
 #include "platform/server/push/PushFrame.h"
-#include "platform/server/sim/audio/ToneGenerator.h"
+#include "platform/server/sim/speakers/Loudspeaker.h"
 #include "platform/server/sim/speakers/Playout.h"
 #include "platform/server/state/BroadcastRegistry.h"
 
@@ -89,7 +89,7 @@ public:
     /// is given up (2, module 30 code 9): nobody waits for it for ever.
     static constexpr int kStreamConnectTimeoutMs = 5000;
 
-    using MonitorFn = std::function<void(const int16_t* samples, std::size_t count)>;
+    using MonitorFn = CListeners::MonitorFn;
 
     CSpeakerSim(const Fixture& fixture, CBroadcastRegistry& registry, IPushSink& sink, IScheduler& scheduler,
                 std::string speakerDir);
@@ -175,8 +175,7 @@ private:
         int64_t endedMs = 0;
         int64_t firstAudioAtMs = 0;  ///< wall clock, see SpeakerInfo
         uint64_t firstAudioSample = 0;
-        std::deque<int16_t> loudspeaker;  ///< played, not yet out of the loudspeaker
-        bool primed = false;
+        CLoudspeaker loudspeaker;
     };
 
     struct GroupRun {
@@ -195,11 +194,6 @@ private:
     struct TtsJob {
         std::set<int> elementIds;
         CPlayout* playout = nullptr;  ///< owned by playouts_
-    };
-
-    struct Monitor {
-        int deviceId = 0;
-        MonitorFn fn;
     };
 
     static bool IsLive(SpeakerPhase phase);
@@ -237,6 +231,10 @@ private:
     void OnTtsBlock(uint64_t job, const int16_t* samples, std::size_t count);
     void OnTtsDone(uint64_t job, CPlayout::Result result, const std::string& error);
     CPlayout* AddPlayoutLocked(std::unique_ptr<CPlayout> playout);
+    /// Ends the plays outside any broadcast whose audio stopped.
+    void EndIdleAdhocLocked(int64_t nowMs);
+    /// Takes the playouts that ended out of the list, to be joined outside the lock.
+    std::vector<std::unique_ptr<CPlayout>> TakeFinishedPlayoutsLocked();
     void ClockLoop();
     void Tick(int64_t nowMs);
 
@@ -255,9 +253,7 @@ private:
     std::map<uint64_t, TtsJob> ttsJobs_;
     uint64_t nextTtsJob_ = 1;
     std::vector<std::unique_ptr<CPlayout>> playouts_;
-    std::map<int, Monitor> monitors_;
-    int nextMonitor_ = 1;
-    std::map<int, std::unique_ptr<CSineTone>> idleTones_;  ///< by device id, made when first listened to
+    CListeners listeners_;
 
     std::condition_variable clockWake_;
     bool clockStop_ = false;

@@ -35,59 +35,10 @@ constexpr std::size_t kMaxListenTokens = 256;
 /// How long a stop waits for the sessions' media to go away.
 constexpr auto kMediaDrain = std::chrono::seconds(5);
 
-// A media that never sends anything: the talk addresses only receive. The listen source keeps at most two
-// seconds queued and drops the oldest beyond that, so a listener that stops reading cannot grow it.
-constexpr const char* kNoDownstream = "( fakesrc num-buffers=0 ! fakesink async=false )";
-constexpr const char* kListenLaunch =
-    "( appsrc name=listen_src is-live=true do-timestamp=true format=time max-bytes=32000 "
-    "leaky-type=downstream "
-    "caps=\"audio/x-raw,format=S16LE,layout=interleaved,rate=8000,channels=1\" ! "
-    "mulawenc ! rtppcmupay name=pay0 pt=0 )";
-
-std::string BackchannelLaunch(SpeakerCodec codec) {
-    std::string caps;
-    std::string depay;
-    switch (codec) {
-        case SpeakerCodec::kPcma:
-            caps = "payload=(int)8, clock-rate=(int)8000, encoding-name=(string)PCMA";
-            depay = "rtppcmadepay";
-            break;
-        case SpeakerCodec::kMp3:
-            caps = "payload=(int)14, clock-rate=(int)90000, encoding-name=(string)MPA";
-            depay = "rtpmpadepay";
-            break;
-        default:
-            caps = "payload=(int)0, clock-rate=(int)8000, encoding-name=(string)PCMU";
-            depay = "rtppcmudepay";
-            break;
-    }
-    // gst-rtsp-server's ONVIF media finds the backchannel by the element named depay_backchannel.
-    return "( capsfilter caps=\"application/x-rtp, media=(string)audio, " + caps +
-           "\" name=depay_backchannel ! " + depay +
-           " ! appsink name=backchannel_sink sync=false async=false emit-signals=false )";
-}
-
 int64_t NowMs() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
                std::chrono::system_clock::now().time_since_epoch())
         .count();
-}
-
-std::string RemoteOf(GstRTSPConnection* conn) {
-    if (conn == nullptr) {
-        return std::string();
-    }
-    GSocket* socket = gst_rtsp_connection_get_read_socket(conn);
-    if (socket != nullptr) {
-        GObjectPtr<GSocketAddress> address(g_socket_get_remote_address(socket, nullptr));
-        if (address && G_IS_INET_SOCKET_ADDRESS(address.get())) {
-            GInetSocketAddress* inet = G_INET_SOCKET_ADDRESS(address.get());
-            GCharPtr ip(g_inet_address_to_string(g_inet_socket_address_get_address(inet)));
-            return std::string(ip.get()) + ":" + std::to_string(g_inet_socket_address_get_port(inet));
-        }
-    }
-    const gchar* ip = gst_rtsp_connection_get_ip(conn);
-    return ip != nullptr ? ip : "";
 }
 
 std::string RandomToken() {
@@ -104,31 +55,6 @@ bool IsUnder(const std::string& path, const std::string& mount) {
 }
 
 }  // namespace
-
-bool BackchannelCodecOf(const std::string& name, const std::string& compressionType, SpeakerCodec& codec) {
-    std::string key = name;
-    if (key.empty()) {
-        if (compressionType.empty() || compressionType == "G711_u") {
-            key = "PCMU";
-        } else if (compressionType == "G711_a") {
-            key = "PCMA";
-        } else if (compressionType == "MP3") {
-            key = "MPA";
-        } else {
-            return false;
-        }
-    }
-    if (key == "PCMU") {
-        codec = SpeakerCodec::kPcmu;
-    } else if (key == "PCMA") {
-        codec = SpeakerCodec::kPcma;
-    } else if (key == "MPA") {
-        codec = SpeakerCodec::kMp3;
-    } else {
-        return false;
-    }
-    return true;
-}
 
 struct CStreamingServer::Impl : std::enable_shared_from_this<CStreamingServer::Impl> {
     explicit Impl(CSpeakerSim& s) : speakers(s) {}

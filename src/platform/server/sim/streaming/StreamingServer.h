@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "platform/server/sim/audio/SpeakerDecoder.h"
+#include "platform/server/sim/streaming/MediaLaunch.h"
 
 namespace Platform {
 
@@ -90,9 +91,5 @@ public:
 private:
     std::shared_ptr<Impl> impl_;
 };
-
-/// The backchannel codec of a fixture ("PCMU", "PCMA", "MPA"; empty: from the broadcast compression type
-/// "G711_u", "G711_a", "MP3"). False for anything else.
-bool BackchannelCodecOf(const std::string& name, const std::string& compressionType, SpeakerCodec& codec);
 
 }  // namespace Platform

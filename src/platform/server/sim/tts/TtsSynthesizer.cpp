@@ -19,24 +19,13 @@
 #include "framework/base/FileSystem.h"
 #include "framework/media/codec/AudioCodec.h"
 #include "framework/media/codec/Resampler.h"
+#include "framework/media/mediakit/WavFile.h"
 
 extern char** environ;
 
 namespace Platform {
 
 namespace {
-
-uint32_t Le32(const std::string& b, std::size_t at) {
-    return static_cast<uint32_t>(static_cast<uint8_t>(b[at])) |
-           (static_cast<uint32_t>(static_cast<uint8_t>(b[at + 1])) << 8) |
-           (static_cast<uint32_t>(static_cast<uint8_t>(b[at + 2])) << 16) |
-           (static_cast<uint32_t>(static_cast<uint8_t>(b[at + 3])) << 24);
-}
-
-uint16_t Le16(const std::string& b, std::size_t at) {
-    return static_cast<uint16_t>(static_cast<uint8_t>(b[at]) |
-                                 (static_cast<uint16_t>(static_cast<uint8_t>(b[at + 1])) << 8));
-}
 
 // A child process that is killed and reaped when the object goes away.
 class CChild {
@@ -108,55 +97,18 @@ std::string ReadText(const std::string& path) {
 }  // namespace
 
 bool ReadPcmWav(const std::string& path, std::vector<int16_t>& samples, int& sampleRate, std::string& error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        error = "cannot open " + path;
+    Tal::MediaKit::PcmAudio audio;
+    Tal::MediaKit::WavFacts facts;
+    if (!Tal::MediaKit::ReadWav(path, audio, error, &facts)) {
         return false;
     }
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (bytes.size() < 12 || bytes.compare(0, 4, "RIFF") != 0 || bytes.compare(8, 4, "WAVE") != 0) {
-        error = path + " is not a WAV file";
+    if (facts.channels > 2 || facts.bitsPerSample != 16) {
+        error = path + ": only 16-bit mono or stereo PCM is read";
         return false;
     }
-    int channels = 0;
-    int bits = 0;
-    sampleRate = 0;
-    std::size_t at = 12;
-    while (at + 8 <= bytes.size()) {
-        const std::string id = bytes.substr(at, 4);
-        std::size_t size = Le32(bytes, at + 4);
-        const std::size_t body = at + 8;
-        if (id == "fmt " && size >= 16 && body + 16 <= bytes.size()) {
-            if (Le16(bytes, body) != 1) {
-                error = path + " is not PCM";
-                return false;
-            }
-            channels = Le16(bytes, body + 2);
-            sampleRate = static_cast<int>(Le32(bytes, body + 4));
-            bits = Le16(bytes, body + 14);
-        } else if (id == "data") {
-            if (channels < 1 || channels > 2 || bits != 16 || sampleRate <= 0) {
-                error = path + ": only 16-bit mono or stereo PCM is read";
-                return false;
-            }
-            // A writer that could not seek back leaves a placeholder size: take what the file holds.
-            size = std::min(size, bytes.size() - body);
-            const std::size_t frames = size / (2 * static_cast<std::size_t>(channels));
-            samples.clear();
-            samples.reserve(frames);
-            for (std::size_t f = 0; f < frames; ++f) {
-                int sum = 0;
-                for (int c = 0; c < channels; ++c) {
-                    sum += static_cast<int16_t>(Le16(bytes, body + (f * channels + c) * 2));
-                }
-                samples.push_back(static_cast<int16_t>(sum / channels));
-            }
-            return true;
-        }
-        at = body + size + (size & 1);
-    }
-    error = path + " has no audio data";
-    return false;
+    sampleRate = audio.sampleRate;
+    samples = Tal::MediaKit::MixToMono(audio);
+    return true;
 }
 
 CTtsSynthesizer::CTtsSynthesizer(std::string workDirectory, std::string program, int sampleRate)
