@@ -325,6 +325,8 @@ struct CDeviceSimulator::Impl {
     bool Serve(int wantedPort) {
         auto fresh = std::make_unique<httplib::Server>();
         fresh->set_keep_alive_timeout(1);
+        // Answers are small: without no-delay each waits on the client's delayed acknowledgement (~40 ms).
+        fresh->set_tcp_nodelay(true);
         fresh->Get("/DXAPI/System/deviceInfo",
                    [this](const httplib::Request& q, httplib::Response& r) { HandleDeviceInfo(q, r); });
         fresh->Put("/DXAPI/VideoIntercom/broadcast/realtime",
