@@ -33,9 +33,9 @@ protected:
         BusinessCommon::InitBusinessCommon(nullptr, "en_US");
         mgr = CFrameMessageMgr::Instance();
         ASSERT_TRUE(mgr->InitManager());
-        mgr->SetMessageCallback([this](const std::string& data, int type) {
+        mgr->SetMessageCallback([this](const PushMessage& message, int type) {
             std::lock_guard<std::mutex> lock(received.mutex);
-            received.frames.emplace_back(data, type);
+            received.frames.emplace_back(message.data, type);
         });
     }
     void TearDown() override {
@@ -111,9 +111,9 @@ TEST_F(FrameMessageTest, FramesBeforeTheCallbackIsSetAreDiscarded) {
     // Wait until the network loop has handled it, then set the callback.
     ASSERT_TRUE(WaitFor(
         [] { return BusinessCommon::CMessageLoopForNetworkComm::Instance()->GetAllTaskCount() == 0; }));
-    mgr->SetMessageCallback([this](const std::string& data, int type) {
+    mgr->SetMessageCallback([this](const PushMessage& message, int type) {
         std::lock_guard<std::mutex> lock(received.mutex);
-        received.frames.emplace_back(data, type);
+        received.frames.emplace_back(message.data, type);
     });
     Flush();
     EXPECT_TRUE(received.frames.empty());
@@ -123,7 +123,7 @@ TEST_F(FrameMessageTest, UninitWaitsForARunningCallbackAndLaterFramesFindNone) {
     std::atomic<bool> inCallback{false};
     std::atomic<bool> callbackDone{false};
     std::atomic<int> calls{0};
-    mgr->SetMessageCallback([&](const std::string&, int) {
+    mgr->SetMessageCallback([&](const PushMessage&, int) {
         ++calls;
         inCallback = true;
         std::this_thread::sleep_for(std::chrono::milliseconds(100));

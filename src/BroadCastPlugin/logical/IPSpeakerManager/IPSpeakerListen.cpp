@@ -9,7 +9,6 @@
 #include "BroadCastPlugin/logical/VoiceTransfer/VoiceTransferManager.h"
 #include "framework/business/OperatLogManager.h"
 #include "framework/media/videotool/VideoTool.h"
-#include "framework/netcomm/RapidJsonProto.h"
 #include "framework/resource/ResourceManager.h"
 
 namespace BroadCastPlugin {
@@ -131,25 +130,21 @@ bool CIPSpeakerManager::StopBroadcastListen() {
 }
 
 void CIPSpeakerManager::HandleWebsocketMessage(const std::string& text) {
-    BCAST_LOG(3, "[%s]Receive websocket message: %s.[%s(%d)]", text.c_str());
-    NetworkCommunication::CRapidJsonProto message;
-    message.set_str(text);  // a text that does not parse reads as a message without the list
-    const std::string list = "/Event/BroadcastStatusList";
-    const int count = message.get_cnt(list);
+    HandleWebsocketMessage(PushMessage::FromData(text));
+}
 
+void CIPSpeakerManager::HandleWebsocketMessage(const PushMessage& message) {
+    BCAST_LOG(3, "[%s]Receive websocket message: %s.[%s(%d)]", message.data.c_str());
     std::vector<IPSpeakerNotifyParam> events;
     std::lock_guard<std::mutex> lock(mutex_);
-    for (int i = 1; i <= count; ++i) {
-        const std::string p = list + "[" + std::to_string(i) + "]/";
+    for (const BroadcastStatusItem& item : message.statusList) {
         IPSpeakerNotifyParam event;
         event.type = 2;
-        event.groupGUID = message.get_v(p + "BoardcastGroupGUID", "");
-        event.elementID = message.get_int_v(p + "ResourceID", -1);
-        event.error = ErrorCode(Tal::Base::Error::kSubSystemServer, message.get_int_v(p + "ErrorModule", -1),
-                                message.get_int_v(p + "ErrorCode", -1));
-        event.resourceType = message.get_int_v(p + "ResourceType", -1);
-        event.resourceStatus =
-            MapResourceStatus(message.get_int_v(p + "ResourceStatus", -1), event.resourceStatus);
+        event.groupGUID = item.groupGUID;
+        event.elementID = item.resourceID;
+        event.error = ErrorCode(Tal::Base::Error::kSubSystemServer, item.errorModule, item.errorCode);
+        event.resourceType = item.resourceType;
+        event.resourceStatus = MapResourceStatus(item.resourceStatus, event.resourceStatus);
         events.push_back(event);
 
         auto entry = speakerStates_.find(event.elementID);
@@ -177,7 +172,7 @@ void CIPSpeakerManager::HandleWebsocketMessage(const std::string& text) {
             continue;
         }
 
-        const int32_t status = message.get_int_v(p + "Status", -1);
+        const int32_t status = item.status;
         event.type = 1;
         event.speakerStatus = status;
         SpeakerEntry& speaker = entry->second;
@@ -196,7 +191,7 @@ void CIPSpeakerManager::HandleWebsocketMessage(const std::string& text) {
         speaker.status = status;
         speaker.error = event.error;
 
-        const int32_t promptTone = message.get_int_v(p + "PromptToneBeginEnd", -1);
+        const int32_t promptTone = item.promptToneBeginEnd;
         if (promptTone == 0) {
             promptVoiceActive_ = true;
         } else if (promptTone == 1) {

@@ -14,6 +14,7 @@
 
 #include "BroadCastPlugin/common/BroadcastTypes.h"
 #include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSessionTypes.h"
+#include "BroadCastPlugin/logical/ServerInteractive/WebSocket/PushMessage.h"
 
 namespace BroadCastPlugin {
 
@@ -94,6 +95,8 @@ public:
     bool StartBroadcastListen(int32_t id);
     bool StopBroadcastListen();
     /// Turns a broadcast status push into events and per-speaker state.
+    void HandleWebsocketMessage(const PushMessage& message);
+    /// The same for a push's data text (parsed here).
     void HandleWebsocketMessage(const std::string& text);
 
     /// Kind of the running broadcast, -1 when none.
