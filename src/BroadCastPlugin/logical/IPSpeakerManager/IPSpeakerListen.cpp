@@ -17,22 +17,6 @@ namespace {
 
 constexpr int kDeviceTypeSpeaker = 2020;
 
-// The server's "ResourceStatus" as carried in events; other values leave the event's default.
-int32_t MapResourceStatus(int32_t serverStatus, int32_t fallback) {
-    switch (serverStatus) {
-        case 1:
-            return 2;
-        case 3:
-            return 0;
-        case 4:
-        case 5:
-        case 6:
-            return serverStatus;
-        default:
-            return fallback;
-    }
-}
-
 void AddListenLog(int logType, int32_t deviceID) {
     auto device = ResourceManager::CDeviceManager::Instance()->FindDeviceByID(deviceID);
     BusinessCommon::COperationLogStruct entry;
@@ -135,72 +119,7 @@ void CIPSpeakerManager::HandleWebsocketMessage(const std::string& text) {
 
 void CIPSpeakerManager::HandleWebsocketMessage(const PushMessage& message) {
     BCAST_LOG(3, "[%s]Receive websocket message: %s.[%s(%d)]", message.data.c_str());
-    std::vector<IPSpeakerNotifyParam> events;
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (const BroadcastStatusItem& item : message.statusList) {
-        IPSpeakerNotifyParam event;
-        event.type = 2;
-        event.groupGUID = item.groupGUID;
-        event.elementID = item.resourceID;
-        event.error = ErrorCode(Tal::Base::Error::kSubSystemServer, item.errorModule, item.errorCode);
-        event.resourceType = item.resourceType;
-        event.resourceStatus = MapResourceStatus(item.resourceStatus, event.resourceStatus);
-        events.push_back(event);
-
-        auto entry = speakerStates_.find(event.elementID);
-        const int32_t playState = entry == speakerStates_.end() ? -1 : entry->second.playState;
-        if (playState == 1 || playState == 2) {
-            BCAST_LOG(
-                4,
-                "[%s]Has already play[1-play finish, 2-play failed]:%d , pass this notify message.[%s(%d)]",
-                playState);
-            continue;
-        }
-        if (stopped_ || entry == speakerStates_.end()) {
-            continue;
-        }
-        bool ownGroup = false;
-        for (const auto& speaker : speakerStates_) {
-            if (speaker.second.groupGUID == event.groupGUID) {
-                ownGroup = true;
-                break;
-            }
-        }
-        if (!ownGroup) {
-            BCAST_LOG(4, "[%s]This broadcast[%d] is broadcast open by other client.[%s(%d)]",
-                      event.elementID);
-            continue;
-        }
-
-        const int32_t status = item.status;
-        event.type = 1;
-        event.speakerStatus = status;
-        SpeakerEntry& speaker = entry->second;
-        if (status == 100) {
-            speaker.promptToneFinished = true;
-            if (!g_promptToneReported.exchange(true)) {
-                IPSpeakerNotifyParam finished = event;
-                finished.type = 0;
-                finished.broadcastStatus = 3;
-                finished.promptVoiceActive = promptVoiceActive_;
-                NotifyLocked({finished});
-            }
-        } else if (status == 101) {
-            speaker.promptToneFinished = false;
-        }
-        speaker.status = status;
-        speaker.error = event.error;
-
-        const int32_t promptTone = item.promptToneBeginEnd;
-        if (promptTone == 0) {
-            promptVoiceActive_ = true;
-        } else if (promptTone == 1) {
-            promptVoiceActive_ = false;
-        }
-        event.promptVoiceActive = promptVoiceActive_;
-        events.push_back(event);
-    }
-    NotifyLocked(events);
+    states_.ApplyStatusPush(message);
 }
 
 }  // namespace BroadCastPlugin
