@@ -18,7 +18,8 @@ using Tal::Base::Error::GetLastError;
 using Tal::Base::Error::SetLastError;
 
 bool CBroadcastStartSteps::Prepare(const std::vector<int32_t>& elementIDs, bool filePlayback,
-                                   BroadcastBaseConfig& config, std::vector<BroadcastUrlInfo>& urls) {
+                                   PreparedBroadcast& prepared) {
+    BroadcastBaseConfig& config = prepared.config;
     if (!details::DownloadElements(elementIDs)) {
         BCAST_LOG(5, "[%s]Download broadcast element ids failed.[%s(%d)]");
         return false;
@@ -29,12 +30,12 @@ bool CBroadcastStartSteps::Prepare(const std::vector<int32_t>& elementIDs, bool 
     }
     config = CIPSpeakerConfigManager::Instance()->GetConfig();
     if (!states_.IsStopped() &&
-        !CSpeakerTargets::RequestUrls(urls, elementIDs, filePlayback, config.BroadcastMode,
+        !CSpeakerTargets::RequestUrls(prepared.urls, elementIDs, filePlayback, config.BroadcastMode,
                                       config.IsPromptToneActivated)) {
         BCAST_LOG(5, "[%s]Request IPSpeaker url failed.[%s(%d)]");
         return false;
     }
-    states_.RecordSpeakers(urls);
+    states_.RecordSpeakers(prepared.urls);
     return true;
 }
 

@@ -15,6 +15,12 @@ namespace BroadCastPlugin {
 
 class CSpeakerStateTable;
 
+/// What a start knows once its speakers are entered: the broadcast configuration and their addresses.
+struct PreparedBroadcast {
+    BroadcastBaseConfig config;
+    std::vector<BroadcastUrlInfo> urls;
+};
+
 /// What differs at the end of a start: its log lines and the events its speakers get.
 struct StartEnding {
     std::function<void()> logStopped;                              ///< a stop came during the start
@@ -28,8 +34,7 @@ public:
 
     /// Elements, configuration, addresses and speaker entries. False (with the step's log line) when one
     /// fails; a step skipped by a stop does not fail.
-    bool Prepare(const std::vector<int32_t>& elementIDs, bool filePlayback, BroadcastBaseConfig& config,
-                 std::vector<BroadcastUrlInfo>& urls);
+    bool Prepare(const std::vector<int32_t>& elementIDs, bool filePlayback, PreparedBroadcast& prepared);
     /// Starts the SDK and RTP senders; false when the SDK start fails.
     bool StartDeviceTransports(const BroadcastTargets& targets);
     /// The end of a start; returns what the start returns (true when a stop came). The reason of a

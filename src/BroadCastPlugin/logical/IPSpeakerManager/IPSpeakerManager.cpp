@@ -78,48 +78,47 @@ bool CIPSpeakerManager::StartSpeakVoice(const std::vector<int32_t>& elementIDs, 
     BCAST_LOG(3, "[%s]Start ipspeaker voice speak. broadcast element id count:%d.[%s(%d)]",
               static_cast<int>(elementIDs.size()));
     BeginBroadcast(kBroadcastSpeak, requestID, std::string());
-    CVoiceTransferManager* transfer = CVoiceTransferManager::Instance();
     BroadcastTargets targets;
-    bool result = false;
-    // One pass through the steps; a failing step leaves with the result false.
-    do {
-        BroadcastBaseConfig config;
-        std::vector<BroadcastUrlInfo> urls;
-        if (!steps_.Prepare(elementIDs, false, config, urls)) {
-            break;
-        }
-        const int32_t encodeType = config.AudioCompressionType;
-        capture_->SetPCMDataCallback(
-            [this](const uint8_t* data, int size) { voiceRecorder_->InputData(data, size); });
-        capture_->SetEncodeDataCallback([transfer](const uint8_t* data, int size) {
-            transfer->SendData(data, static_cast<int32_t>(size));
-        });
-        transfer->SetLiveQueueLimit(kLiveQueueFrames);
-        if (!IsStopped() && !capture_->StartCapture(encodeType)) {
-            BCAST_LOG(5, "[%s]Start voice capture failed.[%s(%d)]");
-            break;
-        }
-        targets = CSpeakerTargets::Build(urls, encodeType);
-        if (!IsStopped() && !targets.zps.empty() && !transfer->StartSendToZPS(targets.zps)) {
-            break;
-        }
-        if (config.IsPromptToneActivated && !RunPromptTone(!targets.zps.empty(), requestID)) {
-            break;
-        }
-        if (IsStopped()) {
-            BCAST_LOG(3, "[%s]Has stop broadcast,break out.[%s(%d)]");
-            break;
-        }
-        Notify({StageEvent(kStageTalkReady, requestID)});
-        if (!steps_.StartDeviceTransports(targets)) {
-            break;
-        }
-        if (!IsStopped() && config.Record && !StartVoiceRecord(encodeType)) {
-            BCAST_LOG(5, "[%s]Start voice record failed.[%s(%d)]");
-        }
-        result = true;
-    } while (false);
+    const bool result = RunSpeakSteps(elementIDs, requestID, targets);
     return FinishSpeak(result, elementIDs, requestID, targets.HasDeviceTargets());
+}
+
+bool CIPSpeakerManager::RunSpeakSteps(const std::vector<int32_t>& elementIDs, int64_t requestID,
+                                      BroadcastTargets& targets) {
+    PreparedBroadcast prepared;
+    if (!steps_.Prepare(elementIDs, false, prepared)) {
+        return false;
+    }
+    const BroadcastBaseConfig& config = prepared.config;
+    CVoiceTransferManager* transfer = CVoiceTransferManager::Instance();
+    capture_->SetPCMDataCallback(
+        [this](const uint8_t* data, int size) { voiceRecorder_->InputData(data, size); });
+    capture_->SetEncodeDataCallback(
+        [transfer](const uint8_t* data, int size) { transfer->SendData(data, static_cast<int32_t>(size)); });
+    transfer->SetLiveQueueLimit(kLiveQueueFrames);
+    if (!IsStopped() && !capture_->StartCapture(config.AudioCompressionType)) {
+        BCAST_LOG(5, "[%s]Start voice capture failed.[%s(%d)]");
+        return false;
+    }
+    targets = CSpeakerTargets::Build(prepared.urls, config.AudioCompressionType);
+    if (!IsStopped() && !targets.zps.empty() && !transfer->StartSendToZPS(targets.zps)) {
+        return false;
+    }
+    if (config.IsPromptToneActivated && !RunPromptTone(!targets.zps.empty(), requestID)) {
+        return false;
+    }
+    if (IsStopped()) {
+        BCAST_LOG(3, "[%s]Has stop broadcast,break out.[%s(%d)]");
+        return false;
+    }
+    Notify({StageEvent(kStageTalkReady, requestID)});
+    if (!steps_.StartDeviceTransports(targets)) {
+        return false;
+    }
+    if (!IsStopped() && config.Record && !StartVoiceRecord(config.AudioCompressionType)) {
+        BCAST_LOG(5, "[%s]Start voice record failed.[%s(%d)]");
+    }
+    return true;
 }
 
 bool CIPSpeakerManager::RunPromptTone(bool streamingTargets, int64_t requestID) {

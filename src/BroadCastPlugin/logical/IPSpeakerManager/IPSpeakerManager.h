@@ -116,6 +116,10 @@ private:
     void ResetRecord();
     /// The first steps of a live talk or a file broadcast: the started stage, a clean record, the kind.
     void BeginBroadcast(BroadcastKind kind, int64_t requestID, const std::string& filePath);
+    /// The steps of a live talk after its beginning; false when one fails. `targets` receives the targets.
+    bool RunSpeakSteps(const std::vector<int32_t>& elementIDs, int64_t requestID, BroadcastTargets& targets);
+    bool RunPlayFileSteps(const std::vector<int32_t>& elementIDs, const std::string& filePath,
+                          int64_t requestID, BroadcastTargets& targets);
     /// The end of a live talk; returns what the start returns.
     bool FinishSpeak(bool result, const std::vector<int32_t>& elementIDs, int64_t requestID,
                      bool deviceTargets);

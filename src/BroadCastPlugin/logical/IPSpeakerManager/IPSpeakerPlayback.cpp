@@ -56,44 +56,43 @@ bool CIPSpeakerManager::StartPlayAudioFile(const std::vector<int32_t>& elementID
     BCAST_LOG(3, "[%s]Start ipspeaker play audio file. broadcast element id count:%d, file path: %s.[%s(%d)]",
               static_cast<int>(elementIDs.size()), filePath.c_str());
     BeginBroadcast(kBroadcastFile, requestID, filePath);
-    CVoiceTransferManager* transfer = CVoiceTransferManager::Instance();
     BroadcastTargets targets;
-    bool result = false;
-    do {
-        BroadcastBaseConfig config;
-        std::vector<BroadcastUrlInfo> urls;
-        if (!steps_.Prepare(elementIDs, true, config, urls)) {
-            break;
-        }
-        const int32_t encodeType = config.AudioCompressionType;
-        if (encodeType == kEncodeG711U) {
-            transfer->SetFrameInterval(kFrameIntervalG711Ms);
-        } else if (encodeType == kEncodeMP3) {
-            transfer->SetFrameInterval(kFrameIntervalMp3Ms);
-        }
-        targets = CSpeakerTargets::Build(urls, encodeType);
-        if (!IsStopped() && !targets.zps.empty()) {
-            if (!transfer->StartSendToZPS(targets.zps) || !WaitStreamingSpeakers(urls)) {
-                break;
-            }
-        }
-        if (!steps_.StartDeviceTransports(targets)) {
-            break;
-        }
-        fileEncoder_->SetDataCallback([transfer](const uint8_t* data, int size) {
-            transfer->SendData(data, static_cast<int32_t>(size));
-        });
-        fileEncoder_->SetStateCallback(
-            [this, requestID](EncodeState state) { OnEncodeState(state, requestID); });
-        if (!IsStopped() && !fileEncoder_->StartEncode(filePath, encodeType)) {
-            BCAST_LOG(5, "[%s]Start local file encode failed. [%s(%d)]");
-            break;
-        }
-        transfer->SetInputFinished();
-        transfer->WaitTransferFinish();
-        result = true;
-    } while (false);
+    const bool result = RunPlayFileSteps(elementIDs, filePath, requestID, targets);
     return FinishPlayFile(result, elementIDs, requestID, targets.HasDeviceTargets());
+}
+
+bool CIPSpeakerManager::RunPlayFileSteps(const std::vector<int32_t>& elementIDs, const std::string& filePath,
+                                         int64_t requestID, BroadcastTargets& targets) {
+    PreparedBroadcast prepared;
+    if (!steps_.Prepare(elementIDs, true, prepared)) {
+        return false;
+    }
+    const int32_t encodeType = prepared.config.AudioCompressionType;
+    CVoiceTransferManager* transfer = CVoiceTransferManager::Instance();
+    if (encodeType == kEncodeG711U) {
+        transfer->SetFrameInterval(kFrameIntervalG711Ms);
+    } else if (encodeType == kEncodeMP3) {
+        transfer->SetFrameInterval(kFrameIntervalMp3Ms);
+    }
+    targets = CSpeakerTargets::Build(prepared.urls, encodeType);
+    if (!IsStopped() && !targets.zps.empty()) {
+        if (!transfer->StartSendToZPS(targets.zps) || !WaitStreamingSpeakers(prepared.urls)) {
+            return false;
+        }
+    }
+    if (!steps_.StartDeviceTransports(targets)) {
+        return false;
+    }
+    fileEncoder_->SetDataCallback(
+        [transfer](const uint8_t* data, int size) { transfer->SendData(data, static_cast<int32_t>(size)); });
+    fileEncoder_->SetStateCallback([this, requestID](EncodeState state) { OnEncodeState(state, requestID); });
+    if (!IsStopped() && !fileEncoder_->StartEncode(filePath, encodeType)) {
+        BCAST_LOG(5, "[%s]Start local file encode failed. [%s(%d)]");
+        return false;
+    }
+    transfer->SetInputFinished();
+    transfer->WaitTransferFinish();
+    return true;
 }
 
 bool CIPSpeakerManager::FinishPlayFile(bool result, const std::vector<int32_t>& elementIDs, int64_t requestID,
