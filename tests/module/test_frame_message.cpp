@@ -151,3 +151,32 @@ TEST(FrameMessage, LocationDataMsgExtractsDataOrKeepsTheRawText) {
     EXPECT_EQ(out, "{oops");
     EXPECT_TRUE(log.Contains("Long link message format is not standardized. ", 4));
 }
+
+TEST(FrameMessage, APushReadFromTheParsedFrameEqualsThePushReadFromItsDataText) {
+    const std::string data =
+        R"({"Event":{"UpdateVersion":{},"BroadcastStatusList":[{"BoardcastGroupGUID":"g1","ResourceID":1001,)"
+        R"("ResourceType":1027,"ResourceStatus":3,"Status":100,"ErrorModule":30,"ErrorCode":7,)"
+        R"("PromptToneBeginEnd":0},{"ResourceID":"not a number"}]}})";
+    const TalClientFrameWork::PushFrame frame(R"({"MessageType":3,"Msg":{"Data":)" + data + "}}", 3, 0, 1);
+    const PushMessage fromFrame = PushMessage::FromDocument(frame.document, "/Msg/Data");
+    const PushMessage fromText = PushMessage::FromData(data);
+    EXPECT_EQ(fromFrame.data, data);
+    ASSERT_EQ(fromFrame.statusList.size(), 2u);
+    ASSERT_EQ(fromText.statusList.size(), 2u);
+    for (const PushMessage* message : {&fromFrame, &fromText}) {
+        const BroadcastStatusItem& first = message->statusList[0];
+        EXPECT_EQ(first.groupGUID, "g1");
+        EXPECT_EQ(first.resourceID, 1001);
+        EXPECT_EQ(first.resourceType, 1027);
+        EXPECT_EQ(first.resourceStatus, 3);
+        EXPECT_EQ(first.status, 100);
+        EXPECT_EQ(first.errorModule, 30);
+        EXPECT_EQ(first.errorCode, 7);
+        EXPECT_EQ(first.promptToneBeginEnd, 0);
+        EXPECT_EQ(message->statusList[1].resourceID, -1) << "a field of another type keeps the default";
+        EXPECT_EQ(message->statusList[1].groupGUID, "");
+        EXPECT_TRUE(message->updateVersion);
+    }
+    EXPECT_TRUE(PushMessage::FromData("{oops").statusList.empty());
+    EXPECT_FALSE(PushMessage::FromData("{oops").updateVersion);
+}
