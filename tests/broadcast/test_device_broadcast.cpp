@@ -35,10 +35,11 @@ protected:
     static void SetUpTestSuite() {
         StartWithSentence(kSentence, "device-speech");
         // Every push goes to the device broadcast manager too, as the controller hands it on.
-        BroadCastPlugin::CFrameMessageMgr::Instance()->SetMessageCallback([](const std::string& data, int) {
-            CBroadcastBusinessManager::PushBroadcastState(data);
-            BroadCastPlugin::CIPSpeakerManager::Instance()->HandleWebsocketMessage(data);
-        });
+        BroadCastPlugin::CFrameMessageMgr::Instance()->SetMessageCallback(
+            [](const BroadCastPlugin::PushMessage& message, int) {
+                CBroadcastBusinessManager::PushBroadcastState(message.data);
+                BroadCastPlugin::CIPSpeakerManager::Instance()->HandleWebsocketMessage(message);
+            });
     }
     static void TearDownTestSuite() { StopWithSentence(); }
     void SetUp() override {

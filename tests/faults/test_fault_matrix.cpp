@@ -285,10 +285,11 @@ protected:
         sentence_ = new BcastTool::PcmAudio();
         MakeSpeech(SentenceWav(), kSentence, *sentence_);
         // Every push goes to the device broadcast manager too, as the controller hands it on.
-        CFrameMessageMgr::Instance()->SetMessageCallback([](const std::string& data, int) {
-            CBroadcastBusinessManager::PushBroadcastState(data);
-            CIPSpeakerManager::Instance()->HandleWebsocketMessage(data);
-        });
+        CFrameMessageMgr::Instance()->SetMessageCallback(
+            [](const BroadCastPlugin::PushMessage& message, int) {
+                CBroadcastBusinessManager::PushBroadcastState(message.data);
+                CIPSpeakerManager::Instance()->HandleWebsocketMessage(message);
+            });
         deviceLog_ = new CDeviceStatusLog();
         ASSERT_TRUE(CBroadcastBusinessManager::InitManager());
         CBroadcastBusinessManager::SetBroadcastResoluteCallback(&CDeviceStatusLog::Collect, deviceLog_);

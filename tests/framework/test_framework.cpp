@@ -74,7 +74,37 @@ public:
     }
     std::vector<std::string> frames;
 };
+
+// Reads the document the frame arrives with, as the module's observer does.
+class DocumentObserver : public TalClientFrameWork::IWebsocketObserver {
+public:
+    void OnWebsocketMessage(const std::string&, int, int) override { ++textCalls; }
+    void OnWebsocketFrame(const TalClientFrameWork::PushFrame& frame) override {
+        values.push_back(frame.document.get_int_v("/Msg/Data/X", -1));
+    }
+    int textCalls = 0;
+    std::vector<int> values;
+};
 }  // namespace
+
+TEST(FrameworkManagerInterface, ObserversGetTheParsedFrameOrItsText) {
+    auto* fw = TalClientFrameWork::CFrameworkManagerInterface::Instance();
+    auto parsed = std::make_shared<DocumentObserver>();
+    auto text = std::make_shared<RecordingObserver>();
+    ASSERT_TRUE(fw->RegisterWebsocketObserver("parsed", parsed));
+    ASSERT_TRUE(fw->RegisterWebsocketObserver("text", text));
+    ASSERT_TRUE(fw->Messages({3}, "parsed", true));
+    ASSERT_TRUE(fw->Messages({3}, "text", true));
+    const TalClientFrameWork::PushFrame frame(R"({"MessageType":3,"Msg":{"Data":{"X":7}}})", 3, 0, 1);
+    EXPECT_EQ(fw->DeliverFrame(frame), 2);
+    EXPECT_EQ(fw->DeliverFrame("not json", 3, 0, 2), 2);
+    EXPECT_EQ(parsed->values, (std::vector<int>{7, -1}))
+        << "a text that is not JSON arrives as an empty document";
+    EXPECT_EQ(parsed->textCalls, 0);
+    EXPECT_EQ(text->frames, (std::vector<std::string>{frame.rawMsg + "|3|1", "not json|3|2"}));
+    EXPECT_TRUE(fw->UnRegisterWebsocketObserver("parsed"));
+    EXPECT_TRUE(fw->UnRegisterWebsocketObserver("text"));
+}
 
 TEST(FrameworkManagerInterface, ClientConfigSectionsAndObserverSubscriptions) {
     auto* fw = TalClientFrameWork::CFrameworkManagerInterface::Instance();

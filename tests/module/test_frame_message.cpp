@@ -33,9 +33,9 @@ protected:
         BusinessCommon::InitBusinessCommon(nullptr, "en_US");
         mgr = CFrameMessageMgr::Instance();
         ASSERT_TRUE(mgr->InitManager());
-        mgr->SetMessageCallback([this](const std::string& data, int type) {
+        mgr->SetMessageCallback([this](const PushMessage& message, int type) {
             std::lock_guard<std::mutex> lock(received.mutex);
-            received.frames.emplace_back(data, type);
+            received.frames.emplace_back(message.data, type);
         });
     }
     void TearDown() override {
@@ -111,9 +111,9 @@ TEST_F(FrameMessageTest, FramesBeforeTheCallbackIsSetAreDiscarded) {
     // Wait until the network loop has handled it, then set the callback.
     ASSERT_TRUE(WaitFor(
         [] { return BusinessCommon::CMessageLoopForNetworkComm::Instance()->GetAllTaskCount() == 0; }));
-    mgr->SetMessageCallback([this](const std::string& data, int type) {
+    mgr->SetMessageCallback([this](const PushMessage& message, int type) {
         std::lock_guard<std::mutex> lock(received.mutex);
-        received.frames.emplace_back(data, type);
+        received.frames.emplace_back(message.data, type);
     });
     Flush();
     EXPECT_TRUE(received.frames.empty());
@@ -123,7 +123,7 @@ TEST_F(FrameMessageTest, UninitWaitsForARunningCallbackAndLaterFramesFindNone) {
     std::atomic<bool> inCallback{false};
     std::atomic<bool> callbackDone{false};
     std::atomic<int> calls{0};
-    mgr->SetMessageCallback([&](const std::string&, int) {
+    mgr->SetMessageCallback([&](const PushMessage&, int) {
         ++calls;
         inCallback = true;
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -150,4 +150,33 @@ TEST(FrameMessage, LocationDataMsgExtractsDataOrKeepsTheRawText) {
     EXPECT_FALSE(LocationDataMsg(out, "{oops"));
     EXPECT_EQ(out, "{oops");
     EXPECT_TRUE(log.Contains("Long link message format is not standardized. ", 4));
+}
+
+TEST(FrameMessage, APushReadFromTheParsedFrameEqualsThePushReadFromItsDataText) {
+    const std::string data =
+        R"({"Event":{"UpdateVersion":{},"BroadcastStatusList":[{"BoardcastGroupGUID":"g1","ResourceID":1001,)"
+        R"("ResourceType":1027,"ResourceStatus":3,"Status":100,"ErrorModule":30,"ErrorCode":7,)"
+        R"("PromptToneBeginEnd":0},{"ResourceID":"not a number"}]}})";
+    const TalClientFrameWork::PushFrame frame(R"({"MessageType":3,"Msg":{"Data":)" + data + "}}", 3, 0, 1);
+    const PushMessage fromFrame = PushMessage::FromDocument(frame.document, "/Msg/Data");
+    const PushMessage fromText = PushMessage::FromData(data);
+    EXPECT_EQ(fromFrame.data, data);
+    ASSERT_EQ(fromFrame.statusList.size(), 2u);
+    ASSERT_EQ(fromText.statusList.size(), 2u);
+    for (const PushMessage* message : {&fromFrame, &fromText}) {
+        const BroadcastStatusItem& first = message->statusList[0];
+        EXPECT_EQ(first.groupGUID, "g1");
+        EXPECT_EQ(first.resourceID, 1001);
+        EXPECT_EQ(first.resourceType, 1027);
+        EXPECT_EQ(first.resourceStatus, 3);
+        EXPECT_EQ(first.status, 100);
+        EXPECT_EQ(first.errorModule, 30);
+        EXPECT_EQ(first.errorCode, 7);
+        EXPECT_EQ(first.promptToneBeginEnd, 0);
+        EXPECT_EQ(message->statusList[1].resourceID, -1) << "a field of another type keeps the default";
+        EXPECT_EQ(message->statusList[1].groupGUID, "");
+        EXPECT_TRUE(message->updateVersion);
+    }
+    EXPECT_TRUE(PushMessage::FromData("{oops").statusList.empty());
+    EXPECT_FALSE(PushMessage::FromData("{oops").updateVersion);
 }

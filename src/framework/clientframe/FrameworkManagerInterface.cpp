@@ -14,11 +14,8 @@ CFrameworkManagerInterface* CFrameworkManagerInterface::Instance() {
 }
 
 CFrameworkManagerInterface::CFrameworkManagerInterface()
-    : pushLink_(std::make_unique<CPushLink>(
-          [this] { return Subscriptions(); },
-          [this](const std::string& rawMsg, int msgType, int eventType, int websocketMsgType) {
-              DeliverFrame(rawMsg, msgType, eventType, websocketMsgType);
-          })) {
+    : pushLink_(std::make_unique<CPushLink>([this] { return Subscriptions(); },
+                                            [this](const PushFrame& frame) { DeliverFrame(frame); })) {
     pushLink_->SetListener([this](const PushLinkEvent& event) { DispatchPushLinkEvent(event); });
 }
 
@@ -228,6 +225,12 @@ void CFrameworkManagerInterface::NotifySubscriptionsChanged() {
 
 int CFrameworkManagerInterface::DeliverFrame(const std::string& rawMsg, int msgType, int eventType,
                                              int websocketMsgType) {
+    return DeliverFrame(PushFrame(rawMsg, msgType, eventType, websocketMsgType));
+}
+
+int CFrameworkManagerInterface::DeliverFrame(const PushFrame& frame) {
+    const int msgType = frame.msgType;
+    const int eventType = frame.eventType;
     std::vector<std::shared_ptr<IWebsocketObserver>> targets;
     {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -239,7 +242,7 @@ int CFrameworkManagerInterface::DeliverFrame(const std::string& rawMsg, int msgT
         }
     }
     for (const auto& observer : targets) {
-        observer->OnWebsocketMessage(rawMsg, msgType, websocketMsgType);
+        observer->OnWebsocketFrame(frame);
     }
     return static_cast<int>(targets.size());
 }

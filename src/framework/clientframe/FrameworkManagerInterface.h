@@ -21,6 +21,11 @@ public:
     /// Called on the push link's thread with the frame text, its message type and the websocket message
     /// type (1 text, 2 binary).
     virtual void OnWebsocketMessage(const std::string& rawMsg, int msgType, int websocketMsgType) = 0;
+    /// Called instead with the frame the link parsed; observers that read the JSON override this one to
+    /// skip a parse of their own. By default it hands on the text.
+    virtual void OnWebsocketFrame(const PushFrame& frame) {
+        OnWebsocketMessage(frame.rawMsg, frame.msgType, frame.websocketMsgType);
+    }
 };
 
 /// An event subscription: event type and sub-type.
@@ -91,6 +96,8 @@ public:
     /// the frame carries one (eventType != 0), to its event type. Observers run on the caller's thread,
     /// outside the framework's lock. Returns the number of observers called.
     int DeliverFrame(const std::string& rawMsg, int msgType, int eventType, int websocketMsgType);
+    /// The same with a frame parsed already (what the push link hands on): observers get the parsed frame.
+    int DeliverFrame(const PushFrame& frame);
 
     /// A plugin reports that it has applied a framework update pushed by the platform.
     void NotifyFrameworkUpdateFinish(const std::string& pluginId);

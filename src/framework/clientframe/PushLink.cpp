@@ -59,6 +59,19 @@ std::string Join(const std::set<int>& values) {
 
 }  // namespace
 
+PushFrame::PushFrame(std::string raw, int messageType, int event, int websocketType)
+    : rawMsg(std::move(raw)), msgType(messageType), eventType(event), websocketMsgType(websocketType) {
+    document.set_str(rawMsg);
+}
+
+/// Where a link goes and how it behaves: what Start hands to the link's thread and on to its worker.
+struct CPushLink::LinkTarget {
+    QUrl url;
+    QByteArray token;
+    QSslConfiguration ssl;
+    PushLinkOptions options;
+};
+
 const char* PushLinkStateName(PushLinkState state) {
     switch (state) {
         case PushLinkState::kStopped:
@@ -78,13 +91,13 @@ const char* PushLinkStateName(PushLinkState state) {
 // Lives on the link's thread; every member is touched only there.
 class CPushLink::CWorker : public QObject {
 public:
-    CWorker(CPushLink& owner, QUrl url, QByteArray token, QSslConfiguration ssl, PushLinkOptions options)
+    CWorker(CPushLink& owner, const LinkTarget& target)
         : owner_(owner),
-          url_(std::move(url)),
-          token_(std::move(token)),
-          ssl_(std::move(ssl)),
-          options_(options),
-          nextRetryMs_(options.initialRetryMs) {
+          url_(target.url),
+          token_(target.token),
+          ssl_(target.ssl),
+          options_(target.options),
+          nextRetryMs_(target.options.initialRetryMs) {
         for (QTimer* timer : {&retryTimer_, &handshakeTimer_, &closeTimer_}) {
             timer->setSingleShot(true);
         }
@@ -251,10 +264,13 @@ private:
         retryTimer_.start(delay);
     }
 
-    void OnMessage(const std::string& text, int websocketMsgType) {
+    // The one parse of a frame: observers get the parsed document with the text.
+    void OnMessage(std::string text, int websocketMsgType) {
         awaitingPong_ = false;  // any traffic shows the link is alive
-        NetworkCommunication::CRapidJsonProto doc;
-        if (!doc.set_str(text)) {
+        PushFrame frame;
+        frame.websocketMsgType = websocketMsgType;
+        const NetworkCommunication::CRapidJsonProto& doc = frame.document;
+        if (!frame.document.set_str(text)) {
             TAL_LOG(4, kLogModule, "[%s]Push link dropped a message that is not JSON: %.200s[%s(%d)]",
                     text.c_str());
             return;
@@ -269,8 +285,10 @@ private:
                     text.c_str());
             return;
         }
-        owner_.sink_(text, doc.get_int_v("/MessageType", -1), doc.get_int_v("/EventType", 0),
-                     websocketMsgType);
+        frame.msgType = doc.get_int_v("/MessageType", -1);
+        frame.eventType = doc.get_int_v("/EventType", 0);
+        frame.rawMsg = std::move(text);
+        owner_.sink_(frame);
     }
 
     // {"Action":"SubscribeAck",...}, {"Action":"Pong"}, {"Action":"Ping"}, {"Action":"Error",...}
@@ -390,19 +408,14 @@ private:
 // The link's thread: the worker and its sockets are created, used and destroyed here.
 class CPushLink::CLinkThread : public QThread {
 public:
-    CLinkThread(CPushLink& owner, QUrl url, QByteArray token, QSslConfiguration ssl, PushLinkOptions options)
-        : owner_(owner),
-          url_(std::move(url)),
-          token_(std::move(token)),
-          ssl_(std::move(ssl)),
-          options_(options) {
+    CLinkThread(CPushLink& owner, LinkTarget target) : owner_(owner), target_(std::move(target)) {
         setObjectName(QStringLiteral("push-link"));
     }
 
 protected:
     void run() override {
         {
-            CWorker worker(owner_, url_, token_, ssl_, options_);
+            CWorker worker(owner_, target_);
             if (owner_.AttachWorker(&worker)) {
                 worker.Open();
                 exec();
@@ -416,10 +429,7 @@ protected:
 
 private:
     CPushLink& owner_;
-    const QUrl url_;
-    const QByteArray token_;
-    const QSslConfiguration ssl_;
-    const PushLinkOptions options_;
+    const LinkTarget target_;
 };
 
 CPushLink::CPushLink(SubscriptionSource source, FrameSink sink)
@@ -470,7 +480,8 @@ bool CPushLink::Start(const std::string& url, const std::string& token, const st
         state_ = PushLinkState::kConnecting;
     }
     joinTimeoutMs_ = options.closeTimeoutMs + kJoinMarginMs;
-    thread_ = std::make_unique<CLinkThread>(*this, target, QByteArray::fromStdString(token), ssl, options);
+    thread_ = std::make_unique<CLinkThread>(
+        *this, LinkTarget{target, QByteArray::fromStdString(token), ssl, options});
     thread_->start();
     TAL_LOG(3, kLogModule, "[%s]Push link starting to %s.[%s(%d)]", ForLog(target).c_str());
     return true;

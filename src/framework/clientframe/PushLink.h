@@ -13,6 +13,8 @@
 #include <set>
 #include <string>
 
+#include "framework/netcomm/RapidJsonProto.h"
+
 class QThread;
 
 namespace TalClientFrameWork {
@@ -60,12 +62,25 @@ struct PushSubscriptions {
     }
 };
 
+/// A push frame as the link received it, parsed once: observers read the document instead of the text.
+/// {"MessageType":3,"EventType":310001,"Msg":{"ProtocolType":1,"Module":0,"Data":{..}}}
+struct PushFrame {
+    std::string rawMsg;
+    int msgType = -1;
+    int eventType = 0;                               ///< 0 when the frame carries none
+    int websocketMsgType = 1;                        ///< 1 text, 2 binary
+    NetworkCommunication::CRapidJsonProto document;  ///< an empty object when the text is not JSON
+
+    PushFrame() = default;
+    /// Parses the text; a text that is not JSON leaves the document empty.
+    PushFrame(std::string raw, int messageType, int event, int websocketType);
+};
+
 class CPushLink {
 public:
     /// Called on the link's thread: what to subscribe to now, and where frames go.
     using SubscriptionSource = std::function<PushSubscriptions()>;
-    using FrameSink =
-        std::function<void(const std::string& rawMsg, int msgType, int eventType, int websocketMsgType)>;
+    using FrameSink = std::function<void(const PushFrame& frame)>;
 
     CPushLink(SubscriptionSource source, FrameSink sink);
     /// Stops the link.
@@ -96,6 +111,7 @@ public:
     void SubscriptionsChanged();
 
 private:
+    struct LinkTarget;
     class CWorker;
     class CLinkThread;
     friend class CWorker;

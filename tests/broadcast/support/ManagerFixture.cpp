@@ -127,8 +127,9 @@ void CManagerTest::StartPeers(const std::vector<std::string>& platformArgs, cons
     ASSERT_TRUE(BusinessCommon::LoginToPlatform(login, error)) << error;
     // Pushes reach the manager the way the controller wires them.
     ASSERT_TRUE(CFrameMessageMgr::Instance()->InitManager());
-    CFrameMessageMgr::Instance()->SetMessageCallback(
-        [](const std::string& data, int) { CIPSpeakerManager::Instance()->HandleWebsocketMessage(data); });
+    CFrameMessageMgr::Instance()->SetMessageCallback([](const BroadCastPlugin::PushMessage& message, int) {
+        CIPSpeakerManager::Instance()->HandleWebsocketMessage(message);
+    });
     ASSERT_TRUE(BcastTest::WaitFor(
         [] { return TalClientFrameWork::CFrameworkManagerInterface::Instance()->IsPushLinkConnected(); },
         10000));

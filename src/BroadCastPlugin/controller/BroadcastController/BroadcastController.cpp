@@ -73,10 +73,10 @@ bool CBroadcastController::Init() {
         BCAST_LOG(5, "[%s]Init websocket message connet failed.[%s(%d)]");
         return false;
     }
-    frames->SetMessageCallback([](const std::string& data, int msgType) {
+    frames->SetMessageCallback([](const PushMessage& message, int msgType) {
         // Frames can outlive the controller on the network loop: look it up each time.
         if (CBroadcastController* controller = CBroadcastController::InstanceIfExists()) {
-            controller->HandleServerPushMessage(data, msgType);
+            controller->HandleServerPushMessage(message, msgType);
         }
     });
     CIPSpeakerManager::Instance()->Init(
@@ -336,12 +336,15 @@ void CBroadcastController::HandleDeviceMessageCallback(const std::string& text) 
 }
 
 void CBroadcastController::HandleServerPushMessage(const std::string& data, int msgType) {
-    TOOL::CBroadcastBusinessManager::PushBroadcastState(data);
-    CIPSpeakerManager::Instance()->HandleWebsocketMessage(data);
+    HandleServerPushMessage(PushMessage::FromData(data), msgType);
+}
+
+void CBroadcastController::HandleServerPushMessage(const PushMessage& message, int msgType) {
+    TOOL::CBroadcastBusinessManager::PushBroadcastState(message.data);
+    CIPSpeakerManager::Instance()->HandleWebsocketMessage(message);
     // A version update pushed by the platform concerns the framework: the module acknowledges it.
-    NetworkCommunication::CRapidJsonProto message;
-    if (message.set_str(data) && message.is_exist("/Event/UpdateVersion")) {
-        emit SignalUpdateVersion(data);
+    if (message.updateVersion) {
+        emit SignalUpdateVersion(message.data);
         TalClientFrameWork::CFrameworkManagerInterface::Instance()->NotifyFrameworkUpdateFinish(kPluginId);
     }
     (void)msgType;

@@ -17,6 +17,8 @@
 
 namespace BroadCastPlugin {
 
+struct PushMessage;
+
 class CBroadcastController : public QObject {
     Q_OBJECT
 
@@ -54,6 +56,7 @@ public:
 
     /// Handler of server push data (the "/Msg/Data" text of a frame and its message type).
     void HandleServerPushMessage(const std::string& data, int msgType);
+    void HandleServerPushMessage(const PushMessage& message, int msgType);
     /// Tasks queued or running on the main loop; 0 means idle.
     int GetMainTaskCount() const;
     /// A cached media file by id.

@@ -61,19 +61,8 @@ bool CIPSpeakerPartitionManager::DownloadAllPartitions() {
         BCAST_LOG(5, "[%s]Get broadcast partition list failed.[%s(%d)]");
         return false;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
-    partitions_ = std::move(partitions);
+    partitions_.Set(std::move(partitions));
     return true;
-}
-
-std::vector<BroadcastPartition> CIPSpeakerPartitionManager::GetPartitions() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return partitions_;
-}
-
-void CIPSpeakerPartitionManager::ClearCache() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    partitions_.clear();
 }
 
 CIPSpeakerTerminalManager* CIPSpeakerTerminalManager::Instance() {
@@ -86,19 +75,8 @@ bool CIPSpeakerTerminalManager::DownloadAllTerminals() {
         BCAST_LOG(5, "[%s]Get broadcast terminal list failed.[%s(%d)]");
         return false;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
-    terminals_ = std::move(terminals);
+    terminals_.Set(std::move(terminals));
     return true;
-}
-
-std::vector<BroadcastTerminal> CIPSpeakerTerminalManager::GetTerminals() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return terminals_;
-}
-
-void CIPSpeakerTerminalManager::ClearCache() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    terminals_.clear();
 }
 
 }  // namespace BroadCastPlugin

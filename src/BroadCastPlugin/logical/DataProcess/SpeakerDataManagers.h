@@ -9,6 +9,25 @@
 
 namespace BroadCastPlugin {
 
+/// A list read and replaced whole under its own lock.
+template <typename Item>
+class CGuardedList {
+public:
+    std::vector<Item> Get() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return items_;
+    }
+    void Set(std::vector<Item> items) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        items_ = std::move(items);
+    }
+    void Clear() { Set({}); }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<Item> items_;
+};
+
 class CIPSpeakerConfigManager {
 public:
     static CIPSpeakerConfigManager* Instance();
@@ -28,24 +47,22 @@ class CIPSpeakerPartitionManager {
 public:
     static CIPSpeakerPartitionManager* Instance();
     bool DownloadAllPartitions();
-    std::vector<BroadcastPartition> GetPartitions() const;
-    void ClearCache();
+    std::vector<BroadcastPartition> GetPartitions() const { return partitions_.Get(); }
+    void ClearCache() { partitions_.Clear(); }
 
 private:
-    mutable std::mutex mutex_;
-    std::vector<BroadcastPartition> partitions_;
+    CGuardedList<BroadcastPartition> partitions_;
 };
 
 class CIPSpeakerTerminalManager {
 public:
     static CIPSpeakerTerminalManager* Instance();
     bool DownloadAllTerminals();
-    std::vector<BroadcastTerminal> GetTerminals() const;
-    void ClearCache();
+    std::vector<BroadcastTerminal> GetTerminals() const { return terminals_.Get(); }
+    void ClearCache() { terminals_.Clear(); }
 
 private:
-    mutable std::mutex mutex_;
-    std::vector<BroadcastTerminal> terminals_;
+    CGuardedList<BroadcastTerminal> terminals_;
 };
 
 }  // namespace BroadCastPlugin

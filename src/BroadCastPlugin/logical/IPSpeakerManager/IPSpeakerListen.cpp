@@ -10,7 +10,6 @@
 #include "BroadCastPlugin/logical/VoiceTransfer/VoiceTransferManager.h"
 #include "framework/business/OperatLogManager.h"
 #include "framework/media/videotool/VideoTool.h"
-#include "framework/netcomm/RapidJsonProto.h"
 #include "framework/resource/ResourceManager.h"
 
 namespace BroadCastPlugin {
@@ -18,22 +17,6 @@ namespace BroadCastPlugin {
 namespace {
 
 constexpr int kDeviceTypeSpeaker = 2020;
-
-// The server's "ResourceStatus" as carried in events; other values leave the event's default.
-int32_t MapResourceStatus(int32_t serverStatus, int32_t fallback) {
-    switch (serverStatus) {
-        case 1:
-            return 2;
-        case 3:
-            return 0;
-        case 4:
-        case 5:
-        case 6:
-            return serverStatus;
-        default:
-            return fallback;
-    }
-}
 
 void AddListenLog(int logType, int32_t deviceID) {
     auto device = ResourceManager::CDeviceManager::Instance()->FindDeviceByID(deviceID);
@@ -132,81 +115,12 @@ bool CIPSpeakerManager::StopBroadcastListen() {
 }
 
 void CIPSpeakerManager::HandleWebsocketMessage(const std::string& text) {
-    BCAST_LOG(3, "[%s]Receive websocket message: %s.[%s(%d)]", text.c_str());
-    NetworkCommunication::CRapidJsonProto message;
-    message.set_str(text);  // a text that does not parse reads as a message without the list
-    const std::string list = "/Event/BroadcastStatusList";
-    const int count = message.get_cnt(list);
+    HandleWebsocketMessage(PushMessage::FromData(text));
+}
 
-    std::vector<IPSpeakerNotifyParam> events;
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (int i = 1; i <= count; ++i) {
-        const std::string p = list + "[" + std::to_string(i) + "]/";
-        IPSpeakerNotifyParam event;
-        event.type = 2;
-        event.groupGUID = message.get_v(p + "BoardcastGroupGUID", "");
-        event.elementID = message.get_int_v(p + "ResourceID", -1);
-        event.error = ErrorCode(Tal::Base::Error::kSubSystemServer, message.get_int_v(p + "ErrorModule", -1),
-                                message.get_int_v(p + "ErrorCode", -1));
-        event.resourceType = message.get_int_v(p + "ResourceType", -1);
-        event.resourceStatus =
-            MapResourceStatus(message.get_int_v(p + "ResourceStatus", -1), event.resourceStatus);
-        events.push_back(event);
-
-        auto entry = speakerStates_.find(event.elementID);
-        const int32_t playState = entry == speakerStates_.end() ? -1 : entry->second.playState;
-        if (playState == 1 || playState == 2) {
-            BCAST_LOG(
-                4,
-                "[%s]Has already play[1-play finish, 2-play failed]:%d , pass this notify message.[%s(%d)]",
-                playState);
-            continue;
-        }
-        if (stopped_ || entry == speakerStates_.end()) {
-            continue;
-        }
-        bool ownGroup = false;
-        for (const auto& speaker : speakerStates_) {
-            if (speaker.second.groupGUID == event.groupGUID) {
-                ownGroup = true;
-                break;
-            }
-        }
-        if (!ownGroup) {
-            BCAST_LOG(4, "[%s]This broadcast[%d] is broadcast open by other client.[%s(%d)]",
-                      event.elementID);
-            continue;
-        }
-
-        const int32_t status = message.get_int_v(p + "Status", -1);
-        event.type = 1;
-        event.speakerStatus = status;
-        SpeakerEntry& speaker = entry->second;
-        if (status == 100) {
-            speaker.promptToneFinished = true;
-            if (!g_promptToneReported.exchange(true)) {
-                IPSpeakerNotifyParam finished = event;
-                finished.type = 0;
-                finished.broadcastStatus = 3;
-                finished.promptVoiceActive = promptVoiceActive_;
-                NotifyLocked({finished});
-            }
-        } else if (status == 101) {
-            speaker.promptToneFinished = false;
-        }
-        speaker.status = status;
-        speaker.error = event.error;
-
-        const int32_t promptTone = message.get_int_v(p + "PromptToneBeginEnd", -1);
-        if (promptTone == 0) {
-            promptVoiceActive_ = true;
-        } else if (promptTone == 1) {
-            promptVoiceActive_ = false;
-        }
-        event.promptVoiceActive = promptVoiceActive_;
-        events.push_back(event);
-    }
-    NotifyLocked(events);
+void CIPSpeakerManager::HandleWebsocketMessage(const PushMessage& message) {
+    BCAST_LOG(3, "[%s]Receive websocket message: %s.[%s(%d)]", message.data.c_str());
+    states_.ApplyStatusPush(message);
 }
 
 }  // namespace BroadCastPlugin

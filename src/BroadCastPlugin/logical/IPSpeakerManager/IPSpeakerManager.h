@@ -1,6 +1,9 @@
 #pragma once
 // Broadcast business logic: live talk, file and text-to-speech broadcasts, prompt tones, recording,
-// listening, and the state of each speaker as the platform reports it.
+// listening, and the state of each speaker as the platform reports it. The manager runs the steps in their
+// order; the speaker states (CSpeakerStateTable), the addresses and transport targets (CSpeakerTargets),
+// the steps the starts share (CBroadcastStartSteps) and the recording (CTalkRecording) are its
+// collaborators.
 
 #include <atomic>
 #include <cstdint>
@@ -13,7 +16,13 @@
 #include <vector>
 
 #include "BroadCastPlugin/common/BroadcastTypes.h"
+#include "BroadCastPlugin/logical/IPSpeakerManager/BroadcastStartSteps.h"
+#include "BroadCastPlugin/logical/IPSpeakerManager/SpeakerElements.h"
+#include "BroadCastPlugin/logical/IPSpeakerManager/SpeakerStateTable.h"
+#include "BroadCastPlugin/logical/IPSpeakerManager/SpeakerTargets.h"
+#include "BroadCastPlugin/logical/IPSpeakerManager/TalkRecording.h"
 #include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSessionTypes.h"
+#include "BroadCastPlugin/logical/ServerInteractive/WebSocket/PushMessage.h"
 
 namespace BroadCastPlugin {
 
@@ -22,33 +31,8 @@ class CVoiceFileEncode;
 class CVoiceRecord;
 class CVoiceTransferManager;
 
-/// What the manager remembers of one speaker of the running broadcast.
-struct SpeakerEntry {
-    std::string groupGUID;
-    bool promptToneFinished = false;
-    int32_t playState = -1;  ///< 1 play finished, 2 play failed, -1 neither
-    int32_t status = -1;     ///< last status the server reported
-    ErrorCode error;         ///< last error the server reported
-};
-
 /// Kinds of broadcast.
 enum BroadcastKind { kBroadcastNone = -1, kBroadcastSpeak = 0, kBroadcastFile = 1, kBroadcastTTS = 2 };
-
-/// Stream access types of speakers.
-enum StreamAccessType {
-    kAccessAuto = 0,
-    kAccessDelegate = 2,
-    kAccessDirect = 3,
-    kAccessSystemDefault = 4,
-    kAccessCenterDelegate = 20,
-};
-
-/// The transport targets of one broadcast, built from the platform's addresses.
-struct BroadcastTargets {
-    std::vector<ZPSTransferTarget> zps;
-    std::vector<SDKTransferTarget> sdk;
-    std::vector<OEMTransferTarget> oem;
-};
 
 class CIPSpeakerManager {
 public:
@@ -94,6 +78,8 @@ public:
     bool StartBroadcastListen(int32_t id);
     bool StopBroadcastListen();
     /// Turns a broadcast status push into events and per-speaker state.
+    void HandleWebsocketMessage(const PushMessage& message);
+    /// The same for a push's data text (parsed here).
     void HandleWebsocketMessage(const std::string& text);
 
     /// Kind of the running broadcast, -1 when none.
@@ -126,62 +112,39 @@ public:
 
 private:
     void Notify(const std::vector<IPSpeakerNotifyParam>& params);
-    // Caller holds mutex_.
-    void NotifyLocked(const std::vector<IPSpeakerNotifyParam>& params);
-    void ClearBroadcastParamLocked();
-    void SetStopFlagLocked(bool stopped);
-    IPSpeakerNotifyParam StageEvent(int32_t broadcastStatus, int64_t requestID) const;
-    /// Shared by the live talk and the file broadcast: records the speakers of the addresses.
-    void RecordSpeakers(const std::vector<BroadcastUrlInfo>& urls);
-    /// The steps both starts share: elements, configuration, addresses and speaker entries. False (with
-    /// the step's log line) when one fails; a step skipped by a stop does not fail.
-    bool PrepareBroadcast(const std::vector<int32_t>& elementIDs, bool filePlayback,
-                          BroadcastBaseConfig& config, std::vector<BroadcastUrlInfo>& urls);
+    /// Back to idle: no speakers, no prompt tone, the stop flag set, no kind, request, file or recording.
+    void ResetRecord();
+    /// The first steps of a live talk or a file broadcast: the started stage, a clean record, the kind.
+    void BeginBroadcast(BroadcastKind kind, int64_t requestID, const std::string& filePath);
+    /// The steps of a live talk after its beginning; false when one fails. `targets` receives the targets.
+    bool RunSpeakSteps(const std::vector<int32_t>& elementIDs, int64_t requestID, BroadcastTargets& targets);
+    bool RunPlayFileSteps(const std::vector<int32_t>& elementIDs, const std::string& filePath,
+                          int64_t requestID, BroadcastTargets& targets);
     /// The end of a live talk; returns what the start returns.
     bool FinishSpeak(bool result, const std::vector<int32_t>& elementIDs, int64_t requestID,
                      bool deviceTargets);
     bool FinishPlayFile(bool result, const std::vector<int32_t>& elementIDs, int64_t requestID,
                         bool deviceTargets);
-    /// Starts the SDK and RTP senders; false when the SDK start fails.
-    bool StartDeviceTransports(const BroadcastTargets& targets);
-    void AddOperationLog(int logType, const std::vector<int32_t>& elementIDs) const;
-    std::vector<std::string> PromptGroups() const;
-    bool AnyPromptToneFinished() const;
-    /// Whether a speaker of these broadcast groups has not reported, or reports connecting or a prompt tone.
-    bool AnySpeakerConnecting(const std::set<std::string>& groups) const;
-    bool AllSpeakersFailed() const;
+    /// The prompt tone of a live talk, when the configuration asks for one; false when it cannot start.
+    bool RunPromptTone(bool streamingTargets, int64_t requestID);
+    /// Waits for the streaming-server speakers of a file broadcast to connect; false when all failed.
+    bool WaitStreamingSpeakers(const std::vector<BroadcastUrlInfo>& urls);
     void OnEncodeState(EncodeState state, int64_t requestID);
 
-    mutable std::mutex mutex_;  // guards the record below; the notify callback runs under it
-    NotifyCallback notifyCallback_;
+    std::unique_ptr<CVoiceCapture> capture_;
+    std::unique_ptr<CVoiceFileEncode> fileEncoder_;
+    std::unique_ptr<CVoiceRecord> voiceRecorder_;
+    CSpeakerStateTable states_;
+    CBroadcastStartSteps steps_;
+    CTalkRecording recording_;
+
+    mutable std::mutex mutex_;  // guards the record below
     int32_t broadcastKind_ = kBroadcastNone;
-    bool promptVoiceActive_ = false;
-    bool stopped_ = true;
-    std::map<int32_t, SpeakerEntry> speakerStates_;
     TTSRequestParam ttsRequest_;
     std::string playFilePath_;
     std::string startTime_;
     bool listenStopped_ = true;
     int32_t listenDeviceID_ = -1;
-
-    std::unique_ptr<CVoiceCapture> capture_;
-    std::unique_ptr<CVoiceFileEncode> fileEncoder_;
-    std::unique_ptr<CVoiceRecord> voiceRecorder_;
 };
-
-/// Whether the prompt-tone-finished event was already sent in the running broadcast.
-extern std::atomic<bool> g_promptToneReported;
-
-namespace details {
-/// Element id to the id of its encoding device, downloading the element first; -1 when unknown.
-int32_t BroadcastElementID2DeviceID(int32_t elementID);
-/// Makes every element known locally; false when one cannot be downloaded.
-bool DownloadElements(const std::vector<int32_t>& elementIDs);
-/// The device behind an element, null when unknown.
-std::shared_ptr<ResourceManager::CDevice> DeviceOfElement(int32_t elementID);
-/// The device to listen to for an id that names a speaker's broadcast element (what the controller and the
-/// web page pass) or a device: the element's device when the id is an element, else the id itself.
-int32_t ListenDeviceID(int32_t id);
-}  // namespace details
 
 }  // namespace BroadCastPlugin

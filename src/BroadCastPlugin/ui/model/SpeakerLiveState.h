@@ -5,36 +5,12 @@
 #include <QString>
 
 #include "BroadCastPlugin/common/BroadcastTypes.h"
+#include "BroadCastPlugin/logical/IPSpeakerManager/SpeakerEventCodes.h"
 
 namespace BroadCastPlugin {
 
 /// The states an operator filters by. Offline is the terminal's own state; the others follow broadcasts.
 enum class SpeakerLiveState { Idle = 0, Connecting = 1, Playing = 2, Failed = 3, Offline = 4 };
-
-/// Speaker status values pushed by the platform ("Status").
-enum SpeakerPushStatus {
-    kPushConnecting = 0,
-    kPushPlaying = 1,
-    kPushFailed = 2,
-    kPushStopped = 3,
-    kPushPromptFinished = 100,
-    kPushPromptStopped = 101,
-};
-
-/// Whole-broadcast stages of type 0 events.
-enum BroadcastStage {
-    kStageStarted = 0,
-    kStageFileDone = 1,
-    kStageFailed = 2,
-    kStagePromptFinished = 3,
-    kStagePromptWaited = 4,
-    kStageTalkReady = 5,
-    kStageEncodePrepare = 6,
-    kStageEncodeRunning = 7,
-};
-
-/// Event kinds of IPSpeakerNotifyParam::type.
-enum NotifyKind { kNotifyStage = 0, kNotifySpeakerStatus = 1, kNotifyResourceStatus = 2 };
 
 /// The platform's mapped resource status of an offline speaker.
 constexpr int32_t kResourceOffline = 4;

@@ -22,17 +22,17 @@ TalClientFrameWork::CEventParam BroadcastStatusEvent() {
     return event;
 }
 
-/// A queued frame; runs the handler on the network message loop.
-class CRawMsgTask : public Tal::Base::CTask {
+/// A queued frame, read already; runs the handler on the network message loop.
+class CPushMessageTask : public Tal::Base::CTask {
 public:
-    using Handler = std::function<void(const std::string&, int)>;
-    CRawMsgTask(std::string rawMsg, int msgType, Handler handler)
-        : rawMsg_(std::move(rawMsg)), msgType_(msgType), handler_(std::move(handler)) {}
-    ~CRawMsgTask() override = default;
-    void Exec() override { handler_(rawMsg_, msgType_); }
+    using Handler = std::function<void(const PushMessage&, int)>;
+    CPushMessageTask(PushMessage message, int msgType, Handler handler)
+        : message_(std::move(message)), msgType_(msgType), handler_(std::move(handler)) {}
+    ~CPushMessageTask() override = default;
+    void Exec() override { handler_(message_, msgType_); }
 
 private:
-    std::string rawMsg_;
+    PushMessage message_;
     int msgType_;
     Handler handler_;
 };
@@ -41,6 +41,10 @@ private:
 
 void CFrameMessage::OnWebsocketMessage(const std::string& rawMsg, int msgType, int websocketMsgType) {
     CFrameMessageMgr::Instance()->OnRawMsg(rawMsg, msgType, websocketMsgType);
+}
+
+void CFrameMessage::OnWebsocketFrame(const TalClientFrameWork::PushFrame& frame) {
+    CFrameMessageMgr::Instance()->OnFrame(frame);
 }
 
 CFrameMessageMgr* CFrameMessageMgr::Instance() {
@@ -92,31 +96,29 @@ void CFrameMessageMgr::SetMessageCallback(MessageCallback callback) {
 }
 
 void CFrameMessageMgr::OnRawMsg(const std::string& rawMsg, int msgType, int websocketMsgType) {
-    BCAST_LOG(3, "[%s]msg_type:%d, raw_msg: %s, websocket_msg_type:%d.[%s(%d)]", msgType, rawMsg.c_str(),
-              websocketMsgType);
-    bool queue = msgType == 3;
-    if (!queue) {
-        NetworkCommunication::CRapidJsonProto frame;
-        frame.set_str(rawMsg);
-        queue = frame.get_int_v("/Msg/ProtocolType", -1) == 1 && frame.get_int_v("/Msg/Module", 0) == 0;
-    }
+    OnFrame(TalClientFrameWork::PushFrame(rawMsg, msgType, 0, websocketMsgType));
+}
+
+void CFrameMessageMgr::OnFrame(const TalClientFrameWork::PushFrame& frame) {
+    const int msgType = frame.msgType;
+    BCAST_LOG(3, "[%s]msg_type:%d, raw_msg: %s, websocket_msg_type:%d.[%s(%d)]", msgType,
+              frame.rawMsg.c_str(), frame.websocketMsgType);
+    const NetworkCommunication::CRapidJsonProto& document = frame.document;
+    const bool queue = msgType == 3 || (document.get_int_v("/Msg/ProtocolType", -1) == 1 &&
+                                        document.get_int_v("/Msg/Module", 0) == 0);
     if (!queue) {
         return;
     }
-    auto task = std::make_shared<CRawMsgTask>(
-        rawMsg, msgType, [this](const std::string& raw, int type) { HandleRawMsg(raw, type); });
+    auto task = std::make_shared<CPushMessageTask>(
+        PushMessage::FromDocument(document, "/Msg/Data"), msgType,
+        [this](const PushMessage& message, int type) { HandleMessage(message, type); });
     BusinessCommon::CMessageLoopForNetworkComm::Instance()->PostTask(task);
 }
 
-void CFrameMessageMgr::HandleRawMsg(const std::string& rawMsg, int msgType) {
-    NetworkCommunication::CRapidJsonProto frame;
-    std::string data;
-    if (frame.set_str(rawMsg)) {
-        data = frame.get_node_str("/Msg/Data");
-    }
+void CFrameMessageMgr::HandleMessage(const PushMessage& message, int msgType) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (callback_) {
-        callback_(data, msgType);
+        callback_(message, msgType);
     }
 }
 
