@@ -129,4 +129,21 @@ bool CaptureInt(const RestRequest& request, size_t index, int& value) {
     return true;
 }
 
+PageRange PageOf(size_t count, int page, int pageSize) {
+    PageRange range{0, count};
+    if (page > 0) {
+        range.first = std::min(count, static_cast<size_t>(page - 1) * static_cast<size_t>(pageSize));
+        range.last = std::min(count, range.first + static_cast<size_t>(pageSize));
+    }
+    return range;
+}
+
+void AddRoutes(CRouter& router, PlatformContext& context, std::initializer_list<RouteEntry> routes) {
+    for (const RouteEntry& route : routes) {
+        const PlatformHandler handler = route.handler;
+        router.Add(route.method, route.pattern, route.access,
+                   [&context, handler](const RestRequest& r) { return handler(r, context); });
+    }
+}
+
 }  // namespace Platform
