@@ -44,6 +44,17 @@ public:
         objects_[handle] = std::move(object);
     }
 
+    /// The object under `handle`; when there is none, `make()` makes it and it is stored first.
+    template <class Make>
+    std::shared_ptr<T> FindOrInsert(Handle handle, Make make) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = objects_.find(handle);
+        if (it == objects_.end()) {
+            it = objects_.emplace(handle, make()).first;
+        }
+        return it->second;
+    }
+
     /// The object, or nullptr for an unknown handle.
     std::shared_ptr<T> Find(Handle handle) const {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -77,6 +88,22 @@ public:
             }
         }
         return removed;
+    }
+
+    /// Every object, in the order of their handles.
+    std::vector<std::shared_ptr<T>> All() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::vector<std::shared_ptr<T>> all;
+        all.reserve(objects_.size());
+        for (const auto& entry : objects_) {
+            all.push_back(entry.second);
+        }
+        return all;
+    }
+
+    void Clear() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        objects_.clear();
     }
 
 private:
