@@ -47,13 +47,14 @@ Tal::Base::CHandleTable<CVoiceTalk>& Talks() {
     return table;
 }
 
-/// The login's device and a request handle for it; DEVNET_NOERROR or why there is none.
-uint32_t OpenRequest(int32_t userId, std::shared_ptr<const DeviceEndpoint>& user, DevNet::EasyPtr& easy) {
-    user = Users().Find(userId);
+/// The login's device and a request handle for it; DEVNET_NOERROR (0) or why there is none.
+uint32_t OpenRequest(int32_t userId, DeviceEndpoint& endpoint, DevNet::EasyPtr& easy) {
+    auto user = Users().Find(userId);
     if (!user) {
         return DEVNET_INVALID_USERID;
     }
-    easy = DevNet::NewDeviceHandle(*user);
+    endpoint = *user;
+    easy = DevNet::NewDeviceHandle(endpoint);
     return easy ? DEVNET_NOERROR : DEVNET_NETWORK_FAIL_CONNECT;
 }
 
@@ -170,13 +171,11 @@ int32_t DEVNET_StdConfig(int32_t userId, const DEVNET_STDCONFIG_INPUT* input,
     }
     const std::string method = requestLine.substr(0, space);
     const std::string path = requestLine.substr(space + 1);
-    std::shared_ptr<const DeviceEndpoint> user;
+    DeviceEndpoint endpoint;
     DevNet::EasyPtr easy;
-    const uint32_t opened = OpenRequest(userId, user, easy);
-    if (opened != DEVNET_NOERROR) {
-        return Fail(opened);
+    if (const uint32_t error = OpenRequest(userId, endpoint, easy)) {
+        return Fail(error);
     }
-    const DeviceEndpoint& endpoint = *user;
     const std::string body = input->inBufferSize > 0 ? std::string(input->inBuffer, input->inBufferSize) : "";
     HttpResult answer = DevNet::PerformRequest(easy.get(), method, endpoint.Url(path), body,
                                                body.empty() ? nullptr : "application/json");
@@ -207,13 +206,11 @@ int32_t DEVNET_SetDeviceConfig(int32_t userId, uint32_t command, int32_t channel
     if (config == nullptr || configSize == 0) {
         return Fail(DEVNET_PARAMETER_ERROR);
     }
-    std::shared_ptr<const DeviceEndpoint> user;
+    DeviceEndpoint endpoint;
     DevNet::EasyPtr easy;
-    const uint32_t opened = OpenRequest(userId, user, easy);
-    if (opened != DEVNET_NOERROR) {
-        return Fail(opened);
+    if (const uint32_t error = OpenRequest(userId, endpoint, easy)) {
+        return Fail(error);
     }
-    const DeviceEndpoint& endpoint = *user;
     const std::string path =
         "/DXAPI/System/deviceConfig/" + std::to_string(command) + "?channel=" + std::to_string(channel);
     HttpResult answer = DevNet::PerformRequest(easy.get(), "PUT", endpoint.Url(path),
