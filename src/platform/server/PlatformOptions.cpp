@@ -9,21 +9,11 @@
 #include <CLI/CLI.hpp>
 
 #include "framework/base/FileSystem.h"
+#include "platform/server/ParseInt.h"
 
 namespace Platform {
 
 namespace {
-
-bool ParseInt(const std::string& text, long low, long high, int& value) {
-    char* end = nullptr;
-    errno = 0;
-    long v = std::strtol(text.c_str(), &end, 10);
-    if (text.empty() || errno != 0 || end == nullptr || *end != '\0' || v < low || v > high) {
-        return false;
-    }
-    value = static_cast<int>(v);
-    return true;
-}
 
 // "ADDR:PORT", "[v6]:PORT" or "PORT".
 bool ParseListen(const std::string& text, std::string& address, int& port) {
