@@ -197,6 +197,75 @@ int RunWeb(const BcastHost::ClientConfig& config, const BcastHost::CPluginModule
     return code;
 }
 
+// Qt wants a private runtime directory; make the one it would fall back to, without its warning. Command-line
+// modes run without a display.
+void PrepareQtEnvironment(const Options& options) {
+    if (std::getenv("XDG_RUNTIME_DIR") == nullptr) {
+        const std::string runtime = "/tmp/runtime-" + std::to_string(getuid());
+        mkdir(runtime.c_str(), 0700);
+        setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
+    }
+    if (options.mode != "gui" && std::getenv("QT_QPA_PLATFORM") == nullptr) {
+        setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    }
+}
+
+// The calls of the api and device-talk modes.
+BcastHost::ApiOptions ApiOptionsOf(const Options& options) {
+    BcastHost::ApiOptions api;
+    if (options.mode == "device-talk") {
+        // The talk runs for --wait seconds between the start and the stop; the stop then settles.
+        api.calls.push_back(
+            BcastHost::ApiCall{"StartDeviceBroadcast",
+                               "{\"Data\":{\"DeviceIDs\":\"" + options.arguments[0] + "\",\"Type\":0}}"});
+        api.calls.push_back(BcastHost::ApiCall{"StopDeviceBroadcast", "{}"});
+        api.waitSeconds = options.waitSeconds >= 0 ? options.waitSeconds : 5;
+        return api;
+    }
+    // METHOD [JSON] pairs: an argument that starts with '{' is the request of the method before it.
+    for (const std::string& argument : options.arguments) {
+        if (!argument.empty() && argument[0] == '{' && !api.calls.empty()) {
+            api.calls.back().request = argument;
+        } else {
+            api.calls.push_back(BcastHost::ApiCall{argument, "{}"});
+        }
+    }
+    api.waitSeconds = options.waitSeconds;
+    return api;
+}
+
+// Logs in for the modes that work against the platform, saying how it went.
+bool Login(const BcastHost::ClientConfig& config) {
+    std::string error;
+    const BusinessCommon::PlatformLoginRequest login = BcastHost::LoginRequestOf(config);
+    if (!BusinessCommon::LoginToPlatform(login, error)) {
+        std::cout << "bcast-host: login to " << config.platformAddress << ":" << config.platformPort << " as "
+                  << config.userName << " failed: " << error << std::endl;
+        return false;
+    }
+    std::cout << "login: " << config.userName << "@" << config.platformAddress << ":" << config.platformPort
+              << std::endl;
+    return true;
+}
+
+// Runs the mode asked for with the module loaded.
+int RunMode(const BcastHost::ClientConfig& config, BcastHost::CPluginModule& module, const std::string& path,
+            const Options& options) {
+    if (options.mode == "lifecycle") {
+        return BcastHost::RunLifecycle(config, module.Entry(), std::cout);
+    }
+    if (options.mode == "webui") {
+        return BcastHost::RunWebUi(config, module.Entry(), std::cout);
+    }
+    if (options.mode == "web") {
+        return RunWeb(config, module, path, options, std::cout);
+    }
+    if (options.mode == "api" || options.mode == "device-talk") {
+        return BcastHost::RunApi(config, module.Entry(), ApiOptionsOf(options), std::cout);
+    }
+    return BcastHost::RunGui(config, module.Entry(), std::cout, options.screenshotDir);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -206,16 +275,7 @@ int main(int argc, char** argv) {
         return parsed;
     }
     std::string error;
-    // Qt wants a private runtime directory; make the one it would fall back to, without its warning.
-    if (std::getenv("XDG_RUNTIME_DIR") == nullptr) {
-        const std::string runtime = "/tmp/runtime-" + std::to_string(getuid());
-        mkdir(runtime.c_str(), 0700);
-        setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
-    }
-    // Command-line modes run without a display.
-    if (options.mode != "gui" && std::getenv("QT_QPA_PLATFORM") == nullptr) {
-        setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    }
+    PrepareQtEnvironment(options);
 
     BcastHost::ClientConfig config;
     if (!BcastHost::LoadClientConfig(options.configPath, config, error)) {
@@ -229,68 +289,25 @@ int main(int argc, char** argv) {
     }
 
     QApplication app(argc, argv);
-    int code = 1;
+    const std::string path = options.modulePath.empty() ? BcastHost::DefaultModulePath() : options.modulePath;
     if (options.mode == "doctor") {
-        return BcastHost::RunDoctor(
-            config, options.configPath,
-            options.modulePath.empty() ? BcastHost::DefaultModulePath() : options.modulePath, std::cout);
+        return BcastHost::RunDoctor(config, options.configPath, path, std::cout);
     }
-    {
-        // Declared after the application so that the module is unloaded while the application still exists.
-        BcastHost::CPluginModule module;
-        const std::string path =
-            options.modulePath.empty() ? BcastHost::DefaultModulePath() : options.modulePath;
-        if (!module.Load(path, error)) {
-            std::cerr << "bcast-host: " << error << "\n";
-            return 1;
-        }
-        // Every mode but the lifecycle check works against the platform: without a login none of them can do
-        // what was asked, so a failed login ends the host at once with its reason.
-        const bool online = options.mode != "lifecycle";
-        if (online) {
-            const BusinessCommon::PlatformLoginRequest login = BcastHost::LoginRequestOf(config);
-            if (BusinessCommon::LoginToPlatform(login, error)) {
-                std::cout << "login: " << config.userName << "@" << config.platformAddress << ":"
-                          << config.platformPort << std::endl;
-            } else {
-                std::cout << "bcast-host: login to " << config.platformAddress << ":" << config.platformPort
-                          << " as " << config.userName << " failed: " << error << std::endl;
-                return kExitLoginFailed;
-            }
-        }
-        if (options.mode == "lifecycle") {
-            code = BcastHost::RunLifecycle(config, module.Entry(), std::cout);
-        } else if (options.mode == "webui") {
-            code = BcastHost::RunWebUi(config, module.Entry(), std::cout);
-        } else if (options.mode == "web") {
-            code = RunWeb(config, module, path, options, std::cout);
-        } else if (options.mode == "api") {
-            BcastHost::ApiOptions api;
-            // METHOD [JSON] pairs: an argument that starts with '{' is the request of the method before it.
-            for (const std::string& argument : options.arguments) {
-                if (!argument.empty() && argument[0] == '{' && !api.calls.empty()) {
-                    api.calls.back().request = argument;
-                } else {
-                    api.calls.push_back(BcastHost::ApiCall{argument, "{}"});
-                }
-            }
-            api.waitSeconds = options.waitSeconds;
-            code = BcastHost::RunApi(config, module.Entry(), api, std::cout);
-        } else if (options.mode == "device-talk") {
-            // The talk runs for --wait seconds between the start and the stop; the stop then settles.
-            BcastHost::ApiOptions api;
-            api.calls.push_back(
-                BcastHost::ApiCall{"StartDeviceBroadcast",
-                                   "{\"Data\":{\"DeviceIDs\":\"" + options.arguments[0] + "\",\"Type\":0}}"});
-            api.calls.push_back(BcastHost::ApiCall{"StopDeviceBroadcast", "{}"});
-            api.waitSeconds = options.waitSeconds >= 0 ? options.waitSeconds : 5;
-            code = BcastHost::RunApi(config, module.Entry(), api, std::cout);
-        } else {
-            code = BcastHost::RunGui(config, module.Entry(), std::cout, options.screenshotDir);
-        }
-        if (online) {
-            BusinessCommon::LogoutFromPlatform();
-        }
+    // Declared after the application so that the module is unloaded while the application still exists.
+    BcastHost::CPluginModule module;
+    if (!module.Load(path, error)) {
+        std::cerr << "bcast-host: " << error << "\n";
+        return 1;
+    }
+    // Every mode but the lifecycle check works against the platform: without a login none of them can do
+    // what was asked, so a failed login ends the host at once with its reason.
+    const bool online = options.mode != "lifecycle";
+    if (online && !Login(config)) {
+        return kExitLoginFailed;
+    }
+    const int code = RunMode(config, module, path, options);
+    if (online) {
+        BusinessCommon::LogoutFromPlatform();
     }
     return code;
 }

@@ -32,7 +32,9 @@ bool InitBusinessCommon(void* /*reserved*/, const std::string& language) {
     return true;
 }
 
-void UnInitBusinessCommon() { CMessageLoopForNetworkComm::Instance()->Stop(); }
+void UnInitBusinessCommon() {
+    CMessageLoopForNetworkComm::Instance()->Stop();
+}
 
 std::string GetLanguage() {
     std::lock_guard<std::mutex> lock(g_languageMutex);
@@ -55,33 +57,27 @@ CFrameSystemConfigMgr* CFrameSystemConfigMgr::Instance() {
 }
 
 std::string CFrameSystemConfigMgr::GetClientDataPath() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return clientDataPath_;
+    return Get(&CFrameSystemConfigMgr::clientDataPath_);
 }
 
 void CFrameSystemConfigMgr::SetClientDataPath(const std::string& path) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    clientDataPath_ = WithTrailingSlash(path);
+    Set(&CFrameSystemConfigMgr::clientDataPath_, WithTrailingSlash(path));
 }
 
 std::string CFrameSystemConfigMgr::GetVideoCaptureDataPath() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return captureDataPath_;
+    return Get(&CFrameSystemConfigMgr::captureDataPath_);
 }
 
 void CFrameSystemConfigMgr::SetVideoCaptureDataPath(const std::string& path) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    captureDataPath_ = WithTrailingSlash(path);
+    Set(&CFrameSystemConfigMgr::captureDataPath_, WithTrailingSlash(path));
 }
 
 int CFrameSystemConfigMgr::GetNetOverTime() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return netOverTime_;
+    return Get(&CFrameSystemConfigMgr::netOverTime_);
 }
 
 void CFrameSystemConfigMgr::SetNetOverTime(int level) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    netOverTime_ = level;
+    Set(&CFrameSystemConfigMgr::netOverTime_, level);
 }
 
 CMessageLoopForNetworkComm* CMessageLoopForNetworkComm::Instance() {
@@ -92,10 +88,16 @@ bool CMessageLoopForNetworkComm::PostTask(std::shared_ptr<Tal::Base::CTask> task
     return loop_.PostTask(std::move(task));
 }
 
-int CMessageLoopForNetworkComm::GetAllTaskCount() const { return loop_.GetAllTaskCount(); }
+int CMessageLoopForNetworkComm::GetAllTaskCount() const {
+    return loop_.GetAllTaskCount();
+}
 
-bool CMessageLoopForNetworkComm::Start() { return loop_.IsRunning() || loop_.Start(); }
+bool CMessageLoopForNetworkComm::Start() {
+    return loop_.IsRunning() || loop_.Start();
+}
 
-void CMessageLoopForNetworkComm::Stop() { loop_.Stop(); }
+void CMessageLoopForNetworkComm::Stop() {
+    loop_.Stop();
+}
 
 }  // namespace BusinessCommon

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "framework/base/MessageLoop.h"
 
@@ -37,6 +38,18 @@ public:
     void SetNetOverTime(int level);
 
 private:
+    /// A setting read or written under the lock.
+    template <class T>
+    T Get(T CFrameSystemConfigMgr::*field) const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return this->*field;
+    }
+    template <class T>
+    void Set(T CFrameSystemConfigMgr::*field, T value) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        this->*field = std::move(value);
+    }
+
     mutable std::mutex mutex_;
     std::string clientDataPath_;
     std::string captureDataPath_;

@@ -309,6 +309,23 @@ const Value& emptyObject() {
     return empty;
 }
 
+// The document a setter writes to, made on its first write (also after a move).
+template <class ImplPtr>
+typename ImplPtr::element_type& Writable(ImplPtr& impl) {
+    if (!impl) {
+        impl = std::make_unique<typename ImplPtr::element_type>();
+    }
+    return *impl;
+}
+
+// A scalar at `path` of the object's document when it has the type `is` tests, else `fallback`.
+template <class ImplPtr, class T>
+T ReadScalar(const ImplPtr& impl, const std::string& path, T fallback, bool (Value::*is)() const,
+             T (Value::*get)() const) {
+    const Value* node = findNode(impl ? impl->doc : emptyObject(), path);
+    return node != nullptr && (node->*is)() ? (node->*get)() : fallback;
+}
+
 }  // namespace
 
 struct CRapidJsonProto::Impl {
@@ -504,9 +521,7 @@ CRapidJsonProto::CRapidJsonProto(CRapidJsonProto&&) noexcept = default;
 CRapidJsonProto& CRapidJsonProto::operator=(CRapidJsonProto&&) noexcept = default;
 
 bool CRapidJsonProto::set_str(const std::string& text) {
-    if (!impl_) {
-        impl_ = std::make_unique<Impl>();
-    }
+    Writable(impl_);
     Document fresh;
     if (parseInto(fresh, text) < 0) {
         impl_->resetToEmpty();
@@ -526,41 +541,26 @@ std::string CRapidJsonProto::get_node_str(const std::string& path, int pretty) c
 }
 
 bool CRapidJsonProto::set_node_str(const std::string& path, const std::string& json) {
-    if (!impl_) {
-        impl_ = std::make_unique<Impl>();
-    }
-    return impl_->writeJson(path, json);
+    return Writable(impl_).writeJson(path, json);
 }
 
 bool CRapidJsonProto::set_v(const std::string& path, const std::string& value) {
-    if (!impl_) {
-        impl_ = std::make_unique<Impl>();
-    }
-    return impl_->writeString(path, value);
+    return Writable(impl_).writeString(path, value);
 }
 
 bool CRapidJsonProto::set_v(const std::string& path, const char* value) {
     if (value == nullptr) {
         return false;
     }
-    if (!impl_) {
-        impl_ = std::make_unique<Impl>();
-    }
-    return impl_->writeString(path, value);
+    return Writable(impl_).writeString(path, value);
 }
 
 bool CRapidJsonProto::set_v(const std::string& path, int value) {
-    if (!impl_) {
-        impl_ = std::make_unique<Impl>();
-    }
-    return impl_->writeScalar(path, 0, [value](Document::AllocatorType&) { return Value(value); });
+    return Writable(impl_).writeScalar(path, 0, [value](Document::AllocatorType&) { return Value(value); });
 }
 
 bool CRapidJsonProto::set_int64_v(const std::string& path, int64_t value) {
-    if (!impl_) {
-        impl_ = std::make_unique<Impl>();
-    }
-    return impl_->writeScalar(path, 0, [value](Document::AllocatorType&) { return Value(value); });
+    return Writable(impl_).writeScalar(path, 0, [value](Document::AllocatorType&) { return Value(value); });
 }
 
 bool CRapidJsonProto::set_double_v(const std::string& path, double value) {
@@ -568,17 +568,11 @@ bool CRapidJsonProto::set_double_v(const std::string& path, double value) {
     if (!std::isfinite(value)) {
         return false;
     }
-    if (!impl_) {
-        impl_ = std::make_unique<Impl>();
-    }
-    return impl_->writeScalar(path, 0, [value](Document::AllocatorType&) { return Value(value); });
+    return Writable(impl_).writeScalar(path, 0, [value](Document::AllocatorType&) { return Value(value); });
 }
 
 bool CRapidJsonProto::set_bool_v(const std::string& path, bool value) {
-    if (!impl_) {
-        impl_ = std::make_unique<Impl>();
-    }
-    return impl_->writeScalar(path, 0, [value](Document::AllocatorType&) { return Value(value); });
+    return Writable(impl_).writeScalar(path, 0, [value](Document::AllocatorType&) { return Value(value); });
 }
 
 std::string CRapidJsonProto::get_v(const std::string& path, const std::string& defaultValue) const {
@@ -590,23 +584,19 @@ std::string CRapidJsonProto::get_v(const std::string& path, const std::string& d
 }
 
 int CRapidJsonProto::get_int_v(const std::string& path, int defaultValue) const {
-    const Value* node = findNode(impl_ ? impl_->doc : emptyObject(), path);
-    return node != nullptr && node->IsInt() ? node->GetInt() : defaultValue;
+    return ReadScalar(impl_, path, defaultValue, &Value::IsInt, &Value::GetInt);
 }
 
 int64_t CRapidJsonProto::get_int64_v(const std::string& path, int64_t defaultValue) const {
-    const Value* node = findNode(impl_ ? impl_->doc : emptyObject(), path);
-    return node != nullptr && node->IsInt64() ? node->GetInt64() : defaultValue;
+    return ReadScalar(impl_, path, defaultValue, &Value::IsInt64, &Value::GetInt64);
 }
 
 double CRapidJsonProto::get_double_v(const std::string& path, double defaultValue) const {
-    const Value* node = findNode(impl_ ? impl_->doc : emptyObject(), path);
-    return node != nullptr && node->IsNumber() ? node->GetDouble() : defaultValue;
+    return ReadScalar(impl_, path, defaultValue, &Value::IsNumber, &Value::GetDouble);
 }
 
 bool CRapidJsonProto::get_bool_v(const std::string& path, bool defaultValue) const {
-    const Value* node = findNode(impl_ ? impl_->doc : emptyObject(), path);
-    return node != nullptr && node->IsBool() ? node->GetBool() : defaultValue;
+    return ReadScalar(impl_, path, defaultValue, &Value::IsBool, &Value::GetBool);
 }
 
 int CRapidJsonProto::get_cnt(const std::string& path) const {

@@ -23,33 +23,27 @@ CDevice::CDevice(const DeviceInfo& info) : info_(info) {
 CDevice::~CDevice() = default;
 
 int CDevice::GetID() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return info_.id;
+    return Field(&DeviceInfo::id);
 }
 
 std::string CDevice::GetName() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return info_.name;
+    return Field(&DeviceInfo::name);
 }
 
 int CDevice::GetDeviceType() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return info_.deviceType;
+    return Field(&DeviceInfo::deviceType);
 }
 
 int CDevice::GetAccessProtocol() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return info_.accessProtocol;
+    return Field(&DeviceInfo::accessProtocol);
 }
 
 std::string CDevice::GetIPAddress() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return info_.ipAddress;
+    return Field(&DeviceInfo::ipAddress);
 }
 
 uint16_t CDevice::GetPort() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return static_cast<uint16_t>(info_.port);
+    return static_cast<uint16_t>(Field(&DeviceInfo::port));
 }
 
 DeviceInfo CDevice::GetInfo() const {
@@ -158,41 +152,31 @@ CDeviceManager* CDeviceManager::Instance() {
 }
 
 std::shared_ptr<CDevice> CDeviceManager::FindDeviceByID(int id) const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    auto it = devices_.find(id);
-    return it == devices_.end() ? nullptr : it->second;
+    return devices_.Find(id);
 }
 
 std::shared_ptr<CDevice> CDeviceManager::AddOrUpdateDevice(const DeviceInfo& info) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    auto it = devices_.find(info.id);
-    if (it != devices_.end()) {
-        it->second->Update(info);
-        return it->second;
+    bool made = false;
+    std::shared_ptr<CDevice> device = devices_.FindOrInsert(info.id, [&info, &made] {
+        made = true;
+        return std::make_shared<CDevice>(info);
+    });
+    if (!made) {
+        device->Update(info);
     }
-    auto device = std::make_shared<CDevice>(info);
-    devices_.emplace(info.id, device);
     return device;
 }
 
 void CDeviceManager::RemoveDevice(int id) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    devices_.erase(id);
+    devices_.Remove(id);
 }
 
 std::vector<std::shared_ptr<CDevice>> CDeviceManager::GetAllDevices() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<std::shared_ptr<CDevice>> all;
-    all.reserve(devices_.size());
-    for (const auto& entry : devices_) {
-        all.push_back(entry.second);
-    }
-    return all;
+    return devices_.All();
 }
 
 void CDeviceManager::Clear() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    devices_.clear();
+    devices_.Clear();
 }
 
 CElementManager* CElementManager::Instance() {
@@ -200,33 +184,23 @@ CElementManager* CElementManager::Instance() {
 }
 
 std::shared_ptr<CElement> CElementManager::FindOtherElementByID(int id) const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    auto it = elements_.find(id);
-    return it == elements_.end() ? nullptr : it->second;
+    return elements_.Find(id);
 }
 
 void CElementManager::AddOrUpdateElement(const ElementInfo& info) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    elements_[info.id] = std::make_shared<CElement>(info);
+    elements_.Insert(info.id, std::make_shared<CElement>(info));
 }
 
 void CElementManager::RemoveElement(int id) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    elements_.erase(id);
+    elements_.Remove(id);
 }
 
 std::vector<std::shared_ptr<CElement>> CElementManager::GetAllElements() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<std::shared_ptr<CElement>> all;
-    for (const auto& entry : elements_) {
-        all.push_back(entry.second);
-    }
-    return all;
+    return elements_.All();
 }
 
 void CElementManager::Clear() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    elements_.clear();
+    elements_.Clear();
 }
 
 }  // namespace ResourceManager

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "framework/base/ErrorCode.h"
+#include "framework/base/HandleTable.h"
 
 namespace ResourceManager {
 
@@ -93,6 +94,13 @@ public:
     int GetUserID() const;
 
 private:
+    /// One field of the device's information, read under the lock.
+    template <class T>
+    T Field(T DeviceInfo::*field) const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return info_.*field;
+    }
+
     mutable std::mutex mutex_;
     DeviceInfo info_;
     CLoginParam loginParam_;
@@ -111,8 +119,7 @@ public:
     void Clear();
 
 private:
-    mutable std::mutex mutex_;
-    std::map<int, std::shared_ptr<CDevice>> devices_;
+    Tal::Base::CHandleTable<CDevice, int> devices_;  ///< by device id
 };
 
 /// Which encoding device a broadcast element belongs to.
@@ -160,8 +167,7 @@ public:
     void Clear();
 
 private:
-    mutable std::mutex mutex_;
-    std::map<int, std::shared_ptr<CElement>> elements_;
+    Tal::Base::CHandleTable<CElement, int> elements_;  ///< by element id
 };
 
 /// A request to fetch logical resources (and their devices) from the platform.

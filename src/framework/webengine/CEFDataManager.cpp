@@ -21,15 +21,11 @@ CEFDataMananger* CEFDataMananger::Instance() {
 }
 
 void CEFDataMananger::SetLanguage(const QString& language) {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    self->language_ = language;
+    Set(&CEFDataMananger::language_, language);
 }
 
 QString CEFDataMananger::GetLanguage() {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    return self->language_;
+    return Get(&CEFDataMananger::language_);
 }
 
 bool CEFDataMananger::InitCef() {
@@ -99,45 +95,31 @@ void CEFDataMananger::UninitCef() {
 }
 
 bool CEFDataMananger::IsCefInit() {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    return self->initialised_;
+    return Get(&CEFDataMananger::initialised_);
 }
 
 int CEFDataMananger::StartCount() {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    return self->startCount_;
+    return Get(&CEFDataMananger::startCount_);
 }
 
 void CEFDataMananger::SetPageDirectory(const QString& directory) {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    self->pageDirectory_ = directory;
+    Set(&CEFDataMananger::pageDirectory_, directory);
 }
 
 QString CEFDataMananger::PageDirectory() {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    return self->pageDirectory_;
+    return Get(&CEFDataMananger::pageDirectory_);
 }
 
 void CEFDataMananger::SetBindAddress(const QString& address) {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    self->bindAddress_ = address;
+    Set(&CEFDataMananger::bindAddress_, address);
 }
 
 void CEFDataMananger::SetHttpPort(quint16 port) {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    self->httpPort_ = port;
+    Set(&CEFDataMananger::httpPort_, port);
 }
 
 void CEFDataMananger::SetWebSocketPort(quint16 port) {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    self->webSocketPort_ = port;
+    Set(&CEFDataMananger::webSocketPort_, port);
 }
 
 void CEFDataMananger::SetPageObjectFactory(PageObjectFactory factory) {
@@ -172,21 +154,15 @@ QString CEFDataMananger::PageUrl(const QString& page) {
 }
 
 quint16 CEFDataMananger::HttpPort() {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    return self->server_ != nullptr ? self->server_->HttpPort() : 0;
+    return FromServer(0, [](const CPageServer& server) { return server.HttpPort(); });
 }
 
 quint16 CEFDataMananger::WebSocketPort() {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    return self->server_ != nullptr ? self->server_->WebSocketPort() : 0;
+    return FromServer(0, [](const CPageServer& server) { return server.WebSocketPort(); });
 }
 
 QString CEFDataMananger::Token() {
-    CEFDataMananger* self = Instance();
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    return self->server_ != nullptr ? self->server_->Token() : QString();
+    return FromServer(QString(), [](const CPageServer& server) { return server.Token(); });
 }
 
 }  // namespace CEFDataController

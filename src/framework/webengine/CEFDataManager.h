@@ -59,6 +59,27 @@ public:
     static QString Token();
 
 private:
+    /// A field of the instance, read or written under its lock.
+    template <class T>
+    static T Get(T CEFDataMananger::*field) {
+        CEFDataMananger* self = Instance();
+        std::lock_guard<std::mutex> lock(self->mutex_);
+        return self->*field;
+    }
+    template <class T>
+    static void Set(T CEFDataMananger::*field, const T& value) {
+        CEFDataMananger* self = Instance();
+        std::lock_guard<std::mutex> lock(self->mutex_);
+        self->*field = value;
+    }
+    /// `read(server)` under the lock while a server runs, `stopped` otherwise.
+    template <class T, class Read>
+    static T FromServer(T stopped, Read read) {
+        CEFDataMananger* self = Instance();
+        std::lock_guard<std::mutex> lock(self->mutex_);
+        return self->server_ != nullptr ? read(*self->server_) : stopped;
+    }
+
     std::mutex mutex_;
     QString language_;
     bool initialised_ = false;

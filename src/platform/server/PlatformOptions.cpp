@@ -9,21 +9,11 @@
 #include <CLI/CLI.hpp>
 
 #include "framework/base/FileSystem.h"
+#include "platform/server/ParseInt.h"
 
 namespace Platform {
 
 namespace {
-
-bool ParseInt(const std::string& text, long low, long high, int& value) {
-    char* end = nullptr;
-    errno = 0;
-    long v = std::strtol(text.c_str(), &end, 10);
-    if (text.empty() || errno != 0 || end == nullptr || *end != '\0' || v < low || v > high) {
-        return false;
-    }
-    value = static_cast<int>(v);
-    return true;
-}
 
 // "ADDR:PORT", "[v6]:PORT" or "PORT".
 bool ParseListen(const std::string& text, std::string& address, int& port) {
@@ -124,6 +114,66 @@ CLI::App MakeParser() {
 
 }  // namespace
 
+// An option given with an empty value: "<name> wants <what>".
+bool RequireValue(const CLI::App& app, const char* name, const std::string& value, const char* what,
+                  std::string& error) {
+    if (app.count(name) > 0 && value.empty()) {
+        error = std::string(name) + " wants " + what;
+        return false;
+    }
+    return true;
+}
+
+// An option of two words; `target` says whether it is the first.
+bool ReadChoice(const CLI::App& app, const char* name, const std::string& value, const char* first,
+                const char* second, bool& target, std::string& error) {
+    if (app.count(name) == 0) {
+        return true;
+    }
+    if (value != first && value != second) {
+        error = std::string(name) + " wants " + first + " or " + second + ", got " + value;
+        return false;
+    }
+    target = value == first;
+    return true;
+}
+
+// An integer option within [low, high].
+bool ReadNumber(const CLI::App& app, const char* name, const std::string& value, int low, int high,
+                int& target, std::string& error) {
+    if (app.count(name) > 0 && !ParseInt(value, low, high, target)) {
+        error = std::string(name) + " wants " + std::to_string(low) + ".." + std::to_string(high) + ", got " +
+                value;
+        return false;
+    }
+    return true;
+}
+
+// The values of the options given, in the order they are checked; the first wrong one is the error.
+bool CheckValues(const CLI::App& app, const ParsedText& text, PlatformOptions& options, std::string& error) {
+    if (app.count("--listen") > 0 && !ParseListen(text.listen, options.listenAddress, options.listenPort)) {
+        error = "--listen wants ADDR:PORT (port 0..65535), got " + text.listen;
+        return false;
+    }
+    bool fixturePorts = !options.anySimPorts;
+    int threads = static_cast<int>(options.workerThreads);
+    const bool valid =
+        ReadNumber(app, "--push-port", text.pushPort, 0, 65535, options.pushPort, error) &&
+        ReadNumber(app, "--log-level", text.logLevel, 1, 6, options.logLevel, error) &&
+        RequireValue(app, "--speaker-dir", options.speakerDir, "a directory", error) &&
+        ReadChoice(app, "--object-store", text.objectStore, "auto", "off", options.objectStores, error) &&
+        RequireValue(app, "--storage-dir", options.storageDir, "a directory", error) &&
+        RequireValue(app, "--node", options.nodeProgram, "a program", error) &&
+        RequireValue(app, "--object-store-script", options.objectStoreScript, "a file", error) &&
+        ReadChoice(app, "--sim-ports", text.simPorts, "fixture", "any", fixturePorts, error) &&
+        ReadNumber(app, "--threads", text.threads, 2, 256, threads, error);
+    if (valid) {
+        options.anySimPorts = !fixturePorts;
+        options.workerThreads = static_cast<size_t>(threads);
+    }
+    return valid;
+}
+
 bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& options, std::string& error) {
     CLI::App app = MakeParser();
     ParsedText text;
@@ -145,55 +195,8 @@ bool ParseCommandLine(const std::vector<std::string>& args, PlatformOptions& opt
     }
     options.control = app.count("--no-control") == 0;
     options.simPeers = app.count("--no-peers") == 0;
-    if (app.count("--listen") > 0 && !ParseListen(text.listen, options.listenAddress, options.listenPort)) {
-        error = "--listen wants ADDR:PORT (port 0..65535), got " + text.listen;
+    if (!CheckValues(app, text, options, error)) {
         return false;
-    }
-    if (app.count("--push-port") > 0 && !ParseInt(text.pushPort, 0, 65535, options.pushPort)) {
-        error = "--push-port wants 0..65535, got " + text.pushPort;
-        return false;
-    }
-    if (app.count("--log-level") > 0 && !ParseInt(text.logLevel, 1, 6, options.logLevel)) {
-        error = "--log-level wants 1..6, got " + text.logLevel;
-        return false;
-    }
-    if (app.count("--speaker-dir") > 0 && options.speakerDir.empty()) {
-        error = "--speaker-dir wants a directory";
-        return false;
-    }
-    if (app.count("--object-store") > 0) {
-        if (text.objectStore != "auto" && text.objectStore != "off") {
-            error = "--object-store wants auto or off, got " + text.objectStore;
-            return false;
-        }
-        options.objectStores = text.objectStore == "auto";
-    }
-    if (app.count("--storage-dir") > 0 && options.storageDir.empty()) {
-        error = "--storage-dir wants a directory";
-        return false;
-    }
-    if (app.count("--node") > 0 && options.nodeProgram.empty()) {
-        error = "--node wants a program";
-        return false;
-    }
-    if (app.count("--object-store-script") > 0 && options.objectStoreScript.empty()) {
-        error = "--object-store-script wants a file";
-        return false;
-    }
-    if (app.count("--sim-ports") > 0) {
-        if (text.simPorts != "fixture" && text.simPorts != "any") {
-            error = "--sim-ports wants fixture or any, got " + text.simPorts;
-            return false;
-        }
-        options.anySimPorts = text.simPorts == "any";
-    }
-    if (app.count("--threads") > 0) {
-        int threads = 0;
-        if (!ParseInt(text.threads, 2, 256, threads)) {
-            error = "--threads wants 2..256, got " + text.threads;
-            return false;
-        }
-        options.workerThreads = static_cast<size_t>(threads);
     }
     if (options.tlsCert.empty() != options.tlsKey.empty()) {
         error = "--tls-cert and --tls-key go together";

@@ -42,6 +42,22 @@ std::string UrlHost(const std::string& address) {
     return address.find(':') != std::string::npos ? "[" + address + "]" : address;
 }
 
+// The gateway's view of an HTTP request.
+RestRequest ToRestRequest(const httplib::Request& req) {
+    RestRequest r;
+    r.method = req.method;
+    r.path = req.path;
+    r.query = QueryOf(req.target);
+    for (const auto& p : req.params) {
+        r.params.emplace(p.first, p.second);
+    }
+    r.body = CHttpServer::Body(req);
+    r.remote = req.remote_addr + ":" + std::to_string(req.remote_port);
+    r.host = HostPart(req.get_header_value("Host"));
+    r.authorization = req.get_header_value("Authorization");
+    return r;
+}
+
 }  // namespace
 
 CPlatformServer::CPlatformServer(PlatformOptions options) : options_(std::move(options)) {}
@@ -57,35 +73,54 @@ bool CPlatformServer::Start(std::string& error) {
     if (options_.speakerDir.empty()) {
         options_.speakerDir = DefaultSpeakerDir();
     }
-    fixturePath_ = options_.fixturePath;
-    if (fixturePath_.empty()) {
-        std::string tried;
-        for (const std::string& candidate : DefaultFixtureCandidates()) {
-            tried += (tried.empty() ? "" : ", ") + candidate;
-            if (Tal::Base::FileSystem::FileExists(candidate)) {
-                fixturePath_ = candidate;
-                break;
-            }
-        }
-        if (fixturePath_.empty()) {
-            error = "no fixture given and none found at " + tried;
-            return false;
-        }
-    }
-    if (!LoadFixture(fixturePath_, fixture_, error)) {
-        return false;
-    }
-    if (!LaunchStores(error)) {
+    if (!ResolveFixturePath(error) || !LoadFixture(fixturePath_, fixture_, error) || !LaunchStores(error)) {
         return false;
     }
     registry_ = std::make_unique<CBroadcastRegistry>(fixture_.secureEncryptType);
     if (!options_.requestLogPath.empty() && !requests_.OpenFile(options_.requestLogPath, error)) {
         return false;
     }
+    if (!StartSite(error)) {
+        return false;
+    }
+    context_ = std::make_unique<PlatformContext>(PlatformContext{fixture_, sessions_, *registry_, requests_,
+                                                                 oplog_, faults_, *site_, *hub_, stop_,
+                                                                 options_.listenAddress, stores_.get()});
+    RegisterRoutes();
+    gateway_ = std::make_unique<CRestGateway>(api_, control_, *context_);
+    if (!StartRest(error)) {
+        StopSite();
+        return false;
+    }
+    httpThread_ = std::thread([this] { http_->listen_after_bind(); });
+    running_ = true;
+    TAL_LOG(Tal::Base::kLogInfo, "Platform",
+            "[%s]serving %s (%d elements, %d devices) at %s, push at %s[%s(%d)]", fixturePath_.c_str(),
+            static_cast<int>(fixture_.elements.size()), static_cast<int>(fixture_.devices.size()),
+            RestUrl().c_str(), PushUrl().c_str());
+    return true;
+}
 
+bool CPlatformServer::ResolveFixturePath(std::string& error) {
+    fixturePath_ = options_.fixturePath;
+    if (!fixturePath_.empty()) {
+        return true;
+    }
+    std::string tried;
+    for (const std::string& candidate : DefaultFixtureCandidates()) {
+        tried += (tried.empty() ? "" : ", ") + candidate;
+        if (Tal::Base::FileSystem::FileExists(candidate)) {
+            fixturePath_ = candidate;
+            return true;
+        }
+    }
+    error = "no fixture given and none found at " + tried;
+    return false;
+}
+
+bool CPlatformServer::StartSite(std::string& error) {
     hub_ = std::make_unique<CPushHub>(sessions_);
-    const bool tls = !options_.tlsCert.empty();
-    if (tls && !hub_->EnableTls(options_.tlsCert, options_.tlsKey, error)) {
+    if (!options_.tlsCert.empty() && !hub_->EnableTls(options_.tlsCert, options_.tlsKey, error)) {
         return false;
     }
     if (!hub_->Listen(options_.listenAddress, static_cast<uint16_t>(options_.EffectivePushPort()), error)) {
@@ -109,39 +144,27 @@ bool CPlatformServer::Start(std::string& error) {
     }
     // The stores' ports and the stored media go into the fixture before anything is served from it.
     if (!FinishStores(error)) {
-        scheduler_->Shutdown();
-        site_->Stop();
-        hub_->Stop();
-        stores_.reset();
+        StopSite();
         return false;
     }
-    context_ = std::make_unique<PlatformContext>(PlatformContext{fixture_, sessions_, *registry_, requests_,
-                                                                 oplog_, faults_, *site_, *hub_, stop_,
-                                                                 options_.listenAddress, stores_.get()});
-    RegisterRoutes();
-    gateway_ = std::make_unique<CRestGateway>(api_, control_, *context_);
+    return true;
+}
 
+void CPlatformServer::StopSite() {
+    scheduler_->Shutdown();
+    site_->Stop();
+    hub_->Stop();
+    stores_.reset();
+}
+
+bool CPlatformServer::StartRest(std::string& error) {
     http_ = std::make_unique<CHttpServer>(options_.workerThreads);
-    if (tls && !http_->EnableTls(options_.tlsCert, options_.tlsKey, error)) {
-        scheduler_->Shutdown();
-        site_->Stop();
-        hub_->Stop();
-        stores_.reset();
+    if (!options_.tlsCert.empty() && !http_->EnableTls(options_.tlsCert, options_.tlsKey, error)) {
         return false;
     }
     auto serve = [this](const httplib::Request& req, httplib::Response& res) {
-        RestRequest r;
-        r.method = req.method;
-        r.path = req.path;
-        r.query = QueryOf(req.target);
-        for (const auto& p : req.params) {
-            r.params.emplace(p.first, p.second);
-        }
-        r.body = CHttpServer::Body(req);
-        r.remote = req.remote_addr + ":" + std::to_string(req.remote_port);
-        r.host = HostPart(req.get_header_value("Host"));
-        r.authorization = req.get_header_value("Authorization");
-        RestResponse response = gateway_->Handle(r);
+        RestRequest request = ToRestRequest(req);
+        RestResponse response = gateway_->Handle(request);
         res.status = response.status;
         res.set_content(response.body, response.contentType.c_str());
     };
@@ -161,18 +184,8 @@ bool CPlatformServer::Start(std::string& error) {
     }
     if (restPort_ <= 0) {
         error = "cannot listen on " + options_.listenAddress + ":" + std::to_string(options_.listenPort);
-        scheduler_->Shutdown();
-        site_->Stop();
-        hub_->Stop();
-        stores_.reset();
         return false;
     }
-    httpThread_ = std::thread([this] { http_->listen_after_bind(); });
-    running_ = true;
-    TAL_LOG(Tal::Base::kLogInfo, "Platform",
-            "[%s]serving %s (%d elements, %d devices) at %s, push at %s[%s(%d)]", fixturePath_.c_str(),
-            static_cast<int>(fixture_.elements.size()), static_cast<int>(fixture_.devices.size()),
-            RestUrl().c_str(), PushUrl().c_str());
     return true;
 }
 

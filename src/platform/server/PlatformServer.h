@@ -45,6 +45,14 @@ public:
 
 private:
     void RegisterRoutes();
+    /// The fixture given, or the first default one that exists.
+    bool ResolveFixturePath(std::string& error);
+    /// Starts the push hub, the simulated site and the object stores' part; stops what it started on failure.
+    bool StartSite(std::string& error);
+    /// Stops what StartSite started.
+    void StopSite();
+    /// Binds the REST server to its port; the caller starts its thread.
+    bool StartRest(std::string& error);
     /// Starts the object stores' programs (they get ready while the site starts).
     bool LaunchStores(std::string& error);
     /// Waits for the stores and puts the media library into them.

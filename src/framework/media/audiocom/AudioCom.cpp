@@ -1,9 +1,10 @@
 #include "framework/media/audiocom/AudioCom.h"
 
-#include <map>
+#include <atomic>
 #include <memory>
 #include <mutex>
 
+#include "framework/base/HandleTable.h"
 #include "framework/media/audiocom/CaptureSession.h"
 #include "framework/media/audiocom/PlaySession.h"
 #include "framework/media/audiocom/PortAudioSession.h"
@@ -18,63 +19,27 @@ constexpr int kFailure = 0;
 // Error of the calling thread's last call that had no valid handle to keep it.
 thread_local int t_lastError = AUDIOCOM_ERR_NONE;
 
-// Open handles of both kinds; numbers are never reused within a process.
-class CHandleTable {
-public:
-    std::shared_ptr<CCaptureSession> Capture(int32_t handle) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = captures_.find(handle);
-        return it != captures_.end() ? it->second : nullptr;
-    }
-    std::shared_ptr<CPlaySession> Play(int32_t handle) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = plays_.find(handle);
-        return it != plays_.end() ? it->second : nullptr;
-    }
-    std::shared_ptr<CCaptureSession> TakeCapture(int32_t handle) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = captures_.find(handle);
-        if (it == captures_.end()) {
-            return nullptr;
-        }
-        auto session = it->second;
-        captures_.erase(it);
-        return session;
-    }
-    std::shared_ptr<CPlaySession> TakePlay(int32_t handle) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = plays_.find(handle);
-        if (it == plays_.end()) {
-            return nullptr;
-        }
-        auto session = it->second;
-        plays_.erase(it);
-        return session;
-    }
-    int32_t NextHandle() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return next_++;
-    }
-    void Insert(int32_t handle, std::shared_ptr<CCaptureSession> session) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        captures_[handle] = std::move(session);
-    }
-    void Insert(int32_t handle, std::shared_ptr<CPlaySession> session) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        plays_[handle] = std::move(session);
-    }
+// Open handles of both kinds share one numbering that starts at 1 and never reuses a number within a
+// process, so that AUDIOCOM_GetLastError can look a handle up in either table.
+std::atomic<int32_t> g_nextHandle{1};
 
-private:
-    std::mutex mutex_;
-    int32_t next_ = 1;
-    std::map<int32_t, std::shared_ptr<CCaptureSession>> captures_;
-    std::map<int32_t, std::shared_ptr<CPlaySession>> plays_;
-};
-
-CHandleTable& Handles() {
-    // Handles still open at exit are stopped and released when the table goes.
-    static CHandleTable table;
+// Handles still open at exit are stopped and released when the tables go.
+Base::CHandleTable<CCaptureSession>& Captures() {
+    static Base::CHandleTable<CCaptureSession> table;
     return table;
+}
+
+Base::CHandleTable<CPlaySession>& Plays() {
+    static Base::CHandleTable<CPlaySession> table;
+    return table;
+}
+
+void Insert(int32_t handle, std::shared_ptr<CCaptureSession> session) {
+    Captures().Insert(handle, std::move(session));
+}
+
+void Insert(int32_t handle, std::shared_ptr<CPlaySession> session) {
+    Plays().Insert(handle, std::move(session));
 }
 
 int Fail(int error) {
@@ -126,13 +91,13 @@ int CreateHandle(int32_t* handle, const char* deviceName) {
         return Fail(AUDIOCOM_ERR_PARAM);
     }
     *handle = -1;
-    int32_t number = Handles().NextHandle();
+    const int32_t number = g_nextHandle++;
     auto session = std::make_shared<Session>(number);
     int error = session->Open(deviceName);
     if (error != AUDIOCOM_ERR_NONE) {
         return Fail(error);
     }
-    Handles().Insert(number, std::move(session));
+    Insert(number, std::move(session));
     *handle = number;
     t_lastError = AUDIOCOM_ERR_NONE;
     return kSuccess;
@@ -145,10 +110,10 @@ int CreateHandle(int32_t* handle, const char* deviceName) {
 using namespace Tal::AudioCom;
 
 int AUDIOCOM_GetLastError(int32_t handle) {
-    if (auto capture = Handles().Capture(handle)) {
+    if (auto capture = Captures().Find(handle)) {
         return capture->LastError();
     }
-    if (auto play = Handles().Play(handle)) {
+    if (auto play = Plays().Find(handle)) {
         return play->LastError();
     }
     return t_lastError;
@@ -175,14 +140,14 @@ int AUDIOCOM_CreateCaptureHandle(int32_t* handle, const char* deviceName) {
 }
 
 int AUDIOCOM_RegisterCaptureDataCallBackEx(int32_t handle, AUDIOCOM_DataCallBackEx callback, void* user) {
-    auto session = Handles().Capture(handle);
+    auto session = Captures().Find(handle);
     return session ? Finish(*session, session->SetCaptureCallback(callback, user))
                    : Fail(AUDIOCOM_ERR_HANDLE);
 }
 
 int AUDIOCOM_RegisterOutputDataCallBackEx(int32_t handle, const AUDIOCOM_STREAM_PARAM* param,
                                           AUDIOCOM_DataCallBackEx callback, void* user) {
-    auto session = Handles().Capture(handle);
+    auto session = Captures().Find(handle);
     if (!session) {
         return Fail(AUDIOCOM_ERR_HANDLE);
     }
@@ -193,22 +158,22 @@ int AUDIOCOM_RegisterOutputDataCallBackEx(int32_t handle, const AUDIOCOM_STREAM_
 }
 
 int AUDIOCOM_StartCapture(int32_t handle) {
-    auto session = Handles().Capture(handle);
+    auto session = Captures().Find(handle);
     return session ? Finish(*session, session->Start()) : Fail(AUDIOCOM_ERR_HANDLE);
 }
 
 int AUDIOCOM_StopCapture(int32_t handle) {
-    auto session = Handles().Capture(handle);
+    auto session = Captures().Find(handle);
     return session ? Finish(*session, session->Stop()) : Fail(AUDIOCOM_ERR_HANDLE);
 }
 
 int AUDIOCOM_ReleaseCaptureHandle(int32_t handle) {
-    auto current = Handles().Capture(handle);
+    auto current = Captures().Find(handle);
     if (current && current->IsWorkerThread()) {
         return Finish(*current, AUDIOCOM_ERR_ORDER);  // from inside its own callback
     }
     // The session stops its capture when the last reference goes, here or in a call still running.
-    auto session = Handles().TakeCapture(handle);
+    auto session = Captures().Remove(handle);
     return session ? kSuccess : Fail(AUDIOCOM_ERR_HANDLE);
 }
 
@@ -217,7 +182,7 @@ int AUDIOCOM_CreatePlayHandle(int32_t* handle, const char* deviceName) {
 }
 
 int AUDIOCOM_OpenStreamEx(int32_t handle, const AUDIOCOM_STREAM_PARAM* param) {
-    auto session = Handles().Play(handle);
+    auto session = Plays().Find(handle);
     if (!session) {
         return Fail(AUDIOCOM_ERR_HANDLE);
     }
@@ -228,32 +193,32 @@ int AUDIOCOM_OpenStreamEx(int32_t handle, const AUDIOCOM_STREAM_PARAM* param) {
 }
 
 int AUDIOCOM_RegisterDecodeDataCallBackEx(int32_t handle, AUDIOCOM_DataCallBackEx callback, void* user) {
-    auto session = Handles().Play(handle);
+    auto session = Plays().Find(handle);
     return session ? Finish(*session, session->SetDecodeCallback(callback, user)) : Fail(AUDIOCOM_ERR_HANDLE);
 }
 
 int AUDIOCOM_StartPlay(int32_t handle) {
-    auto session = Handles().Play(handle);
+    auto session = Plays().Find(handle);
     return session ? Finish(*session, session->Start()) : Fail(AUDIOCOM_ERR_HANDLE);
 }
 
 int AUDIOCOM_InputStreamData(int32_t handle, const uint8_t* data, uint32_t size) {
-    auto session = Handles().Play(handle);
+    auto session = Plays().Find(handle);
     return session ? Finish(*session, session->Input(data, size)) : Fail(AUDIOCOM_ERR_HANDLE);
 }
 
 int AUDIOCOM_StopPlay(int32_t handle) {
-    auto session = Handles().Play(handle);
+    auto session = Plays().Find(handle);
     return session ? Finish(*session, session->Stop()) : Fail(AUDIOCOM_ERR_HANDLE);
 }
 
 int AUDIOCOM_SetPlayVolume(int32_t handle, uint32_t volume) {
-    auto session = Handles().Play(handle);
+    auto session = Plays().Find(handle);
     return session ? Finish(*session, session->SetVolume(volume)) : Fail(AUDIOCOM_ERR_HANDLE);
 }
 
 int AUDIOCOM_GetPlayVolume(int32_t handle, uint32_t* volume) {
-    auto session = Handles().Play(handle);
+    auto session = Plays().Find(handle);
     if (!session) {
         return Fail(AUDIOCOM_ERR_HANDLE);
     }
@@ -265,6 +230,6 @@ int AUDIOCOM_GetPlayVolume(int32_t handle, uint32_t* volume) {
 }
 
 int AUDIOCOM_ReleasePlayHandle(int32_t handle) {
-    auto session = Handles().TakePlay(handle);
+    auto session = Plays().Remove(handle);
     return session ? kSuccess : Fail(AUDIOCOM_ERR_HANDLE);
 }

@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "framework/base/FormatLog.h"
+#include "framework/base/HandleTable.h"
 #include "framework/media/devnet/DeviceAnswers.h"
 #include "framework/media/devnet/DeviceHttp.h"
 #include "framework/media/devnet/VoiceTalk.h"
@@ -35,73 +35,27 @@ int32_t Succeed() {
     return 1;
 }
 
-/// Logins and voice talks by id. Calls take a copy and leave the lock before they touch the network.
-class CRegistry {
-public:
-    int32_t AddUser(const DeviceEndpoint& endpoint) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        const int32_t id = nextUserId_++;
-        users_.emplace(id, endpoint);
-        return id;
-    }
-    bool FindUser(int32_t id, DeviceEndpoint& endpoint) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = users_.find(id);
-        if (it == users_.end()) {
-            return false;
-        }
-        endpoint = it->second;
-        return true;
-    }
-    /// Removes the login and hands back its talks for closing.
-    bool RemoveUser(int32_t id, std::vector<std::shared_ptr<CVoiceTalk>>& talks) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (users_.erase(id) == 0) {
-            return false;
-        }
-        for (auto it = talks_.begin(); it != talks_.end();) {
-            if (it->second->UserId() == id) {
-                talks.push_back(it->second);
-                it = talks_.erase(it);
-            } else {
-                ++it;
-            }
-        }
-        return true;
-    }
-    int32_t AddTalk(std::shared_ptr<CVoiceTalk> talk) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        const int32_t id = nextTalkId_++;
-        talks_.emplace(id, std::move(talk));
-        return id;
-    }
-    std::shared_ptr<CVoiceTalk> FindTalk(int32_t id) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = talks_.find(id);
-        return it == talks_.end() ? nullptr : it->second;
-    }
-    std::shared_ptr<CVoiceTalk> RemoveTalk(int32_t id) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = talks_.find(id);
-        if (it == talks_.end()) {
-            return nullptr;
-        }
-        auto talk = it->second;
-        talks_.erase(it);
-        return talk;
-    }
+/// Logins and voice talks by id, each numbered from 0. Calls take a reference and leave the table's lock
+/// before they touch the network.
+Tal::Base::CHandleTable<const DeviceEndpoint>& Users() {
+    static Tal::Base::CHandleTable<const DeviceEndpoint> table;
+    return table;
+}
 
-private:
-    std::mutex mutex_;
-    std::map<int32_t, DeviceEndpoint> users_;
-    std::map<int32_t, std::shared_ptr<CVoiceTalk>> talks_;
-    int32_t nextUserId_ = 0;
-    int32_t nextTalkId_ = 0;
-};
+Tal::Base::CHandleTable<CVoiceTalk>& Talks() {
+    static Tal::Base::CHandleTable<CVoiceTalk> table;
+    return table;
+}
 
-CRegistry& Registry() {
-    static CRegistry registry;
-    return registry;
+/// The login's device and a request handle for it; DEVNET_NOERROR (0) or why there is none.
+uint32_t OpenRequest(int32_t userId, DeviceEndpoint& endpoint, DevNet::EasyPtr& easy) {
+    auto user = Users().Find(userId);
+    if (!user) {
+        return DEVNET_INVALID_USERID;
+    }
+    endpoint = *user;
+    easy = DevNet::NewDeviceHandle(endpoint);
+    return easy ? DEVNET_NOERROR : DEVNET_NETWORK_FAIL_CONNECT;
 }
 
 }  // namespace
@@ -183,7 +137,7 @@ int32_t DEVNET_Login(const char* address, uint16_t port, const char* userName, c
     if (deviceInfo != nullptr) {
         *deviceInfo = info;
     }
-    const int32_t userId = Registry().AddUser(endpoint);
+    const int32_t userId = Users().Add(std::make_shared<const DeviceEndpoint>(endpoint));
     TAL_LOG(3, kLogModule, "[%s]Logged in to %s (%s) at %s:%u as user %d.[%s(%d)]", info.deviceName,
             info.serialNumber, address, static_cast<unsigned>(port), userId);
     Succeed();
@@ -191,11 +145,12 @@ int32_t DEVNET_Login(const char* address, uint16_t port, const char* userName, c
 }
 
 int32_t DEVNET_Logout(int32_t userId) {
-    std::vector<std::shared_ptr<CVoiceTalk>> talks;
-    if (!Registry().RemoveUser(userId, talks)) {
+    if (!Users().Remove(userId)) {
         return Fail(DEVNET_INVALID_USERID);
     }
-    for (auto& talk : talks) {
+    // The login's talks end with it.
+    for (auto& talk :
+         Talks().RemoveIf([userId](const CVoiceTalk& talk) { return talk.UserId() == userId; })) {
         talk->Close();
     }
     return Succeed();
@@ -217,12 +172,9 @@ int32_t DEVNET_StdConfig(int32_t userId, const DEVNET_STDCONFIG_INPUT* input,
     const std::string method = requestLine.substr(0, space);
     const std::string path = requestLine.substr(space + 1);
     DeviceEndpoint endpoint;
-    if (!Registry().FindUser(userId, endpoint)) {
-        return Fail(DEVNET_INVALID_USERID);
-    }
-    DevNet::EasyPtr easy = DevNet::NewDeviceHandle(endpoint);
-    if (!easy) {
-        return Fail(DEVNET_NETWORK_FAIL_CONNECT);
+    DevNet::EasyPtr easy;
+    if (const uint32_t error = OpenRequest(userId, endpoint, easy)) {
+        return Fail(error);
     }
     const std::string body = input->inBufferSize > 0 ? std::string(input->inBuffer, input->inBufferSize) : "";
     HttpResult answer = DevNet::PerformRequest(easy.get(), method, endpoint.Url(path), body,
@@ -255,12 +207,9 @@ int32_t DEVNET_SetDeviceConfig(int32_t userId, uint32_t command, int32_t channel
         return Fail(DEVNET_PARAMETER_ERROR);
     }
     DeviceEndpoint endpoint;
-    if (!Registry().FindUser(userId, endpoint)) {
-        return Fail(DEVNET_INVALID_USERID);
-    }
-    DevNet::EasyPtr easy = DevNet::NewDeviceHandle(endpoint);
-    if (!easy) {
-        return Fail(DEVNET_NETWORK_FAIL_CONNECT);
+    DevNet::EasyPtr easy;
+    if (const uint32_t error = OpenRequest(userId, endpoint, easy)) {
+        return Fail(error);
     }
     const std::string path =
         "/DXAPI/System/deviceConfig/" + std::to_string(command) + "?channel=" + std::to_string(channel);
@@ -286,24 +235,24 @@ int32_t DEVNET_StartVoiceTalk(int32_t userId, int32_t channel, DEVNET_VoiceDataC
         Fail(DEVNET_CHANNEL_ERROR);
         return -1;
     }
-    DeviceEndpoint endpoint;
-    if (!Registry().FindUser(userId, endpoint)) {
+    auto user = Users().Find(userId);
+    if (!user) {
         Fail(DEVNET_INVALID_USERID);
         return -1;
     }
-    auto talk = std::make_shared<CVoiceTalk>(endpoint, userId, channel);
+    auto talk = std::make_shared<CVoiceTalk>(*user, userId, channel);
     const uint32_t error = talk->Open();
     if (error != DEVNET_NOERROR) {
         Fail(error);
         return -1;
     }
-    const int32_t handle = Registry().AddTalk(talk);
+    const int32_t handle = Talks().Add(talk);
     Succeed();
     return handle;
 }
 
 int32_t DEVNET_SendVoiceData(int32_t voiceHandle, const char* data, uint32_t size) {
-    auto talk = Registry().FindTalk(voiceHandle);
+    auto talk = Talks().Find(voiceHandle);
     if (!talk) {
         return Fail(DEVNET_INVALID_HANDLE);
     }
@@ -312,7 +261,7 @@ int32_t DEVNET_SendVoiceData(int32_t voiceHandle, const char* data, uint32_t siz
 }
 
 int32_t DEVNET_StopVoiceTalk(int32_t voiceHandle) {
-    auto talk = Registry().RemoveTalk(voiceHandle);
+    auto talk = Talks().Remove(voiceHandle);
     if (!talk) {
         return Fail(DEVNET_INVALID_HANDLE);
     }

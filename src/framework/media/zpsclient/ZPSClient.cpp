@@ -2,12 +2,12 @@
 
 #include <gst/gst.h>
 
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 
 #include "framework/base/FormatLog.h"
+#include "framework/base/HandleTable.h"
 #include "framework/media/zpsclient/ZpsSession.h"
 
 namespace {
@@ -16,40 +16,10 @@ using ZPSClient::CZpsSession;
 
 thread_local unsigned int t_lastError = ZPS_ERR_OK;
 
-/// Sessions by handle. Calls take a reference and leave the table's lock before they touch the network.
-class CSessionTable {
-public:
-    int Add(std::shared_ptr<CZpsSession>& session, int& handle) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        handle = nextHandle_++;
-        session = std::make_shared<CZpsSession>(handle);
-        sessions_.emplace(handle, session);
-        return handle;
-    }
-    std::shared_ptr<CZpsSession> Find(int handle) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = sessions_.find(handle);
-        return it == sessions_.end() ? nullptr : it->second;
-    }
-    std::shared_ptr<CZpsSession> Remove(int handle) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = sessions_.find(handle);
-        if (it == sessions_.end()) {
-            return nullptr;
-        }
-        auto session = it->second;
-        sessions_.erase(it);
-        return session;
-    }
-
-private:
-    std::mutex mutex_;
-    std::map<int, std::shared_ptr<CZpsSession>> sessions_;
-    int nextHandle_ = 0;
-};
-
-CSessionTable& Sessions() {
-    static CSessionTable table;
+/// Sessions by handle, numbered from 0. Calls take a reference and leave the table's lock before they
+/// touch the network.
+Tal::Base::CHandleTable<CZpsSession, int>& Sessions() {
+    static Tal::Base::CHandleTable<CZpsSession, int> table;
     return table;
 }
 
@@ -113,9 +83,8 @@ int ZPSClient_CreateSession(void) {
         Result(ZPS_ERR_INIT);
         return -1;
     }
-    std::shared_ptr<CZpsSession> session;
     int handle = -1;
-    Sessions().Add(session, handle);
+    Sessions().Create([](int number) { return std::make_shared<CZpsSession>(number); }, handle);
     Result(ZPS_ERR_OK);
     return handle;
 }

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "framework/base/FormatLog.h"
+#include "framework/media/zpsclient/GstFields.h"
 #include "framework/media/zpsclient/TcpNoDelay.h"
 
 namespace ZPSClient {
@@ -18,13 +19,9 @@ namespace {
 
 constexpr const char* kLogModule = "ZPSClient";
 constexpr const char* kTokenHeader = "X-Token";
-/// Jitter buffer of the downstream track: enough for loopback and LAN, short enough for listening.
-constexpr guint kDownstreamLatencyMs = 200;
 /// Wait for the queued backchannel audio to go out when stopping, beyond the RTSP time-out (which bounds a
 /// write to a server that stopped reading, through the connection's user time-out).
 constexpr auto kDrainMargin = std::chrono::seconds(2);
-/// One MP3 frame of 1152 samples at 48 kHz: a packet per frame keeps the latency of a frame.
-constexpr gint64 kMpaMaxPtimeNs = 24 * GST_MSECOND;
 // How long a frame waits for room in the send buffer, as a blocking socket send would, before it is refused:
 // a burst of frames larger than the buffer goes through as fast as the backchannel takes it.
 constexpr auto kSendRoomWait = std::chrono::milliseconds(100);
@@ -33,16 +30,6 @@ constexpr auto kSendRoomPoll = std::chrono::milliseconds(2);
 /// its own, by default every 10 s: well inside the shortest session time-outs servers announce (RTSP's
 /// default is 60 s). The "keepalive" session parameter sets another interval.
 constexpr int kDefaultKeepAliveSeconds = 10;
-
-std::string StructureString(const GstStructure* structure, const char* field) {
-    const gchar* value = gst_structure_get_string(structure, field);
-    return value != nullptr ? value : "";
-}
-
-int StructureInt(const GstStructure* structure, const char* field, int fallback) {
-    gint value = 0;
-    return gst_structure_get_int(structure, field, &value) ? value : fallback;
-}
 
 /// The backchannel caps rtspsrc offers are named application/x-unknown and carry SDP attributes; a payloader
 /// only negotiates with plain application/x-rtp caps.
@@ -55,12 +42,6 @@ CapsPtr BackchannelRtpCaps(const GstStructure* offered) {
         }
     }
     return CapsPtr(gst_caps_new_full(rtp, nullptr));
-}
-
-int ChannelsOf(const GstStructure* structure) {
-    const std::string params = StructureString(structure, "encoding-params");
-    const int channels = params.empty() ? 1 : std::atoi(params.c_str());
-    return channels > 0 ? channels : 1;
 }
 
 int MapError(const GError* error, const std::string& debug, bool starting) {
@@ -85,14 +66,6 @@ int MapError(const GError* error, const std::string& debug, bool starting) {
         return ZPS_ERR_AUTH;
     }
     return starting ? ZPS_ERR_CONNECT : ZPS_ERR_STREAM;
-}
-
-GstElement* MakeElement(const char* factory) {
-    GstElement* element = gst_element_factory_make(factory, nullptr);
-    if (element == nullptr) {
-        TAL_LOG(5, kLogModule, "[%s]GStreamer element %s is missing.[%s(%d)]", factory);
-    }
-    return element;
 }
 
 }  // namespace
@@ -206,19 +179,7 @@ int CZpsSession::Start(const std::string& url, const std::string& userAgent, int
 }
 
 CZpsSession::Attempt CZpsSession::RunAttempt(const TalkConfig& config, bool backchannel, int& error) {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        playCompleted_ = false;
-        error_ = ZPS_ERR_OK;
-        sendDrained_ = false;
-        backchannelStream_ = -1;
-        backchannelCaps_.reset();
-        hasDownstream_ = false;
-        audioInfoKnown_ = false;
-        audioInfo_ = ZPSClient_AudioInfo{};
-        sendCodec_ = nullptr;
-        sentBytes_ = 0;
-    }
+    ResetAttemptState();
     if (!BuildReceivePipeline(config, backchannel)) {
         error = ZPS_ERR_INTERNAL;
         return Attempt::Failed;
@@ -226,40 +187,8 @@ CZpsSession::Attempt CZpsSession::RunAttempt(const TalkConfig& config, bool back
     BusPtr bus(gst_element_get_bus(pipeline_.get()));
     busStop_ = false;
     const auto keepAliveInterval = std::chrono::seconds(config.keepAliveSeconds);
-    busThread_ = std::thread([this, raw = bus.release(), keepAliveInterval] {
-        BusPtr owned(raw);
-        auto nextKeepAlive = std::chrono::steady_clock::time_point::max();
-        while (!busStop_) {
-            MessagePtr message(gst_bus_timed_pop(owned.get(), 50 * GST_MSECOND));
-            if (message) {
-                HandleMessage(message.get(), false);
-            }
-            const auto now = std::chrono::steady_clock::now();
-            if (nextKeepAlive == std::chrono::steady_clock::time_point::max()) {
-                std::lock_guard<std::mutex> lock(mutex_);
-                if (playCompleted_) {
-                    nextKeepAlive = now + keepAliveInterval;
-                }
-            } else if (now >= nextKeepAlive) {
-                SendKeepAlive();
-                nextKeepAlive = now + keepAliveInterval;
-            }
-            BusPtr sendBus;
-            {
-                std::lock_guard<std::mutex> lock(mutex_);
-                if (sendPipeline_) {
-                    sendBus.reset(gst_element_get_bus(sendPipeline_.get()));
-                }
-            }
-            while (sendBus) {
-                MessagePtr sendMessage(gst_bus_pop(sendBus.get()));
-                if (!sendMessage) {
-                    break;
-                }
-                HandleMessage(sendMessage.get(), true);
-            }
-        }
-    });
+    busThread_ = std::thread(
+        [this, raw = bus.release(), keepAliveInterval] { BusLoop(BusPtr(raw), keepAliveInterval); });
 
     if (gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
         Fail(ZPS_ERR_CONNECT);
@@ -309,97 +238,52 @@ CZpsSession::Attempt CZpsSession::RunAttempt(const TalkConfig& config, bool back
     return Attempt::Ok;
 }
 
-bool CZpsSession::BuildReceivePipeline(const TalkConfig& config, bool backchannel) {
-    ElementPtr pipeline(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("zps-talk"))));
-    GstElement* src = MakeElement("rtspsrc");
-    if (!pipeline || src == nullptr) {
-        return false;
-    }
-    ElementPtr source(GST_ELEMENT(gst_object_ref_sink(src)));
-    g_object_set(source.get(), "location", config.url.c_str(), "user-agent", config.userAgent.c_str(),
-                 "latency", kDownstreamLatencyMs, "tcp-timeout",
-                 static_cast<guint64>(config.timeoutSeconds) * G_USEC_PER_SEC, "teardown-timeout",
-                 static_cast<guint64>(GST_SECOND), "do-rtsp-keep-alive", FALSE, nullptr);
-    if (!config.user.empty()) {
-        g_object_set(source.get(), "user-id", config.user.c_str(), "user-pw", config.password.c_str(),
-                     nullptr);
-    }
-    gst_util_set_object_arg(G_OBJECT(source.get()), "backchannel", backchannel ? "onvif" : "none");
-    gst_util_set_object_arg(G_OBJECT(source.get()), "protocols", config.useTcp ? "tcp" : "udp");
-    g_signal_connect(source.get(), "on-sdp", G_CALLBACK(&CZpsSession::OnSdp), this);
-    g_signal_connect(source.get(), "select-stream", G_CALLBACK(&CZpsSession::OnSelectStream), this);
-    g_signal_connect(source.get(), "before-send", G_CALLBACK(&CZpsSession::OnBeforeSend), this);
-    g_signal_connect(source.get(), "pad-added", G_CALLBACK(&CZpsSession::OnPadAdded), this);
-    gst_bin_add(GST_BIN(pipeline.get()), source.get());
-
+void CZpsSession::ResetAttemptState() {
     std::lock_guard<std::mutex> lock(mutex_);
-    pipeline_ = std::move(pipeline);
-    rtspsrc_ = std::move(source);
-    return true;
+    playCompleted_ = false;
+    error_ = ZPS_ERR_OK;
+    sendDrained_ = false;
+    backchannelStream_ = -1;
+    backchannelCaps_.reset();
+    hasDownstream_ = false;
+    audioInfoKnown_ = false;
+    audioInfo_ = ZPSClient_AudioInfo{};
+    sendCodec_ = nullptr;
+    sentBytes_ = 0;
 }
 
-bool CZpsSession::BuildSendPipeline(const RtpAudioCodec& codec, GstCaps* rtpCaps, int clockRate,
-                                    int channels) {
-    ElementPtr pipeline(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("zps-backchannel"))));
-    GstElement* src = MakeElement("appsrc");
-    GstElement* parser = codec.parser != nullptr ? MakeElement(codec.parser) : nullptr;
-    GstElement* payloader = MakeElement(codec.payloader);
-    GstElement* sink = MakeElement("appsink");
-    auto release = [&] {
-        for (GstElement* element : {src, parser, payloader, sink}) {
-            if (element != nullptr) {
-                gst_object_unref(gst_object_ref_sink(element));
+void CZpsSession::BusLoop(BusPtr bus, std::chrono::seconds keepAliveInterval) {
+    auto nextKeepAlive = std::chrono::steady_clock::time_point::max();
+    while (!busStop_) {
+        MessagePtr message(gst_bus_timed_pop(bus.get(), 50 * GST_MSECOND));
+        if (message) {
+            HandleMessage(message.get(), false);
+        }
+        const auto now = std::chrono::steady_clock::now();
+        if (nextKeepAlive == std::chrono::steady_clock::time_point::max()) {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (playCompleted_) {
+                nextKeepAlive = now + keepAliveInterval;
+            }
+        } else if (now >= nextKeepAlive) {
+            SendKeepAlive();
+            nextKeepAlive = now + keepAliveInterval;
+        }
+        BusPtr sendBus;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (sendPipeline_) {
+                sendBus.reset(gst_element_get_bus(sendPipeline_.get()));
             }
         }
-    };
-    if (src == nullptr || payloader == nullptr || sink == nullptr ||
-        (codec.parser != nullptr && parser == nullptr)) {
-        release();
-        return false;
+        while (sendBus) {
+            MessagePtr sendMessage(gst_bus_pop(sendBus.get()));
+            if (!sendMessage) {
+                break;
+            }
+            HandleMessage(sendMessage.get(), true);
+        }
     }
-
-    CapsPtr encoded(gst_caps_from_string(EncodedCapsFor(codec, clockRate, channels).c_str()));
-    int bufferBytes = 0;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        bufferBytes = bufferBytes_;
-    }
-    g_object_set(src, "caps", encoded.get(), "format", GST_FORMAT_TIME, "is-live", FALSE, "block", FALSE,
-                 "max-bytes", static_cast<guint64>(bufferBytes), nullptr);
-    const GstStructure* rtp = gst_caps_get_structure(rtpCaps, 0);
-    g_object_set(payloader, "pt", static_cast<guint>(StructureInt(rtp, "payload", 0)), nullptr);
-    if (codec.codec == ZPS_CODEC_MP3) {
-        g_object_set(payloader, "max-ptime", kMpaMaxPtimeNs, nullptr);
-    }
-    g_object_set(sink, "caps", rtpCaps, "sync", FALSE, "async", FALSE, "emit-signals", FALSE, nullptr);
-    GstAppSinkCallbacks callbacks{};
-    callbacks.new_sample = &CZpsSession::OnBackchannelPacket;
-    callbacks.eos = &CZpsSession::OnBackchannelEos;
-    gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, this, nullptr);
-
-    GstBin* bin = GST_BIN(pipeline.get());
-    gst_bin_add_many(bin, src, payloader, sink, nullptr);
-    bool linked = false;
-    if (parser != nullptr) {
-        gst_bin_add(bin, parser);
-        linked = gst_element_link_many(src, parser, payloader, sink, nullptr);
-    } else {
-        linked = gst_element_link_many(src, payloader, sink, nullptr);
-    }
-    if (!linked) {
-        TAL_LOG(5, kLogModule, "[%s]Backchannel pipeline for %s does not link.[%s(%d)]", codec.encodingName);
-        return false;
-    }
-    ElementPtr appsrc = RefElement(src);
-    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
-        gst_element_set_state(pipeline.get(), GST_STATE_NULL);
-        TAL_LOG(5, kLogModule, "[%s]Backchannel pipeline for %s does not start.[%s(%d)]", codec.encodingName);
-        return false;
-    }
-    std::lock_guard<std::mutex> lock(mutex_);
-    sendPipeline_ = std::move(pipeline);
-    appsrc_ = std::move(appsrc);
-    return true;
 }
 
 int CZpsSession::Send(const unsigned char* data, int size) {
@@ -717,137 +601,6 @@ gboolean CZpsSession::OnBeforeSend(GstElement*, GstRTSPMessage* message, gpointe
         gst_rtsp_message_add_header_by_name(message, kTokenHeader, token.c_str());
     }
     return TRUE;
-}
-
-void CZpsSession::OnPadAdded(GstElement*, GstPad* pad, gpointer self) {
-    static_cast<CZpsSession*>(self)->LinkDownstream(pad);
-}
-
-void CZpsSession::LinkDownstream(GstPad* pad) {
-    CapsPtr caps(gst_pad_get_current_caps(pad));
-    if (!caps) {
-        caps.reset(gst_pad_query_caps(pad, nullptr));
-    }
-    const GstStructure* structure = gst_caps_get_structure(caps.get(), 0);
-    const RtpAudioCodec* codec = FindRtpAudioCodec(StructureString(structure, "encoding-name"));
-    ElementPtr pipeline;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        pipeline = RefElement(pipeline_.get());
-    }
-    if (!pipeline) {
-        return;
-    }
-    GstBin* bin = GST_BIN(pipeline.get());
-    if (codec == nullptr) {
-        TAL_LOG(4, kLogModule, "[%s]Downstream codec %s is not supported; its audio is dropped.[%s(%d)]",
-                StructureString(structure, "encoding-name").c_str());
-        GstElement* sink = MakeElement("fakesink");
-        if (sink != nullptr) {
-            gst_bin_add(bin, sink);
-            gst_element_sync_state_with_parent(sink);
-            PadPtr sinkPad(gst_element_get_static_pad(sink, "sink"));
-            gst_pad_link(pad, sinkPad.get());
-        }
-        return;
-    }
-
-    GstElement* depay = MakeElement(codec->depayloader);
-    GstElement* parser = codec->parser != nullptr ? MakeElement(codec->parser) : nullptr;
-    GstElement* sink = MakeElement("appsink");
-    if (depay == nullptr || sink == nullptr || (codec->parser != nullptr && parser == nullptr)) {
-        for (GstElement* element : {depay, parser, sink}) {
-            if (element != nullptr) {
-                gst_object_unref(gst_object_ref_sink(element));
-            }
-        }
-        Fail(ZPS_ERR_INTERNAL);
-        return;
-    }
-    g_object_set(sink, "sync", FALSE, "emit-signals", FALSE, nullptr);
-    GstAppSinkCallbacks callbacks{};
-    callbacks.new_sample = &CZpsSession::OnDownstreamSample;
-    gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, this, nullptr);
-    gst_bin_add_many(bin, depay, sink, nullptr);
-    bool linked = false;
-    if (parser != nullptr) {
-        gst_bin_add(bin, parser);
-        linked = gst_element_link_many(depay, parser, sink, nullptr);
-    } else {
-        linked = gst_element_link(depay, sink);
-    }
-    for (GstElement* element : {sink, parser, depay}) {
-        if (element != nullptr) {
-            gst_element_sync_state_with_parent(element);
-        }
-    }
-    PadPtr depaySink(gst_element_get_static_pad(depay, "sink"));
-    if (!linked || gst_pad_link(pad, depaySink.get()) != GST_PAD_LINK_OK) {
-        TAL_LOG(5, kLogModule, "[%s]Downstream %s does not link.[%s(%d)]", codec->encodingName);
-        Fail(ZPS_ERR_INTERNAL);
-        return;
-    }
-}
-
-GstFlowReturn CZpsSession::OnDownstreamSample(GstAppSink* sink, gpointer self) {
-    auto* session = static_cast<CZpsSession*>(self);
-    SamplePtr sample(gst_app_sink_pull_sample(sink));
-    if (!sample) {
-        return GST_FLOW_EOS;
-    }
-    ZPSClient_DataCallBack callback = nullptr;
-    void* user = nullptr;
-    {
-        std::lock_guard<std::mutex> lock(session->mutex_);
-        callback = session->callback_;
-        user = session->callbackUser_;
-        if (session->audioInfo_.codec == ZPS_CODEC_MP3 && session->audioInfo_.sampleRate == 0) {
-            const GstStructure* parsed = gst_caps_get_structure(gst_sample_get_caps(sample.get()), 0);
-            session->audioInfo_.sampleRate = static_cast<uint32_t>(StructureInt(parsed, "rate", 0));
-            session->audioInfo_.channels = static_cast<uint32_t>(StructureInt(parsed, "channels", 1));
-        }
-    }
-    GstBuffer* buffer = gst_sample_get_buffer(sample.get());
-    GstMapInfo map;
-    if (callback != nullptr && buffer != nullptr && gst_buffer_map(buffer, &map, GST_MAP_READ)) {
-        callback(session->handle_, user, ZPS_DATA_AUDIO, map.data, static_cast<unsigned int>(map.size));
-        gst_buffer_unmap(buffer, &map);
-    }
-    return GST_FLOW_OK;
-}
-
-GstFlowReturn CZpsSession::OnBackchannelPacket(GstAppSink* sink, gpointer self) {
-    auto* session = static_cast<CZpsSession*>(self);
-    SamplePtr sample(gst_app_sink_pull_sample(sink));
-    if (!sample) {
-        return GST_FLOW_EOS;
-    }
-    ElementPtr rtspsrc;
-    guint stream = 0;
-    {
-        std::lock_guard<std::mutex> lock(session->mutex_);
-        rtspsrc = RefElement(session->rtspsrc_.get());
-        stream = static_cast<guint>(session->backchannelStream_);
-    }
-    if (!rtspsrc) {
-        return GST_FLOW_FLUSHING;
-    }
-    GstFlowReturn result = GST_FLOW_ERROR;
-    // The action takes the sample over (push-backchannel-sample would free it twice in GStreamer 1.22).
-    g_signal_emit_by_name(rtspsrc.get(), "push-backchannel-buffer", stream, sample.release(), &result);
-    if (result != GST_FLOW_OK) {
-        TAL_LOG(5, kLogModule, "[%s]Session %d: rtspsrc refused backchannel data: %s[%s(%d)]",
-                session->handle_, gst_flow_get_name(result));
-        session->Fail(ZPS_ERR_STREAM);
-    }
-    return result;
-}
-
-void CZpsSession::OnBackchannelEos(GstAppSink*, gpointer self) {
-    auto* session = static_cast<CZpsSession*>(self);
-    std::lock_guard<std::mutex> lock(session->mutex_);
-    session->sendDrained_ = true;
-    session->changed_.notify_all();
 }
 
 }  // namespace ZPSClient

@@ -9,6 +9,7 @@
 #include <gst/sdp/gstsdpmessage.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -60,7 +61,10 @@ private:
     bool BuildSendPipeline(const RtpAudioCodec& codec, GstCaps* rtpCaps, int clockRate, int channels);
     /// Drains the send pipeline (bounded), then stops and frees both pipelines and the bus thread.
     void Teardown();
-    void BusLoop();
+    /// Clears what the previous attempt learnt about the server's streams.
+    void ResetAttemptState();
+    /// The bus thread: the receiving and sending pipelines' messages, and the keep-alive once playing.
+    void BusLoop(BusPtr bus, std::chrono::seconds keepAliveInterval);
     /// Asks rtspsrc for a GET_PARAMETER without parameters: the session's keep-alive, sent through the
     /// request path so that it carries the token like every other request.
     void SendKeepAlive();

@@ -44,12 +44,7 @@ RestResponse GetBaseConfig(const RestRequest&, PlatformContext& context) {
 // Request: {"LogInLanguage":"en_US"}
 // Data: {"SupportLanguage":[{"LanguageKey":"en-US","LanguageValue":"English (United States)"}],
 //   "DisplayLanguageKey":"en-US","DisplayLanguageValue":"English (United States)"}
-RestResponse GetLanguage(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse GetLanguage(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     const std::string login = Json::GetString(body, "LogInLanguage");
     const std::vector<TtsLanguage>& languages = context.fixture.ttsLanguages;
     const TtsLanguage* display = languages.empty() ? nullptr : &languages.front();
@@ -103,13 +98,12 @@ RestResponse GetLocalCloudStorage(const RestRequest& request, PlatformContext& c
 
 // Data: {"HDDList":{"Count":2,"HDD":[{"PoolType":1,"PoolName":"pool-video"},{"PoolType":4,"PoolName":".."}]}}
 RestResponse GetRecordServerDisks(const RestRequest& request, PlatformContext& context) {
-    int id = 0;
-    if (!CaptureInt(request, 0, id)) {
-        return PlatformError(kErrBadRequest, "the storage server id is out of range");
-    }
-    const StorageServer* server = context.fixture.FindStorageServer(id);
+    RestResponse error;
+    const StorageServer* server = FindCaptured(
+        request, "storage server", [&context](int id) { return context.fixture.FindStorageServer(id); },
+        error);
     if (server == nullptr) {
-        return PlatformError(kErrNotFound, "no storage server " + std::to_string(id));
+        return error;
     }
     Json::CWriter w;
     w.BeginObject().BeginObject("HDDList").Int("Count", static_cast<int64_t>(server->disks.size()));
@@ -126,12 +120,8 @@ RestResponse GetRecordServerDisks(const RestRequest& request, PlatformContext& c
 // Data:
 // {"ErrorCode":0,"DeviceID":501,"AccessType":0,"ProtocolType":"http","AccessPath":"","DeviceIP":"127.0.0.1",
 //   "AccessKey":"<encrypted>","SecretKey":"<encrypted>","SecureEncryptType":1,"ObjectPort":18657}
-RestResponse GetDeviceAccessWay(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse GetDeviceAccessWay(const RestRequest& request, const rapidjson::Document& body,
+                                PlatformContext& context) {
     const rapidjson::Value* idNode = Json::Find(body, "DeviceID");
     if (!Json::IsInt(idNode)) {
         return PlatformError(kErrBadRequest, "\"DeviceID\" must be an integer");
@@ -165,16 +155,15 @@ RestResponse GetDeviceAccessWay(const RestRequest& request, PlatformContext& con
 }  // namespace
 
 void AddConfigRoutes(CRouter& router, PlatformContext& context) {
-    router.Add("GET", PluginPath("/BaseConfig"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return GetBaseConfig(r, context); });
-    router.Add("GET", PluginPath("/GetLanguage"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return GetLanguage(r, context); });
-    router.Add("GET", PlatformPath("/Storage/LocalCloudStorageConfig"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return GetLocalCloudStorage(r, context); });
-    router.Add("GET", std::string(kPlatformV0) + "/SAM/Status/RecordServerDisk/{int}", RouteAccess::kSession,
-               [&context](const RestRequest& r) { return GetRecordServerDisks(r, context); });
-    router.Add("POST", PlatformPath("/DeviceAccessWay"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return GetDeviceAccessWay(r, context); });
+    AddRoutes(
+        router, context,
+        {{"GET", PluginPath("/BaseConfig"), RouteAccess::kSession, GetBaseConfig},
+         {"GET", PluginPath("/GetLanguage"), RouteAccess::kSession, WithBody<GetLanguage>},
+         {"GET", PlatformPath("/Storage/LocalCloudStorageConfig"), RouteAccess::kSession,
+          GetLocalCloudStorage},
+         {"GET", std::string(kPlatformV0) + "/SAM/Status/RecordServerDisk/{int}", RouteAccess::kSession,
+          GetRecordServerDisks},
+         {"POST", PlatformPath("/DeviceAccessWay"), RouteAccess::kSession, WithBody<GetDeviceAccessWay>}});
 }
 
 }  // namespace Platform

@@ -47,12 +47,7 @@ RestResponse Oplog(const RestRequest&, PlatformContext& context) {
 // Request (optional): {"Sessions":true} also closes every session. The simulated site goes back to the
 // fixture's state (plays ended without pushes, talk addresses closed, refusals lifted), and so do the
 // object stores (running, with the fixture's keys; their objects stay).
-RestResponse Reset(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse Reset(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     context.faults.Clear();
     context.requests.Clear();
     context.oplog.Clear();
@@ -75,12 +70,7 @@ RestResponse Reset(const RestRequest& request, PlatformContext& context) {
 // Request: {"Method":"GET","Path":"/DXAPI/...","Kind":"error","ErrorModule":30,"ErrorCode":6,
 //   "CascadingErrorInfo":"..","HttpStatus":0,"Body":"","DelayMs":0,"Count":-1}
 // Data: {"FaultID":1}
-RestResponse AddFault(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse AddFault(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     FaultRule rule;
     std::string problem;
     if (!ParseFaultRule(body, rule, problem)) {
@@ -113,12 +103,7 @@ RestResponse RemoveFault(const RestRequest& request, PlatformContext& context) {
 }
 
 // Request: {"RefuseSeconds":3}
-RestResponse DropPush(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse DropPush(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     const int seconds = static_cast<int>(Json::GetInt(body, "RefuseSeconds", 0));
     if (seconds < 0 || seconds > 3600) {
         return PlatformError(kErrBadRequest, "\"RefuseSeconds\" must be 0..3600");
@@ -147,12 +132,7 @@ RestResponse PushClients(const RestRequest&, PlatformContext& context) {
 }
 
 // Request: {"MessageType":3,"EventType":310001,"ProtocolType":1,"Module":0,"Data":{...}}: pushes that frame.
-RestResponse PushSend(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse PushSend(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     const rapidjson::Value* data = Json::Find(body, "Data");
     if (data == nullptr || !data->IsObject()) {
         return PlatformError(kErrBadRequest, "\"Data\" must be an object");
@@ -220,12 +200,7 @@ RestResponse Broadcasts(const RestRequest&, PlatformContext& context) {
 }
 
 // Request: {"SecureEncryptType":0} switches the scheme of device passwords, tokens and access-way keys.
-RestResponse Security(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse Security(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     const int type = static_cast<int>(Json::GetInt(body, "SecureEncryptType", -2));
     if (type != 0 && type != 1) {
         return PlatformError(kErrBadRequest, "\"SecureEncryptType\" must be 0 or 1");
@@ -237,22 +212,18 @@ RestResponse Security(const RestRequest& request, PlatformContext& context) {
 }  // namespace
 
 void AddControlRoutes(CRouter& router, PlatformContext& context) {
-    auto add = [&router, &context](const char* method, const std::string& path,
-                                   RestResponse (*handler)(const RestRequest&, PlatformContext&)) {
-        router.Add(method, "/_control" + path, RouteAccess::kPublic,
-                   [&context, handler](const RestRequest& r) { return handler(r, context); });
-    };
-    add("GET", "/requests", Requests);
-    add("GET", "/oplog", Oplog);
-    add("POST", "/reset", Reset);
-    add("POST", "/fault", AddFault);
-    add("GET", "/faults", ListFaults);
-    add("DELETE", "/fault/{int}", RemoveFault);
-    add("POST", "/push/drop", DropPush);
-    add("GET", "/push/clients", PushClients);
-    add("POST", "/push/send", PushSend);
-    add("GET", "/broadcasts", Broadcasts);
-    add("POST", "/security", Security);
+    AddRoutes(router, context,
+              {{"GET", ControlPath("/requests"), RouteAccess::kPublic, Requests},
+               {"GET", ControlPath("/oplog"), RouteAccess::kPublic, Oplog},
+               {"POST", ControlPath("/reset"), RouteAccess::kPublic, WithBody<Reset>},
+               {"POST", ControlPath("/fault"), RouteAccess::kPublic, WithBody<AddFault>},
+               {"GET", ControlPath("/faults"), RouteAccess::kPublic, ListFaults},
+               {"DELETE", ControlPath("/fault/{int}"), RouteAccess::kPublic, RemoveFault},
+               {"POST", ControlPath("/push/drop"), RouteAccess::kPublic, WithBody<DropPush>},
+               {"GET", ControlPath("/push/clients"), RouteAccess::kPublic, PushClients},
+               {"POST", ControlPath("/push/send"), RouteAccess::kPublic, WithBody<PushSend>},
+               {"GET", ControlPath("/broadcasts"), RouteAccess::kPublic, Broadcasts},
+               {"POST", ControlPath("/security"), RouteAccess::kPublic, WithBody<Security>}});
     AddSimulationControlRoutes(router, context);
     AddStorageControlRoutes(router, context);
 }

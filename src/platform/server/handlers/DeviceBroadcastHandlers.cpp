@@ -31,12 +31,8 @@ struct FailedDevice {
 //   "DeviceType":2001,"AccessProtocol":1,"IP":"127.0.0.1","Port":18664,"UserName":"admin",
 //   "Password":"<encrypted>","Channel":1,"EncodeType":1,"Online":true}],
 //   "FailedList":[{"DeviceID":4242,"ErrorCode":3,"ErrorModule":30,"ErrorInfo":"unknown device"}]}
-RestResponse StartDeviceBroadcast(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse StartDeviceBroadcast(const RestRequest& request, const rapidjson::Document& body,
+                                  PlatformContext& context) {
     const rapidjson::Value* ids = Json::Find(body, "DeviceIDs");
     if (ids == nullptr || !ids->IsArray() || ids->Empty()) {
         return PlatformError(kErrBadRequest, "\"DeviceIDs\" must be a non-empty array of device ids");
@@ -114,12 +110,8 @@ RestResponse StartDeviceBroadcast(const RestRequest& request, PlatformContext& c
 
 // Request: {"GroupId":"<guid>"}
 // Data: {}
-RestResponse StopDeviceBroadcast(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse StopDeviceBroadcast(const RestRequest&, const rapidjson::Document& body,
+                                 PlatformContext& context) {
     const rapidjson::Value* guid = Json::Find(body, "GroupId");
     if (guid == nullptr || !guid->IsString()) {
         return PlatformError(kErrBadRequest, "\"GroupId\" must be the GUID of a device broadcast");
@@ -134,10 +126,11 @@ RestResponse StopDeviceBroadcast(const RestRequest& request, PlatformContext& co
 }  // namespace
 
 void AddDeviceBroadcastRoutes(CRouter& router, PlatformContext& context) {
-    router.Add("POST", PlatformPath("/DeviceBroadcast/Start"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return StartDeviceBroadcast(r, context); });
-    router.Add("POST", PlatformPath("/DeviceBroadcast/Stop"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return StopDeviceBroadcast(r, context); });
+    AddRoutes(router, context,
+              {{"POST", PlatformPath("/DeviceBroadcast/Start"), RouteAccess::kSession,
+                WithBody<StartDeviceBroadcast>},
+               {"POST", PlatformPath("/DeviceBroadcast/Stop"), RouteAccess::kSession,
+                WithBody<StopDeviceBroadcast>}});
 }
 
 }  // namespace Platform

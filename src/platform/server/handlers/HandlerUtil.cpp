@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "framework/business/secret/SecretCipher.h"
+#include "platform/server/ParseInt.h"
 #include "platform/server/json/Json.h"
 
 namespace Platform {
@@ -54,13 +55,11 @@ bool ParseIdList(const std::string& text, std::vector<int>& ids) {
             return false;
         }
         item = item.substr(first, last - first + 1);
-        char* end = nullptr;
-        errno = 0;
-        long value = std::strtol(item.c_str(), &end, 10);
-        if (errno != 0 || end == nullptr || *end != '\0' || value < INT_MIN || value > INT_MAX) {
+        int value = 0;
+        if (!ParseInt(item, INT_MIN, INT_MAX, value)) {
             return false;
         }
-        ids.push_back(static_cast<int>(value));
+        ids.push_back(value);
         if (comma == std::string::npos) {
             break;
         }
@@ -118,15 +117,24 @@ bool CaptureInt(const RestRequest& request, size_t index, int& value) {
     if (index >= request.captures.size()) {
         return false;
     }
-    const std::string& text = request.captures[index];
-    char* end = nullptr;
-    errno = 0;
-    long v = std::strtol(text.c_str(), &end, 10);
-    if (text.empty() || errno != 0 || end == nullptr || *end != '\0' || v < INT_MIN || v > INT_MAX) {
-        return false;
+    return ParseInt(request.captures[index], INT_MIN, INT_MAX, value);
+}
+
+PageRange PageOf(size_t count, int page, int pageSize) {
+    PageRange range{0, count};
+    if (page > 0) {
+        range.first = std::min(count, static_cast<size_t>(page - 1) * static_cast<size_t>(pageSize));
+        range.last = std::min(count, range.first + static_cast<size_t>(pageSize));
     }
-    value = static_cast<int>(v);
-    return true;
+    return range;
+}
+
+void AddRoutes(CRouter& router, PlatformContext& context, std::initializer_list<RouteEntry> routes) {
+    for (const RouteEntry& route : routes) {
+        const PlatformHandler handler = route.handler;
+        router.Add(route.method, route.pattern, route.access,
+                   [&context, handler](const RestRequest& r) { return handler(r, context); });
+    }
 }
 
 }  // namespace Platform

@@ -26,12 +26,7 @@ bool HasChildren(const Fixture& fixture, int id) {
 //   0 gives the direct children only.
 // Data: {"FileDirectoryList":{"FileDirectory":[{"ID":2,"BaseInfo":{"Name":"Announcements","ParentID":0,
 //   "IsHaveChildDirectory":1}}]}}
-RestResponse Directories(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse Directories(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     const rapidjson::Value* parentNode =
         Json::Find(body, "FileDirectoryRequest/SearchCriteria/ParentFileDirectoryID");
     if (parentNode != nullptr && !Json::IsInt(parentNode)) {
@@ -86,12 +81,7 @@ void WriteMediaFile(Json::CWriter& w, const char* key, const MediaFileEntry& m) 
 // Data: {"MediaFileList":{"MediaFile":[{"ID":2,"Name":"opening","format":"mp3","size":180,
 //   "StorageType":"localStorage","StorageServerID":0,"StoragePoolID":"broadcast","StoreUrl":"..",
 //   "duration":23,"ParentID":3}]},"TotalCount":2,"PageIndex":-1}
-RestResponse Files(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse Files(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     const rapidjson::Value* dirNode =
         Json::Find(body, "MediaFilesListRequest/SearchCriteria/MediaFileDirectoryID");
     if (dirNode != nullptr && !Json::IsInt(dirNode)) {
@@ -114,15 +104,10 @@ RestResponse Files(const RestRequest& request, PlatformContext& context) {
             matches.push_back(&m);
         }
     }
-    size_t first = 0;
-    size_t last = matches.size();
-    if (page > 0) {
-        first = std::min(matches.size(), static_cast<size_t>(page - 1) * static_cast<size_t>(pageSize));
-        last = std::min(matches.size(), first + static_cast<size_t>(pageSize));
-    }
+    const PageRange range = PageOf(matches.size(), page, pageSize);
     Json::CWriter w;
     w.BeginObject().BeginObject("MediaFileList").BeginArray("MediaFile");
-    for (size_t i = first; i < last; ++i) {
+    for (size_t i = range.first; i < range.last; ++i) {
         WriteMediaFile(w, nullptr, *matches[i]);
     }
     w.EndArray().EndObject();
@@ -133,13 +118,11 @@ RestResponse Files(const RestRequest& request, PlatformContext& context) {
 
 // Data: {"materialInfo":{...the keys of one media file...}}
 RestResponse FileById(const RestRequest& request, PlatformContext& context) {
-    int id = 0;
-    if (!CaptureInt(request, 0, id)) {
-        return PlatformError(kErrBadRequest, "the media file id is out of range");
-    }
-    const MediaFileEntry* file = context.fixture.FindFile(id);
+    RestResponse error;
+    const MediaFileEntry* file = FindCaptured(
+        request, "media file", [&context](int id) { return context.fixture.FindFile(id); }, error);
     if (file == nullptr) {
-        return PlatformError(kErrNotFound, "no media file " + std::to_string(id));
+        return error;
     }
     Json::CWriter w;
     w.BeginObject();
@@ -151,12 +134,11 @@ RestResponse FileById(const RestRequest& request, PlatformContext& context) {
 }  // namespace
 
 void AddMediaRoutes(CRouter& router, PlatformContext& context) {
-    router.Add("POST", PluginPath("/MediaManagement/FileDirectorys"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return Directories(r, context); });
-    router.Add("POST", PluginPath("/MediaManagement/MediaFiles"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return Files(r, context); });
-    router.Add("POST", PluginPath("/MediaManagement/MediaFile/{int}"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return FileById(r, context); });
+    AddRoutes(router, context,
+              {{"POST", PluginPath("/MediaManagement/FileDirectorys"), RouteAccess::kSession,
+                WithBody<Directories>},
+               {"POST", PluginPath("/MediaManagement/MediaFiles"), RouteAccess::kSession, WithBody<Files>},
+               {"POST", PluginPath("/MediaManagement/MediaFile/{int}"), RouteAccess::kSession, FileById}});
 }
 
 }  // namespace Platform

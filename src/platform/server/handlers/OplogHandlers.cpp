@@ -12,12 +12,8 @@ namespace {
 // Request: {"OperationLogList":[{"LogType":265001,"OccurTime":1767225600,"ElementName":"Hall A,Lobby"}]}
 //   "OccurTime": seconds since the epoch.
 // Data: {"Count":1}
-RestResponse AddOperationLog(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse AddOperationLog(const RestRequest& request, const rapidjson::Document& body,
+                             PlatformContext& context) {
     const rapidjson::Value* list = Json::Find(body, "OperationLogList");
     if (list == nullptr || !list->IsArray() || list->Empty()) {
         return PlatformError(kErrBadRequest, "\"OperationLogList\" must be a non-empty array");
@@ -53,8 +49,8 @@ RestResponse AddOperationLog(const RestRequest& request, PlatformContext& contex
 }  // namespace
 
 void AddOplogRoutes(CRouter& router, PlatformContext& context) {
-    router.Add("POST", PlatformPath("/OperationLog"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return AddOperationLog(r, context); });
+    AddRoutes(router, context,
+              {{"POST", PlatformPath("/OperationLog"), RouteAccess::kSession, WithBody<AddOperationLog>}});
 }
 
 }  // namespace Platform

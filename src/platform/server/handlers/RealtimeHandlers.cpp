@@ -101,22 +101,24 @@ void WriteResource(Json::CWriter& w, const Element& element, const Device* devic
 //   "Channelnfo":{"DeviceIndex":"1","DeviceResourceID":1003}}}]}]}}
 // Every request entry gives one streaming-server group and one device group, each when it has elements.
 // Live talk (AudioSource 1) needs the user's RealBroadcastHasAuthority, files (2) BroadcastHasAuthority.
-RestResponse CommonUrlList(const RestRequest& request, PlatformContext& context) {
+// The requests of a CommonUrlList body (an array, or one under "CommonUrlRequest"), each allowed for the
+// user.
+bool ReadUrlRequests(const RestRequest& request, const PlatformContext& context,
+                     std::vector<UrlRequest>& requests, RestResponse& error) {
     rapidjson::Document body;
-    RestResponse error;
     if (!ParseBody(request, body, error)) {
-        return error;
+        return false;
     }
     const rapidjson::Value* list = body.IsArray() ? &body : Json::Find(body, "CommonUrlRequest");
     if (list == nullptr || !list->IsArray() || list->Empty()) {
-        return PlatformError(kErrBadRequest, "\"CommonUrlRequest\" must be a non-empty array");
+        error = PlatformError(kErrBadRequest, "\"CommonUrlRequest\" must be a non-empty array");
+        return false;
     }
-    std::vector<UrlRequest> requests;
     for (rapidjson::SizeType i = 0; i < list->Size(); ++i) {
         UrlRequest r;
         if (!ReadUrlRequest((*list)[i], "CommonUrlRequest[" + std::to_string(i + 1) + "]", context.fixture, r,
                             error)) {
-            return error;
+            return false;
         }
         requests.push_back(r);
     }
@@ -124,75 +126,105 @@ RestResponse CommonUrlList(const RestRequest& request, PlatformContext& context)
     for (size_t i = 0; i < requests.size(); ++i) {
         const bool live = requests[i].audioSource == 1;
         if (user == nullptr || !(live ? user->realBroadcastRight : user->broadcastRight)) {
-            return PlatformError(kErrNoRight, "CommonUrlRequest[" + std::to_string(i + 1) + "]: user \"" +
-                                                  request.session.userName + "\" may not " +
-                                                  (live ? "talk live" : "broadcast files"));
+            error = PlatformError(kErrNoRight, "CommonUrlRequest[" + std::to_string(i + 1) + "]: user \"" +
+                                                   request.session.userName + "\" may not " +
+                                                   (live ? "talk live" : "broadcast files"));
+            return false;
         }
     }
+    return true;
+}
 
-    const Fixture& fixture = context.fixture;
+// The streaming server's address of a group, with its token when the server asks for one.
+bool WriteSmsAddress(Json::CWriter& w, const RestRequest& request, const PlatformContext& context,
+                     BroadcastGroup& g, RestResponse& error) {
+    const StreamingServer& sms = context.fixture.streamingServer;
     const int secureType = context.registry.SecureEncryptType();
-    const std::string host = PublicHost(request, context);
-    const StreamingServer& sms = fixture.streamingServer;
-    const std::string smsHost = sms.host.empty() ? host : sms.host;
+    const std::string smsHost = sms.host.empty() ? PublicHost(request, context) : sms.host;
+    g.url = "[sms:" + std::to_string(sms.smsVersion) + "]rtsp://" + smsHost + ":" +
+            std::to_string(sms.rtspPort) + "/" + sms.pathPrefix + "/" + g.guid;
+    w.String("Url", g.url).Int("SMSversion", sms.smsVersion).Int("SecureEncryptType", secureType);
+    if (!sms.tokenEnabled) {
+        w.BeginObject("SMSToken").Int("Enable", 0).String("Token", "").EndObject();
+        return true;
+    }
+    std::string raw;
+    std::string encrypted;
+    if (!BusinessCommon::SecretPrimitives::RandomBytes(16, raw)) {
+        error = PlatformError(kErrInternal, "cannot draw a token", 500);
+        return false;
+    }
+    g.token = BusinessCommon::SecretPrimitives::ToHex(raw);
+    if (!EncryptForSession(request, secureType, g.token, encrypted)) {
+        error = PlatformError(kErrInternal, "cannot encrypt the token", 500);
+        return false;
+    }
+    w.BeginObject("SMSToken").Int("Enable", 1).String("Token", encrypted).EndObject();
+    return true;
+}
+
+// One group of a request's elements on one transport: its address and resources, written as a CommonUrl.
+bool WriteGroup(Json::CWriter& w, const RestRequest& request, const PlatformContext& context,
+                const UrlRequest& r, GroupTransport transport, BroadcastGroup& g, RestResponse& error) {
+    const std::vector<const Element*>& elements = transport == GroupTransport::kSms ? r.sms : r.sdk;
+    const int secureType = context.registry.SecureEncryptType();
+    g.guid = NewGuid();
+    if (g.guid.empty()) {
+        error = PlatformError(kErrInternal, "cannot draw a GUID", 500);
+        return false;
+    }
+    g.transport = transport;
+    g.audioSource = r.audioSource;
+    g.adaptiveNetWork = r.adaptiveNetWork;
+    g.promptInFront = r.promptInFront;
+    g.userName = request.session.userName;
+    g.createdMs = NowMs();
+    for (const Element* e : elements) {
+        g.elementIds.push_back(e->id);
+    }
+    w.BeginObject().String("ResourceGuid", g.guid);
+    if (transport == GroupTransport::kSms) {
+        if (!WriteSmsAddress(w, request, context, g, error)) {
+            return false;
+        }
+    } else {
+        g.url = "[sdk:1]sdk://" + PublicHost(request, context) + "/broadcast/" + g.guid;
+        w.String("Url", g.url).Int("SecureEncryptType", secureType);
+    }
+    w.Int("ResourceType", kSourceTypeBroadcastElement);
+    w.BeginArray("ResourceList");
+    for (const Element* e : elements) {
+        const Device* device = context.fixture.FindDevice(e->deviceId);
+        std::string password;
+        if (transport == GroupTransport::kSdk && device != nullptr &&
+            !EncryptForSession(request, secureType, device->password, password)) {
+            error = PlatformError(kErrInternal, "cannot encrypt a device password", 500);
+            return false;
+        }
+        WriteResource(w, *e, device, transport == GroupTransport::kSdk, password);
+    }
+    w.EndArray().EndObject();
+    return true;
+}
+
+RestResponse CommonUrlList(const RestRequest& request, PlatformContext& context) {
+    std::vector<UrlRequest> requests;
+    RestResponse error;
+    if (!ReadUrlRequests(request, context, requests, error)) {
+        return error;
+    }
     std::vector<BroadcastGroup> groups;
     Json::CWriter w;
     w.BeginObject().BeginObject("CommonUrlList").BeginArray("CommonUrl");
     for (const UrlRequest& r : requests) {
         for (GroupTransport transport : {GroupTransport::kSms, GroupTransport::kSdk}) {
-            const std::vector<const Element*>& elements = transport == GroupTransport::kSms ? r.sms : r.sdk;
-            if (elements.empty()) {
+            if ((transport == GroupTransport::kSms ? r.sms : r.sdk).empty()) {
                 continue;
             }
             BroadcastGroup g;
-            g.guid = NewGuid();
-            if (g.guid.empty()) {
-                return PlatformError(kErrInternal, "cannot draw a GUID", 500);
+            if (!WriteGroup(w, request, context, r, transport, g, error)) {
+                return error;
             }
-            g.transport = transport;
-            g.audioSource = r.audioSource;
-            g.adaptiveNetWork = r.adaptiveNetWork;
-            g.promptInFront = r.promptInFront;
-            g.userName = request.session.userName;
-            g.createdMs = NowMs();
-            for (const Element* e : elements) {
-                g.elementIds.push_back(e->id);
-            }
-            w.BeginObject().String("ResourceGuid", g.guid);
-            if (transport == GroupTransport::kSms) {
-                g.url = "[sms:" + std::to_string(sms.smsVersion) + "]rtsp://" + smsHost + ":" +
-                        std::to_string(sms.rtspPort) + "/" + sms.pathPrefix + "/" + g.guid;
-                w.String("Url", g.url).Int("SMSversion", sms.smsVersion).Int("SecureEncryptType", secureType);
-                if (sms.tokenEnabled) {
-                    std::string raw;
-                    std::string encrypted;
-                    if (!BusinessCommon::SecretPrimitives::RandomBytes(16, raw)) {
-                        return PlatformError(kErrInternal, "cannot draw a token", 500);
-                    }
-                    g.token = BusinessCommon::SecretPrimitives::ToHex(raw);
-                    if (!EncryptForSession(request, secureType, g.token, encrypted)) {
-                        return PlatformError(kErrInternal, "cannot encrypt the token", 500);
-                    }
-                    w.BeginObject("SMSToken").Int("Enable", 1).String("Token", encrypted).EndObject();
-                } else {
-                    w.BeginObject("SMSToken").Int("Enable", 0).String("Token", "").EndObject();
-                }
-            } else {
-                g.url = "[sdk:1]sdk://" + host + "/broadcast/" + g.guid;
-                w.String("Url", g.url).Int("SecureEncryptType", secureType);
-            }
-            w.Int("ResourceType", kSourceTypeBroadcastElement);
-            w.BeginArray("ResourceList");
-            for (const Element* e : elements) {
-                const Device* device = fixture.FindDevice(e->deviceId);
-                std::string password;
-                if (transport == GroupTransport::kSdk && device != nullptr &&
-                    !EncryptForSession(request, secureType, device->password, password)) {
-                    return PlatformError(kErrInternal, "cannot encrypt a device password", 500);
-                }
-                WriteResource(w, *e, device, transport == GroupTransport::kSdk, password);
-            }
-            w.EndArray().EndObject();
             groups.push_back(g);
         }
     }
@@ -209,12 +241,8 @@ RestResponse CommonUrlList(const RestRequest& request, PlatformContext& context)
 
 // Request: {"ResourceGuid":"..","ResourceIDs":"1003,1004","ResourceType":1027,"Status":1,"ErrorModule":0,
 //   "ErrorCode":0}; Status 1 started, 2 start failed, 3 stopped.
-RestResponse UpdateBroadcastStatus(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse UpdateBroadcastStatus(const RestRequest&, const rapidjson::Document& body,
+                                   PlatformContext& context) {
     const std::string guid = Json::GetString(body, "ResourceGuid");
     if (guid.empty()) {
         return PlatformError(kErrBadRequest, "\"ResourceGuid\" is required");
@@ -291,12 +319,8 @@ RestResponse PromptTone(const RestRequest& request, PlatformContext& context, bo
 // "PlayType" true starts, false stops; an explicit "Start" flag wins over it. A start needs the user's
 // BroadcastHasAuthority; a stop is always taken.
 // Data: {"ErrorList":[{"ElementID":1007,"ElementName":"Yard horn","ErrorModule":30,"ErrorCode":7}]}
-RestResponse Tts(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
+RestResponse Tts(const RestRequest& request, const rapidjson::Document& body, PlatformContext& context) {
     RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
     const rapidjson::Value* root = Json::Find(body, "RealTimeBroadcastTTSRequest");
     if (root == nullptr || !root->IsObject()) {
         return PlatformError(kErrBadRequest, "\"RealTimeBroadcastTTSRequest\" is required");
@@ -367,16 +391,15 @@ RestResponse Tts(const RestRequest& request, PlatformContext& context) {
 }  // namespace
 
 void AddRealtimeRoutes(CRouter& router, PlatformContext& context) {
-    router.Add("GET", PluginPath("/RealTimeBroadcast/CommonUrlList"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return CommonUrlList(r, context); });
-    router.Add("PUT", PluginPath("/RealTimeBroadcast/UpdateBroadcastStatus"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return UpdateBroadcastStatus(r, context); });
-    router.Add("POST", PluginPath("/RealTimeBroadcast/StartPromptTone"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return PromptTone(r, context, true); });
-    router.Add("POST", PluginPath("/RealTimeBroadcast/StopPromptTone"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return PromptTone(r, context, false); });
-    router.Add("POST", PluginPath("/RealTimeBroadcast/TTS"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return Tts(r, context); });
+    AddRoutes(router, context,
+              {{"GET", PluginPath("/RealTimeBroadcast/CommonUrlList"), RouteAccess::kSession, CommonUrlList},
+               {"PUT", PluginPath("/RealTimeBroadcast/UpdateBroadcastStatus"), RouteAccess::kSession,
+                WithBody<UpdateBroadcastStatus>},
+               {"POST", PluginPath("/RealTimeBroadcast/StartPromptTone"), RouteAccess::kSession,
+                [](const RestRequest& r, PlatformContext& c) { return PromptTone(r, c, true); }},
+               {"POST", PluginPath("/RealTimeBroadcast/StopPromptTone"), RouteAccess::kSession,
+                [](const RestRequest& r, PlatformContext& c) { return PromptTone(r, c, false); }},
+               {"POST", PluginPath("/RealTimeBroadcast/TTS"), RouteAccess::kSession, WithBody<Tts>}});
 }
 
 }  // namespace Platform

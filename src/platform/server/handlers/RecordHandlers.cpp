@@ -81,12 +81,8 @@ bool CheckStoredObject(CObjectStores& stores, BroadcastRecord& record, RestRespo
 //   "BroadcastMode":0}}
 // Data: {"RecordID":1}
 // With the object stores running, StoreUrl must name an object that is stored (a signed HEAD tells).
-RestResponse Record(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
+RestResponse Record(const RestRequest& request, const rapidjson::Document& body, PlatformContext& context) {
     RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
     const rapidjson::Value* root = Json::Find(body, "RealTimeBroadcastRecordsRequest");
     if (root == nullptr || !root->IsObject()) {
         return PlatformError(kErrBadRequest, "\"RealTimeBroadcastRecordsRequest\" is required");
@@ -152,12 +148,7 @@ void WriteStorage(Json::CWriter& w, const BroadcastRecord& r, const CObjectStore
 //   "format":"wav","size":12,"Bytes":12288,"StorageType":"pStorage","StorageServerID":501,"StoreUrl":".."},
 //   "BroadcastMode":0,"UserName":"operator","RegisterTime":"2026-11-24 10:18:40"}]},"TotalCount":1,
 //   "PageIndex":1}
-RestResponse Records(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse Records(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     const std::string base = "RealTimeBroadcastRecordListRequest/";
     const std::string criteria = base + "SearchCriteria/";
     const rapidjson::Value* elementNode = Json::Find(body, (criteria + "ElementID").c_str());
@@ -188,15 +179,10 @@ RestResponse Records(const RestRequest& request, PlatformContext& context) {
             matches.push_back(std::move(r));
         }
     }
-    size_t first = 0;
-    size_t last = matches.size();
-    if (page > 0) {
-        first = std::min(matches.size(), static_cast<size_t>(page - 1) * static_cast<size_t>(pageSize));
-        last = std::min(matches.size(), first + static_cast<size_t>(pageSize));
-    }
+    const PageRange range = PageOf(matches.size(), page, pageSize);
     Json::CWriter w;
     w.BeginObject().BeginObject("RealTimeBroadcastRecordList").BeginArray("RealTimeBroadcastRecord");
-    for (size_t i = first; i < last; ++i) {
+    for (size_t i = range.first; i < range.last; ++i) {
         const BroadcastRecord& r = matches[i];
         w.BeginObject().Int("RecordID", r.sequence).BeginObject("ElementList").BeginArray("Element");
         for (int id : r.elementIds) {
@@ -221,10 +207,9 @@ RestResponse Records(const RestRequest& request, PlatformContext& context) {
 }  // namespace
 
 void AddRecordRoutes(CRouter& router, PlatformContext& context) {
-    router.Add("POST", PluginPath("/RealTimeBroadcast/Record"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return Record(r, context); });
-    router.Add("POST", PluginPath("/RealTimeBroadcast/Records"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return Records(r, context); });
+    AddRoutes(router, context,
+              {{"POST", PluginPath("/RealTimeBroadcast/Record"), RouteAccess::kSession, WithBody<Record>},
+               {"POST", PluginPath("/RealTimeBroadcast/Records"), RouteAccess::kSession, WithBody<Records>}});
 }
 
 }  // namespace Platform

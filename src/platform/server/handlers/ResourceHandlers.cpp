@@ -16,12 +16,8 @@ namespace {
 //   "ElementList":[{"ID":1001,"Name":"Hall A","SourceType":1027,"Channel":1,"EncodeDeviceID":101}],
 //   "DeviceList":[{"ID":101,"Name":"Hall speaker","DeviceType":2020,"AccessProtocol":1,"IP":"127.0.0.1",
 //   "Port":18661,"UserName":"admin","Password":"<encrypted>"}],"NotFoundIDList":[]}
-RestResponse IncrementalDownload(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse IncrementalDownload(const RestRequest& request, const rapidjson::Document& body,
+                                 PlatformContext& context) {
     const int sourceType = static_cast<int>(Json::GetInt(body, "SourceType", -1));
     if (sourceType != kSourceTypeBroadcastElement) {
         return PlatformError(kErrUnsupported,
@@ -91,13 +87,11 @@ RestResponse IncrementalDownload(const RestRequest& request, PlatformContext& co
 
 // Data: {"DeviceID":101,"StreamAccessType":2}
 RestResponse AccessType(const RestRequest& request, PlatformContext& context) {
-    int id = 0;
-    if (!CaptureInt(request, 0, id)) {
-        return PlatformError(kErrBadRequest, "the device id is out of range");
-    }
-    const Device* d = context.fixture.FindDevice(id);
+    RestResponse error;
+    const Device* d = FindCaptured(
+        request, "device", [&context](int id) { return context.fixture.FindDevice(id); }, error);
     if (d == nullptr) {
-        return PlatformError(kErrNotFound, "no device " + std::to_string(id));
+        return error;
     }
     Json::CWriter w;
     w.BeginObject().Int("DeviceID", d->id).Int("StreamAccessType", d->streamAccessType).EndObject();
@@ -118,12 +112,12 @@ RestResponse AccessTypes(const RestRequest&, PlatformContext& context) {
 }  // namespace
 
 void AddResourceRoutes(CRouter& router, PlatformContext& context) {
-    router.Add("POST", PlatformPath("/Resource/IncrementalDownload"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return IncrementalDownload(r, context); });
-    router.Add("GET", PlatformPath("/StreamConfig/IPSpeakerAccessType/{int}"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return AccessType(r, context); });
-    router.Add("GET", PlatformPath("/StreamConfig/IPSpeakerAccessTypes"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return AccessTypes(r, context); });
+    AddRoutes(
+        router, context,
+        {{"POST", PlatformPath("/Resource/IncrementalDownload"), RouteAccess::kSession,
+          WithBody<IncrementalDownload>},
+         {"GET", PlatformPath("/StreamConfig/IPSpeakerAccessType/{int}"), RouteAccess::kSession, AccessType},
+         {"GET", PlatformPath("/StreamConfig/IPSpeakerAccessTypes"), RouteAccess::kSession, AccessTypes}});
 }
 
 }  // namespace Platform

@@ -19,12 +19,7 @@ std::string PushUrl(const RestRequest& request, const PlatformContext& context) 
 // {"Token":"..","SessionKey":"..","UserID":1,"UserName":"operator","PushUrl":"ws://127.0.0.1:18651/push",
 //        "ServerTime":1767225600000,"SiteName":"..","SecureEncryptType":1,
 //        "BroadcastRights":{"BroadcastHasAuthority":true,"RealBroadcastHasAuthority":true}}
-RestResponse Login(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse Login(const RestRequest& request, const rapidjson::Document& body, PlatformContext& context) {
     const rapidjson::Value* userNode = Json::Find(body, "UserName");
     const rapidjson::Value* passwordNode = Json::Find(body, "Password");
     if (userNode == nullptr || !userNode->IsString() || passwordNode == nullptr ||
@@ -76,12 +71,10 @@ RestResponse Heartbeat(const RestRequest& request, PlatformContext&) {
 }  // namespace
 
 void AddSessionRoutes(CRouter& router, PlatformContext& context) {
-    router.Add("POST", PlatformPath("/Session/Login"), RouteAccess::kPublic,
-               [&context](const RestRequest& r) { return Login(r, context); });
-    router.Add("POST", PlatformPath("/Session/Logout"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return Logout(r, context); });
-    router.Add("GET", PlatformPath("/Session/Heartbeat"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return Heartbeat(r, context); });
+    AddRoutes(router, context,
+              {{"POST", PlatformPath("/Session/Login"), RouteAccess::kPublic, WithBody<Login>},
+               {"POST", PlatformPath("/Session/Logout"), RouteAccess::kSession, Logout},
+               {"GET", PlatformPath("/Session/Heartbeat"), RouteAccess::kSession, Heartbeat}});
 }
 
 }  // namespace Platform

@@ -51,12 +51,8 @@ RestResponse Speakers(const RestRequest&, PlatformContext& context) {
 }
 
 // Request: {"Online":false,"Connects":false} (either key may be left out).
-RestResponse SetSpeaker(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse SetSpeaker(const RestRequest& request, const rapidjson::Document& body,
+                        PlatformContext& context) {
     int id = 0;
     CSpeakerSim& sim = context.site.Speakers();
     if (!CaptureInt(request, 0, id) || context.fixture.FindElement(id) == nullptr) {
@@ -129,12 +125,8 @@ RestResponse ResetLateness(const RestRequest&, PlatformContext& context) {
 
 // Request: {"RefuseLogin":true,"RefusedChannels":[1],"Online":false} (any of the keys): devices of the device
 // network interface only. Offline stops the device's listener; online starts it again on the same port.
-RestResponse SetDevice(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse SetDevice(const RestRequest& request, const rapidjson::Document& body,
+                       PlatformContext& context) {
     int id = 0;
     if (!CaptureInt(request, 0, id) || context.fixture.FindDevice(id) == nullptr) {
         return PlatformError(kErrNotFound, "no device " + request.captures.at(0));
@@ -226,12 +218,8 @@ RestResponse Streaming(const RestRequest&, PlatformContext& context) {
 }
 
 // Request: {"RefuseSessions":true,"RefuseStatus":503}
-RestResponse SetStreaming(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
+RestResponse SetStreaming(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
     CStreamingServer* streaming = context.site.Streaming();
     if (streaming == nullptr) {
         return PlatformError(kErrUnsupported, "the platform runs without its streaming server (--no-peers)");
@@ -263,20 +251,16 @@ RestResponse DropStreaming(const RestRequest&, PlatformContext& context) {
 }  // namespace
 
 void AddSimulationControlRoutes(CRouter& router, PlatformContext& context) {
-    auto add = [&router, &context](const char* method, const std::string& path,
-                                   RestResponse (*handler)(const RestRequest&, PlatformContext&)) {
-        router.Add(method, "/_control" + path, RouteAccess::kPublic,
-                   [&context, handler](const RestRequest& r) { return handler(r, context); });
-    };
-    add("GET", "/speakers", Speakers);
-    add("POST", "/speaker/{int}", SetSpeaker);
-    add("GET", "/devices", Devices);
-    add("POST", "/devices/lateness/reset", ResetLateness);
-    add("POST", "/device/{int}", SetDevice);
-    add("GET", "/device-broadcasts", DeviceBroadcasts);
-    add("GET", "/streaming", Streaming);
-    add("POST", "/streaming", SetStreaming);
-    add("POST", "/streaming/drop", DropStreaming);
+    AddRoutes(router, context,
+              {{"GET", ControlPath("/speakers"), RouteAccess::kPublic, Speakers},
+               {"POST", ControlPath("/speaker/{int}"), RouteAccess::kPublic, WithBody<SetSpeaker>},
+               {"GET", ControlPath("/devices"), RouteAccess::kPublic, Devices},
+               {"POST", ControlPath("/devices/lateness/reset"), RouteAccess::kPublic, ResetLateness},
+               {"POST", ControlPath("/device/{int}"), RouteAccess::kPublic, WithBody<SetDevice>},
+               {"GET", ControlPath("/device-broadcasts"), RouteAccess::kPublic, DeviceBroadcasts},
+               {"GET", ControlPath("/streaming"), RouteAccess::kPublic, Streaming},
+               {"POST", ControlPath("/streaming"), RouteAccess::kPublic, WithBody<SetStreaming>},
+               {"POST", ControlPath("/streaming/drop"), RouteAccess::kPublic, DropStreaming}});
 }
 
 }  // namespace Platform

@@ -114,13 +114,14 @@ RestResponse SetStore(const RestRequest& request, PlatformContext& context, cons
 }  // namespace
 
 void AddStorageControlRoutes(CRouter& router, PlatformContext& context) {
-    router.Add("GET", "/_control/storage", RouteAccess::kPublic,
-               [&context](const RestRequest& r) { return Storage(r, context); });
-    router.Add("POST", std::string("/_control/storage/") + kLocalStoreName, RouteAccess::kPublic,
-               [&context](const RestRequest& r) { return SetStore(r, context, kLocalStoreName); });
-    router.Add("POST", "/_control/storage/{int}", RouteAccess::kPublic, [&context](const RestRequest& r) {
-        return SetStore(r, context, r.captures.empty() ? std::string() : r.captures[0]);
-    });
+    AddRoutes(router, context,
+              {{"GET", ControlPath("/storage"), RouteAccess::kPublic, Storage},
+               {"POST", ControlPath(std::string("/storage/") + kLocalStoreName), RouteAccess::kPublic,
+                [](const RestRequest& r, PlatformContext& c) { return SetStore(r, c, kLocalStoreName); }},
+               {"POST", ControlPath("/storage/{int}"), RouteAccess::kPublic,
+                [](const RestRequest& r, PlatformContext& c) {
+                    return SetStore(r, c, r.captures.empty() ? std::string() : r.captures[0]);
+                }}});
 }
 
 }  // namespace Platform

@@ -13,12 +13,7 @@ namespace {
 
 // Request: {"BroadcastPatitionRequest":{"SearchCriteria":{"BroadcastPatitionName":""}}}
 // Data: {"BroadcastPatitionList":{"BroadcastPatition":[{"ID":1,"BaseInfo":{"Name":"Main building"}}]}}
-RestResponse Partitions(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse Partitions(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     const std::string name =
         Json::GetString(body, "BroadcastPatitionRequest/SearchCriteria/BroadcastPatitionName");
     Json::CWriter w;
@@ -59,12 +54,7 @@ void WriteTerminal(Json::CWriter& w, const Element& e, bool online) {
 // Data: {"BroadcastTerminalsList":{"BroadcastTerminal":[{"ID":1001,"BaseInfo":{"Name":"Hall A",
 //   "BroadcastPartitionIDList":[1]},"Config":{"PeerTaskHandling":0,"AudioCount":1,"Volume":70},
 //   "TerminalStatus":1,"Area":{"AreaID":10,"AreaName":"Ground floor"}}]}}
-RestResponse Terminals(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse Terminals(const RestRequest&, const rapidjson::Document& body, PlatformContext& context) {
     const bool all = Json::GetBool(body, "BroadcastTerminalsListRequest/SearchCriteria/AllPartition", true);
     const rapidjson::Value* partitionNode =
         Json::Find(body, "BroadcastTerminalsListRequest/SearchCriteria/BroadcastPatitionID");
@@ -97,10 +87,11 @@ RestResponse Terminals(const RestRequest& request, PlatformContext& context) {
 }  // namespace
 
 void AddTerminalRoutes(CRouter& router, PlatformContext& context) {
-    router.Add("GET", PluginPath("/TerminalManagement/Partitions"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return Partitions(r, context); });
-    router.Add("GET", PluginPath("/TerminalManagement/BroadcastTerminals"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return Terminals(r, context); });
+    AddRoutes(
+        router, context,
+        {{"GET", PluginPath("/TerminalManagement/Partitions"), RouteAccess::kSession, WithBody<Partitions>},
+         {"GET", PluginPath("/TerminalManagement/BroadcastTerminals"), RouteAccess::kSession,
+          WithBody<Terminals>}});
 }
 
 }  // namespace Platform

@@ -19,12 +19,8 @@ constexpr int kListenSampleRate = 8000;
 //   "Token":"<encrypted>","SecureEncryptType":1,"DeviceID":301,"EncodeType":1,"SampleRate":8000}
 // The address streams what the device's speakers play (their idle tone while they play nothing); the
 // token is fresh per answer and good for that device only.
-RestResponse VoiceTalkUrl(const RestRequest& request, PlatformContext& context) {
-    rapidjson::Document body;
-    RestResponse error;
-    if (!ParseBody(request, body, error)) {
-        return error;
-    }
+RestResponse VoiceTalkUrl(const RestRequest& request, const rapidjson::Document& body,
+                          PlatformContext& context) {
     const rapidjson::Value* idNode = Json::Find(body, "DeviceID");
     if (!Json::IsInt(idNode)) {
         return PlatformError(kErrBadRequest, "\"DeviceID\" must be a device id");
@@ -85,8 +81,8 @@ RestResponse VoiceTalkUrl(const RestRequest& request, PlatformContext& context) 
 }  // namespace
 
 void AddVoiceTalkRoutes(CRouter& router, PlatformContext& context) {
-    router.Add("POST", PlatformPath("/VoiceTalk/Url"), RouteAccess::kSession,
-               [&context](const RestRequest& r) { return VoiceTalkUrl(r, context); });
+    AddRoutes(router, context,
+              {{"POST", PlatformPath("/VoiceTalk/Url"), RouteAccess::kSession, WithBody<VoiceTalkUrl>}});
 }
 
 }  // namespace Platform

@@ -189,6 +189,43 @@ void CPushHub::OnNewConnection() {
     }
 }
 
+namespace {
+
+// The message types and events of a subscription request; false with what is wrong with it.
+bool ReadSubscription(const rapidjson::Document& doc, std::set<int>& types, std::map<int, int>& events,
+                      std::string& problem) {
+    if (const rapidjson::Value* list = Json::Find(doc, "MessageTypes")) {
+        if (!list->IsArray()) {
+            problem = "\"MessageTypes\" is no array";
+            return false;
+        }
+        for (const rapidjson::Value& v : list->GetArray()) {
+            if (!Json::IsInt(&v)) {
+                problem = "\"MessageTypes\" must hold integers";
+                return false;
+            }
+            types.insert(static_cast<int>(Json::ToInt(&v, 0)));
+        }
+    }
+    if (const rapidjson::Value* list = Json::Find(doc, "Events")) {
+        if (!list->IsArray()) {
+            problem = "\"Events\" is no array";
+            return false;
+        }
+        for (const rapidjson::Value& v : list->GetArray()) {
+            const rapidjson::Value* type = Json::Find(v, "EventType");
+            if (!Json::IsInt(type)) {
+                problem = "each event needs an integer \"EventType\"";
+                return false;
+            }
+            events[static_cast<int>(Json::ToInt(type, 0))] = static_cast<int>(Json::GetInt(v, "Type", 0));
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
 void CPushHub::OnTextMessage(QWebSocket* socket, const QString& text) {
     auto it = links_.find(socket);
     if (it == links_.end()) {
@@ -215,36 +252,10 @@ void CPushHub::OnTextMessage(QWebSocket* socket, const QString& text) {
     const bool subscribe = action == "Subscribe";
     std::set<int> types;
     std::map<int, int> events;
-    if (const rapidjson::Value* list = Json::Find(doc, "MessageTypes")) {
-        if (!list->IsArray()) {
-            socket->sendTextMessage(
-                QString::fromStdString(ErrorText(kErrBadRequest, "\"MessageTypes\" is no array")));
-            return;
-        }
-        for (const rapidjson::Value& v : list->GetArray()) {
-            if (!Json::IsInt(&v)) {
-                socket->sendTextMessage(
-                    QString::fromStdString(ErrorText(kErrBadRequest, "\"MessageTypes\" must hold integers")));
-                return;
-            }
-            types.insert(static_cast<int>(Json::ToInt(&v, 0)));
-        }
-    }
-    if (const rapidjson::Value* list = Json::Find(doc, "Events")) {
-        if (!list->IsArray()) {
-            socket->sendTextMessage(
-                QString::fromStdString(ErrorText(kErrBadRequest, "\"Events\" is no array")));
-            return;
-        }
-        for (const rapidjson::Value& v : list->GetArray()) {
-            const rapidjson::Value* type = Json::Find(v, "EventType");
-            if (!Json::IsInt(type)) {
-                socket->sendTextMessage(QString::fromStdString(
-                    ErrorText(kErrBadRequest, "each event needs an integer \"EventType\"")));
-                return;
-            }
-            events[static_cast<int>(Json::ToInt(type, 0))] = static_cast<int>(Json::GetInt(v, "Type", 0));
-        }
+    std::string problem;
+    if (!ReadSubscription(doc, types, events, problem)) {
+        socket->sendTextMessage(QString::fromStdString(ErrorText(kErrBadRequest, problem)));
+        return;
     }
     for (int t : types) {
         if (subscribe) {

@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "framework/business/secret/SecretCipher.h"
+#include "platform/server/MapValues.h"
 
 namespace Platform {
 
@@ -64,11 +65,7 @@ void CSessionStore::Clear() {
 
 std::vector<SessionInfo> CSessionStore::All() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<SessionInfo> out;
-    for (const auto& entry : sessions_) {
-        out.push_back(entry.second);
-    }
-    return out;
+    return MapValues(sessions_);
 }
 
 }  // namespace Platform

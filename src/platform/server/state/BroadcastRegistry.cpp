@@ -1,5 +1,7 @@
 #include "platform/server/state/BroadcastRegistry.h"
 
+#include "platform/server/MapValues.h"
+
 namespace Platform {
 
 void CBroadcastRegistry::AddGroup(const BroadcastGroup& group) {
@@ -58,11 +60,7 @@ std::vector<int> CBroadcastRegistry::StopTts(const std::vector<int>& elementIds)
 
 std::vector<TtsPlay> CBroadcastRegistry::TtsPlays() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<TtsPlay> out;
-    for (const auto& entry : tts_) {
-        out.push_back(entry.second);
-    }
-    return out;
+    return MapValues(tts_);
 }
 
 int64_t CBroadcastRegistry::AddRecord(BroadcastRecord record) {
