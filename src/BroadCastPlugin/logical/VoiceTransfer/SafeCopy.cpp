@@ -2,15 +2,14 @@
 
 #include <cstring>
 
-#include "framework/base/FormatLog.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 
 namespace BroadCastPlugin {
 
 namespace {
 
 void ReportSafeCopyError(const char* name, std::size_t destSize, std::size_t count) {
-    TAL_LOG(5, "Broadcast", "[%s]%s failed, destination size: %zu, count: %zu[%s(%d)]", name, destSize,
-            count);
+    BCAST_LOG(5, "[%s]%s failed, destination size: %zu, count: %zu[%s(%d)]", name, destSize, count);
 }
 
 }  // namespace

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/SafeCopy.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/TransferFactory.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpFanout.h"
 #include "framework/base/ErrorCode.h"
-#include "framework/base/FormatLog.h"
 #include "framework/base/LogThrottle.h"
 #include "framework/base/Singleton.h"
 
@@ -89,7 +89,7 @@ void CVoiceTransferManager::ClearTransfers(VoiceSendParam& group) {
 }
 
 bool CVoiceTransferManager::StartSendToZPS(const std::vector<ZPSTransferTarget>& targets) {
-    TAL_LOG(3, "Broadcast", "[%s]Start transfer to zps.[%s(%d)]");
+    BCAST_LOG(3, "[%s]Start transfer to zps.[%s(%d)]");
     if (zpsParam->started) {
         return true;
     }
@@ -111,7 +111,7 @@ bool CVoiceTransferManager::StartSendToZPS(const std::vector<ZPSTransferTarget>&
 }
 
 bool CVoiceTransferManager::StartSendToSDK(const std::vector<SDKTransferTarget>& targets) {
-    TAL_LOG(3, "Broadcast", "[%s]Start transfer to sdk.[%s(%d)]");
+    BCAST_LOG(3, "[%s]Start transfer to sdk.[%s(%d)]");
     if (sdkParam->started) {
         return true;
     }
@@ -120,7 +120,7 @@ bool CVoiceTransferManager::StartSendToSDK(const std::vector<SDKTransferTarget>&
         auto transfer = factory_->CreateSDKTransfer();
         if (!transfer->Init(target)) {
             NotifyTransferResult(target.deviceID, 2);
-            TAL_LOG(5, "Broadcast", "[%s]Init sdk transfer object failed.[%s(%d)]");
+            BCAST_LOG(5, "[%s]Init sdk transfer object failed.[%s(%d)]");
             // Kept as the platform behaves: a failed device empties the streaming-server list, not this one.
             ClearTransfers(*zpsParam);
             continue;
@@ -137,7 +137,7 @@ bool CVoiceTransferManager::StartSendToSDK(const std::vector<SDKTransferTarget>&
 }
 
 void CVoiceTransferManager::StartSendToOEM(const std::vector<OEMTransferTarget>& targets) {
-    TAL_LOG(3, "Broadcast", "[%s]Start transfer to oem.[%s(%d)]");
+    BCAST_LOG(3, "[%s]Start transfer to oem.[%s(%d)]");
     if (oemParam->started) {
         return;
     }
@@ -186,8 +186,7 @@ void CVoiceTransferManager::SendData(const uint8_t* data, int32_t size) {
             group->dataQueue.erase(group->dataQueue.begin(),
                                    group->dataQueue.begin() + static_cast<std::ptrdiff_t>(drop));
             if (droppedFrames.fetch_add(drop) == 0) {
-                TAL_LOG(4, "Broadcast",
-                        "[%s]A group falls behind the live input: its oldest frames go.[%s(%d)]");
+                BCAST_LOG(4, "[%s]A group falls behind the live input: its oldest frames go.[%s(%d)]");
             }
         }
         group->dataQueue.push_back(VoiceDataBlock{frame, size});
@@ -201,7 +200,7 @@ void CVoiceTransferManager::WaitConsumeData() {
         if (queued < kMaxQueuedBlocks) {
             return;
         }
-        TAL_LOG(4, "Broadcast", "[%s]Start to wait consume data.[%s(%d)]");
+        BCAST_LOG(4, "[%s]Start to wait consume data.[%s(%d)]");
         clock_->SleepFor(Milliseconds(1000), stopFlag);
     }
 }
@@ -306,8 +305,7 @@ void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) 
             for (IVoiceTransfer* transfer : single) {
                 if (!transfer->SendVoice(block.data.get(), block.size) && sendFailures.Count()) {
                     // Logged the 1st, 2nd, 4th, ... time: a dead target fails every frame.
-                    TAL_LOG(5, "Broadcast", "[%s]Send voice data to zps failed. data size: %d[%s(%d)]",
-                            block.size);
+                    BCAST_LOG(5, "[%s]Send voice data to zps failed. data size: %d[%s(%d)]", block.size);
                 }
             }
             fanout.Send(rtp, block.data.get(), block.size);
@@ -332,13 +330,13 @@ void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) 
 }
 
 void CVoiceTransferManager::WaitTransferFinish() {
-    TAL_LOG(3, "Broadcast", "[%s]Wait zps send finish.[%s(%d)]");
+    BCAST_LOG(3, "[%s]Wait zps send finish.[%s(%d)]");
     JoinGroupThread(*zpsParam);
-    TAL_LOG(3, "Broadcast", "[%s]Wait sdk send finish.[%s(%d)]");
+    BCAST_LOG(3, "[%s]Wait sdk send finish.[%s(%d)]");
     JoinGroupThread(*sdkParam);
-    TAL_LOG(3, "Broadcast", "[%s]Wait udp send finish.[%s(%d)]");
+    BCAST_LOG(3, "[%s]Wait udp send finish.[%s(%d)]");
     JoinGroupThread(*oemParam);
-    TAL_LOG(3, "Broadcast", "[%s]all send finish.[%s(%d)]");
+    BCAST_LOG(3, "[%s]all send finish.[%s(%d)]");
 }
 
 void CVoiceTransferManager::SetStopFlag(bool stopped) {
@@ -379,13 +377,13 @@ void CVoiceTransferManager::StopTransfer() {
     frameIntervalMs = 0;
     liveQueueLimit = 0;
     if (const uint64_t dropped = droppedFrames.exchange(0)) {
-        TAL_LOG(4, "Broadcast", "[%s]%llu live frames were dropped for groups that fell behind.[%s(%d)]",
-                static_cast<unsigned long long>(dropped));
+        BCAST_LOG(4, "[%s]%llu live frames were dropped for groups that fell behind.[%s(%d)]",
+                  static_cast<unsigned long long>(dropped));
     }
 }
 
 bool CVoiceTransferManager::StartListenFromZPS(const ZPSTransferTarget& target, ZPSDataCallback callback) {
-    TAL_LOG(3, "Broadcast", "[%s]Start listen from zps.[%s(%d)]");
+    BCAST_LOG(3, "[%s]Start listen from zps.[%s(%d)]");
     auto transfer = factory_->CreateZPSTransfer();
     if (transfer->Init(target.token) &&
         transfer->StartVoiceTalk(target.url, target.userName, target.password)) {
@@ -404,7 +402,7 @@ bool CVoiceTransferManager::StartListenFromZPS(const ZPSTransferTarget& target, 
 }
 
 void CVoiceTransferManager::StopListenFromZPS() {
-    TAL_LOG(3, "Broadcast", "[%s]Stop listen from zps.[%s(%d)]");
+    BCAST_LOG(3, "[%s]Stop listen from zps.[%s(%d)]");
     std::shared_ptr<IVoiceTransfer> listening;
     {
         std::lock_guard<std::mutex> lock(zpsParam->mutex);

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/logical/VoiceProcess/VoiceCapture/AudioComWrappers.h"
 #include "framework/base/ErrorCode.h"
-#include "framework/base/FormatLog.h"
 
 namespace BroadCastPlugin {
 
@@ -152,20 +152,18 @@ void CVoiceCapture::ReleasePlayHandle(int32_t handle) {
 bool CVoiceCapture::StartCapture(int encodeType) {
     std::lock_guard<std::mutex> lock(controlMutex_);
     if (capturing_) {
-        TAL_LOG(4, "Broadcast", "[%s]Has already capture voice.[%s(%d)]");
+        BCAST_LOG(4, "[%s]Has already capture voice.[%s(%d)]");
         return true;
     }
     AudioComCreateCaptureHandle create;
     if (!create.CreateCaptureHandle()) {
         if (create.soundCardNum == 0) {
-            TAL_LOG(
-                5, "Broadcast",
-                "[%s][AudioComCreateCaptureHandle::CreateCaptureHandle] fail，[iSoundCardNum：%u][%s(%d)]",
+            BCAST_LOG(
+                5, "[%s][AudioComCreateCaptureHandle::CreateCaptureHandle] fail，[iSoundCardNum：%u][%s(%d)]",
                 create.soundCardNum);
         }
         SetCaptureError(create.error);
-        TAL_LOG(5, "Broadcast",
-                "[%s][AudioComCreateCaptureHandle::CreateCaptureHandlebyDeviceName] fail[%s(%d)]");
+        BCAST_LOG(5, "[%s][AudioComCreateCaptureHandle::CreateCaptureHandlebyDeviceName] fail[%s(%d)]");
         capturing_ = false;
         return false;
     }
@@ -173,8 +171,8 @@ bool CVoiceCapture::StartCapture(int encodeType) {
     AudioComRegisterCaptureDataCallBackEx registerCapture;
     if (!registerCapture.RegisterCaptureDataCallBackEx(handle, &CVoiceCapture::OnCaptureData, this)) {
         SetCaptureError(registerCapture.error);
-        TAL_LOG(5, "Broadcast",
-                "[%s][AudioComRegisterCaptureDataCallBackEx::RegisterCaptureDataCallBackEx] fail[%s(%d)]");
+        BCAST_LOG(5,
+                  "[%s][AudioComRegisterCaptureDataCallBackEx::RegisterCaptureDataCallBackEx] fail[%s(%d)]");
         ReleaseCaptureHandle(handle);
         capturing_ = false;
         return false;
@@ -184,8 +182,8 @@ bool CVoiceCapture::StartCapture(int encodeType) {
                                                      &CVoiceCapture::OnOutputData, this)) {
         SetCaptureError(registerOutput.error);
         // The capture-callback text is repeated here on purpose.
-        TAL_LOG(5, "Broadcast",
-                "[%s][AudioComRegisterCaptureDataCallBackEx::RegisterCaptureDataCallBackEx] fail[%s(%d)]");
+        BCAST_LOG(5,
+                  "[%s][AudioComRegisterCaptureDataCallBackEx::RegisterCaptureDataCallBackEx] fail[%s(%d)]");
         ReleaseCaptureHandle(handle);
         capturing_ = false;
         return false;
@@ -194,7 +192,7 @@ bool CVoiceCapture::StartCapture(int encodeType) {
     AudioComStartCapture start;
     if (!start.StartCapture(handle)) {
         SetCaptureError(start.error);
-        TAL_LOG(5, "Broadcast", "[%s][AudioComStartCapture::StartCapture] fail[%s(%d)]");
+        BCAST_LOG(5, "[%s][AudioComStartCapture::StartCapture] fail[%s(%d)]");
         ReleaseCaptureHandle(handle);
         captureMetered_ = false;
         captureLevel_ = 0.0f;
@@ -203,21 +201,20 @@ bool CVoiceCapture::StartCapture(int encodeType) {
     }
     captureHandle_ = handle;
     capturing_ = true;
-    TAL_LOG(3, "Broadcast", "[%s]Start audio com capture succ.[%s(%d)]");
+    BCAST_LOG(3, "[%s]Start audio com capture succ.[%s(%d)]");
     return true;
 }
 
 void CVoiceCapture::StopCapture() {
     std::lock_guard<std::mutex> lock(controlMutex_);
     if (!capturing_) {
-        TAL_LOG(5, "Broadcast", "[%s]is not capture data, return back.[%s(%d)]");
+        BCAST_LOG(5, "[%s]is not capture data, return back.[%s(%d)]");
         return;
     }
     captureMetered_ = false;
     AudioComStopCaptureAndReleaseHandle release;
     if (!release.StopCaptureAndReleaseHandle(captureHandle_)) {
-        TAL_LOG(5, "Broadcast",
-                "[%s][CVoiceInterComm::UninitAudioCom] StopCaptureAndReleaseHandle fail[%s(%d)]");
+        BCAST_LOG(5, "[%s][CVoiceInterComm::UninitAudioCom] StopCaptureAndReleaseHandle fail[%s(%d)]");
     }
     captureLevel_ = 0.0f;
     captureHandle_ = -1;
@@ -235,15 +232,15 @@ bool CVoiceCapture::StartDecodePlay(const ZPSAudioParam& audioParam) {
     AudioComCreatePlayHandle create;
     if (!create.CreatePlayHandle()) {
         SetCaptureError(create.error);
-        TAL_LOG(5, "Broadcast", "[%s][AudioComCreatePlayHandle::CreatePlayHandle] fail[%s(%d)]");
+        BCAST_LOG(5, "[%s][AudioComCreatePlayHandle::CreatePlayHandle] fail[%s(%d)]");
         return false;
     }
     AudioComOpenAndRegisterDecodeDataCallBack open;
     if (!open.RegisterDecodeDataCallBackEx(create.handle, DecodeStreamParam(audioParam),
                                            &CVoiceCapture::OnDecodeData, this)) {
         SetCaptureError(open.error);
-        TAL_LOG(5, "Broadcast",
-                "[%s][AudioComOpenAndRegisterDecodeDataCallBack::RegisterDecodeDataCallBackEx] fail[%s(%d)]");
+        BCAST_LOG(
+            5, "[%s][AudioComOpenAndRegisterDecodeDataCallBack::RegisterDecodeDataCallBackEx] fail[%s(%d)]");
         ReleasePlayHandle(create.handle);
         return false;
     }
@@ -265,7 +262,7 @@ bool CVoiceCapture::StartDecodePlay(const ZPSAudioParam& audioParam) {
     AudioComStartPlay start;
     if (!start.StartPlay(create.handle)) {
         SetCaptureError(start.error);
-        TAL_LOG(5, "Broadcast", "[%s][AudioComStartPlay::StartPlay] fail[%s(%d)]");
+        BCAST_LOG(5, "[%s][AudioComStartPlay::StartPlay] fail[%s(%d)]");
         ReleasePlayHandle(create.handle);
         return false;
     }

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <string>
 
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/SafeCopy.h"
 #include "framework/base/ErrorCode.h"
-#include "framework/base/FormatLog.h"
 #include "framework/media/devnet/DevNet.h"
 #include "framework/media/devnet/RealtimeFormat.h"
 #include "framework/resource/ResourceManager.h"
@@ -36,8 +36,8 @@ std::vector<std::shared_ptr<CDevNetVoiceTalk>> CSDKTransfer::VoiceTalks() const 
 }
 
 bool CSDKTransfer::Init(const SDKTransferTarget& target) {
-    TAL_LOG(3, "Broadcast", "[%s]init broadcast sdk transfer device id: %ld, Audio encode type:%d.[%s(%d)]",
-            static_cast<long>(target.deviceID), target.encodeType);
+    BCAST_LOG(3, "[%s]init broadcast sdk transfer device id: %ld, Audio encode type:%d.[%s(%d)]",
+              static_cast<long>(target.deviceID), target.encodeType);
     auto device = ResourceManager::CDeviceManager::Instance()->FindDeviceByID(target.deviceID);
     int32_t userId = -1;
     if (device) {
@@ -45,9 +45,8 @@ bool CSDKTransfer::Init(const SDKTransferTarget& target) {
             ErrorCode error;
             userId = device->Login(error);
             if (userId == -1) {
-                TAL_LOG(5, "Broadcast",
-                        "[%s]Login failed!, [SubSystem: %d],[MainError: %d],[SubError: %d][%s(%d)]",
-                        error.GetSubSystemErrorCode(), error.GetMainErrorCode(), error.GetSubErrorCode());
+                BCAST_LOG(5, "[%s]Login failed!, [SubSystem: %d],[MainError: %d],[SubError: %d][%s(%d)]",
+                          error.GetSubSystemErrorCode(), error.GetMainErrorCode(), error.GetSubErrorCode());
                 Tal::Base::Error::SetLastError(error);
                 return false;
             }
@@ -69,8 +68,7 @@ bool CSDKTransfer::Init(const SDKTransferTarget& target) {
         }
         if (!talk.Valid()) {
             const uint32_t error = DEVNET_GetLastError();
-            TAL_LOG(5, "Broadcast", "[%s]DEVNET_StartVoiceTalk error, %d!\n[%s(%d)]",
-                    static_cast<int>(error));
+            BCAST_LOG(5, "[%s]DEVNET_StartVoiceTalk error, %d!\n[%s(%d)]", static_cast<int>(error));
             Tal::Base::Error::SetLastError(
                 ErrorCode(Tal::Base::Error::kSubSystemClient, kErrorModule, static_cast<int>(error)));
             Uninit();
@@ -86,23 +84,22 @@ bool CSDKTransfer::Init(const SDKTransferTarget& target) {
 void CSDKTransfer::SetVoiceEncodeInfo(int32_t encodeType, int32_t userId) {
     const DevNet::RealtimeFormatResult result = DevNet::ConfigureRealtimeFormat(userId, encodeType);
     if (!result.stdConfigOk) {
-        TAL_LOG(5, "Broadcast", "[%s]DEVNET_StdConfig Error. [%ld][%s(%d)]",
-                static_cast<long>(result.stdConfigError));
+        BCAST_LOG(5, "[%s]DEVNET_StdConfig Error. [%ld][%s(%d)]", static_cast<long>(result.stdConfigError));
         // Older devices take the format as a binary configuration instead.
         if (!result.fallbackOk) {
-            TAL_LOG(5, "Broadcast", "[%s]DEVNET_SetDeviceConfig Error. [%ld][%s(%d)]",
-                    static_cast<long>(result.fallbackError));
+            BCAST_LOG(5, "[%s]DEVNET_SetDeviceConfig Error. [%ld][%s(%d)]",
+                      static_cast<long>(result.fallbackError));
         }
         return;
     }
-    TAL_LOG(3, "Broadcast", "[%s]DEVNET_StdConfig return. message: [%s][%s(%d)]", result.answer.c_str());
+    BCAST_LOG(3, "[%s]DEVNET_StdConfig return. message: [%s][%s(%d)]", result.answer.c_str());
 }
 
 bool CSDKTransfer::SendVoice(const uint8_t* data, int32_t size) {
     // The references keep the talks open while this frame is sent, even if Uninit comes meanwhile.
     const std::vector<std::shared_ptr<CDevNetVoiceTalk>> talks = VoiceTalks();
     if (talks.empty()) {
-        TAL_LOG(5, "Broadcast", "[%s]Send voice failed. handle is -1.[%s(%d)]");
+        BCAST_LOG(5, "[%s]Send voice failed. handle is -1.[%s(%d)]");
     }
     for (const auto& talk : talks) {
         const int32_t handle = talk->Get();

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "framework/base/FormatLog.h"
+#include "BroadCastPlugin/BroadcastLog.h"
 
 namespace BroadCastPlugin {
 
@@ -80,7 +80,7 @@ void CUdpFanout::SendLane(Lane& lane, IRtpBatchTransfer* const* begin, IRtpBatch
         lane.socket.Reset(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         if (!lane.socket.Valid()) {
             if (lane.failures.Count()) {
-                TAL_LOG(5, "Broadcast", "[%s]Create udp socket failed, errno: %d.[%s(%d)]", errno);
+                BCAST_LOG(5, "[%s]Create udp socket failed, errno: %d.[%s(%d)]", errno);
             }
             return;
         }
@@ -127,7 +127,7 @@ void CUdpFanout::SendLane(Lane& lane, IRtpBatchTransfer* const* begin, IRtpBatch
             }
             // The packet at `sent` failed: it is lost, as a failed sendto loses it; the rest go on.
             if (lane.failures.Count()) {
-                TAL_LOG(5, "Broadcast", "[%s]Send data to ipspeaker failed.[%s(%d)]");
+                BCAST_LOG(5, "[%s]Send data to ipspeaker failed.[%s(%d)]");
             }
             ++sent;
         }

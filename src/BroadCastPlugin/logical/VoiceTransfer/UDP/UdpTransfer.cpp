@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "framework/base/ErrorCode.h"
-#include "framework/base/FormatLog.h"
 
 namespace BroadCastPlugin {
 
@@ -35,11 +35,11 @@ bool CUdpTransfer::Init(const std::string& ipAddress, uint16_t port, int32_t enc
     auto context = std::make_unique<UdpContext>();
     context->socket.Reset(::socket(AF_INET, SOCK_DGRAM, 0));
     if (!context->socket.Valid()) {
-        TAL_LOG(5, "Broadcast", "[%s]Create udp socket failed, errno: %d.[%s(%d)]", errno);
+        BCAST_LOG(5, "[%s]Create udp socket failed, errno: %d.[%s(%d)]", errno);
     }
     context->address = ::inet_addr(ipAddress.c_str());
     if (context->address == INADDR_NONE) {
-        TAL_LOG(5, "Broadcast", "[%s]Invalid ipspeaker address: %s.[%s(%d)]", ipAddress.c_str());
+        BCAST_LOG(5, "[%s]Invalid ipspeaker address: %s.[%s(%d)]", ipAddress.c_str());
     }
     context->port = htons(port);
     rtp_init(&context->rtp, RtpPayloadTypeForEncodeType(encodeType));
@@ -61,7 +61,7 @@ void CUdpTransfer::Uninit() {
 bool CUdpTransfer::SendVoice(const uint8_t* data, int32_t size) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!context_) {
-        TAL_LOG(5, "Broadcast", "[%s]Send data to ipspeaker failed.[%s(%d)]");
+        BCAST_LOG(5, "[%s]Send data to ipspeaker failed.[%s(%d)]");
         return true;
     }
     uint8_t packet[kRtpPacketBufferSize] = {};
@@ -70,8 +70,8 @@ bool CUdpTransfer::SendVoice(const uint8_t* data, int32_t size) {
         Tal::Base::Error::SetLastError(ErrorCode(Tal::Base::Error::kSubSystemClient,
                                                  Tal::Base::Error::kModuleFramework,
                                                  Tal::Base::Error::kCodeInvalidInput));
-        TAL_LOG(5, "Broadcast", "[%s]Frame of %d bytes does not fit an rtp packet (at most %zu).[%s(%d)]",
-                size, kRtpMaxPayload);
+        BCAST_LOG(5, "[%s]Frame of %d bytes does not fit an rtp packet (at most %zu).[%s(%d)]", size,
+                  kRtpMaxPayload);
         return false;
     }
     sockaddr_in destination{};
@@ -81,7 +81,7 @@ bool CUdpTransfer::SendVoice(const uint8_t* data, int32_t size) {
     ssize_t sent = ::sendto(context_->socket.Get(), packet, static_cast<size_t>(length), 0,
                             reinterpret_cast<const sockaddr*>(&destination), sizeof(destination));
     if (sent < 0) {
-        TAL_LOG(5, "Broadcast", "[%s]Send data to ipspeaker failed.[%s(%d)]");
+        BCAST_LOG(5, "[%s]Send data to ipspeaker failed.[%s(%d)]");
     }
     return true;
 }
@@ -95,8 +95,8 @@ bool CUdpTransfer::NextRtpPacket(uint8_t* header, uint32_t payloadSize, sockaddr
         Tal::Base::Error::SetLastError(ErrorCode(Tal::Base::Error::kSubSystemClient,
                                                  Tal::Base::Error::kModuleFramework,
                                                  Tal::Base::Error::kCodeInvalidInput));
-        TAL_LOG(5, "Broadcast", "[%s]Frame of %d bytes does not fit an rtp packet (at most %zu).[%s(%d)]",
-                static_cast<int>(payloadSize), kRtpMaxPayload);
+        BCAST_LOG(5, "[%s]Frame of %d bytes does not fit an rtp packet (at most %zu).[%s(%d)]",
+                  static_cast<int>(payloadSize), kRtpMaxPayload);
         return false;
     }
     rtp_write_header(&context_->rtp, header, payloadSize);

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "BroadCastPlugin/BroadcastLog.h"
 #include "framework/base/ErrorCode.h"
-#include "framework/base/FormatLog.h"
 #include "framework/business/BusinessCommon.h"
 
 namespace BroadCastPlugin {
@@ -88,12 +88,12 @@ void CZPSSession::Reset(int handle) {
     // Both failures are reported with the same text on purpose.
     if (ZPSClient_Stop(closing) != 0) {
         const unsigned int error = ZPSClient_GetLastError();
-        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
+        BCAST_LOG(5, "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
     }
     if (ZPSClient_DestroySession(closing) != 0) {
         const unsigned int error = ZPSClient_GetLastError();
-        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
+        BCAST_LOG(5, "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
     }
 }
@@ -104,15 +104,15 @@ std::shared_ptr<CZPSSession> CZPSTransfer::Session() const {
 }
 
 bool CZPSTransfer::Init(const std::string& token) {
-    TAL_LOG(3, "Broadcast", "[%s]Start ZPSClient_CreateSession[%s(%d)]");
+    BCAST_LOG(3, "[%s]Start ZPSClient_CreateSession[%s(%d)]");
     // The owner destroys the session on any path that does not hand it to session_.
     CZPSSession owner(ZPSClient_CreateSession());
     const int session = owner.Get();
     if (session < 0) {
-        TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_CreateSession[%s(%d)]");
+        BCAST_LOG(5, "[%s]Failed to ZPSClient_CreateSession[%s(%d)]");
         const unsigned int error = ZPSClient_GetLastError();
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_CreateSession Failed.[%s(%d)]", error);
+        BCAST_LOG(5, "[%s][ZPSClient.error=%u] ZPSClient_CreateSession Failed.[%s(%d)]", error);
         ZPSClient_FiniLib();
         return false;
     }
@@ -125,8 +125,8 @@ bool CZPSTransfer::Init(const std::string& token) {
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
         ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
         ZPSClient_FiniLib();
-        TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_SetRtspTimeout, [err: %d], err_code: %u[%s(%d)]",
-                result, error);
+        BCAST_LOG(5, "[%s]Failed to ZPSClient_SetRtspTimeout, [err: %d], err_code: %u[%s(%d)]", result,
+                  error);
         return false;
     }
 
@@ -136,8 +136,7 @@ bool CZPSTransfer::Init(const std::string& token) {
         result = ZPSClient_SetSessionParams(session, params.c_str(), static_cast<int>(params.size()));
         if (result != 0) {
             const unsigned int error = ZPSClient_GetLastError();
-            TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetSessionParams Failed.[%s(%d)]",
-                    error);
+            BCAST_LOG(5, "[%s][ZPSClient.error=%u] ZPSClient_SetSessionParams Failed.[%s(%d)]", error);
             SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
             ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
             ZPSClient_FiniLib();
@@ -148,14 +147,14 @@ bool CZPSTransfer::Init(const std::string& token) {
     result = ZPSClient_SetDataCallBack(session, &CZPSTransfer::ZPSDataCallBack, this);
     if (result != 0) {
         const unsigned int error = ZPSClient_GetLastError();
-        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
+        BCAST_LOG(5, "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
         ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
         ZPSClient_FiniLib();
         return false;
     }
 
-    TAL_LOG(3, "Broadcast", "[%s]Finish Init zps.[%s(%d)]");
+    BCAST_LOG(3, "[%s]Finish Init zps.[%s(%d)]");
     auto shared = std::make_shared<CZPSSession>(std::move(owner));
     std::shared_ptr<CZPSSession> previous;
     {
@@ -173,22 +172,21 @@ bool CZPSTransfer::StartVoiceTalk(const std::string& url, const std::string& sec
     const std::shared_ptr<CZPSSession> owner = Session();
     const int session = owner ? owner->Get() : -1;
     if (session < 0) {
-        TAL_LOG(5, "Broadcast", "[%s]session handle less than 0[%s(%d)]");
+        BCAST_LOG(5, "[%s]session handle less than 0[%s(%d)]");
         return true;  // the caller goes on without this session
     }
     char address[1024] = {};
     std::strncpy(address, url.c_str(), sizeof(address) - 1);
-    TAL_LOG(3, "Broadcast", "[%s]Start ZPSClient_StartVoiceTalk, url: %s[%s(%d)]", address);
+    BCAST_LOG(3, "[%s]Start ZPSClient_StartVoiceTalk, url: %s[%s(%d)]", address);
     const int result = ZPSClient_StartVoiceTalk(session, address, "ZPSClient", kTalkBufferSize,
                                                 second.c_str(), third.c_str());
     if (result == 0) {
-        TAL_LOG(3, "Broadcast", "[%s]Succ ZPSClient_StartVoiceTalk, url: %s[%s(%d)]", address);
+        BCAST_LOG(3, "[%s]Succ ZPSClient_StartVoiceTalk, url: %s[%s(%d)]", address);
         return true;
     }
     const unsigned int error = ZPSClient_GetLastError();
-    TAL_LOG(5, "Broadcast",
-            "[%s]Failed to ZPSClient_StartVoiceTalk, url: %s, [err: %d], [err_code: %u][%s(%d)]", address,
-            result, error);
+    BCAST_LOG(5, "[%s]Failed to ZPSClient_StartVoiceTalk, url: %s, [err: %d], [err_code: %u][%s(%d)]",
+              address, result, error);
     SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
     return false;
 }
@@ -199,7 +197,7 @@ bool CZPSTransfer::SendVoice(const uint8_t* data, int32_t size) {
     if (result == -1) {
         const int error = static_cast<int>(ZPSClient_GetLastError());
         if (sendFailures_.Count()) {  // a dead session fails every frame: the 1st, 2nd, 4th, ... are logged
-            TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_SendVoiceData, error_code=: %d[%s(%d)]", error);
+            BCAST_LOG(5, "[%s]Failed to ZPSClient_SendVoiceData, error_code=: %d[%s(%d)]", error);
         }
         SetLastError(ErrorCode(kModuleZPSTransfer, kCodeSendFailed));
     }
@@ -209,7 +207,7 @@ bool CZPSTransfer::SendVoice(const uint8_t* data, int32_t size) {
 int CZPSTransfer::ZPSDataCallBack(int, void* user, int, const unsigned char* data, unsigned int size) {
     auto* transfer = static_cast<CZPSTransfer*>(user);
     if (transfer == nullptr) {
-        TAL_LOG(5, "Broadcast", "[%s]Convert zps transfer failed.[%s(%d)]");
+        BCAST_LOG(5, "[%s]Convert zps transfer failed.[%s(%d)]");
         return -1;
     }
     ZPSDataCallback callback;
@@ -234,8 +232,7 @@ bool CZPSTransfer::GetZPSAudioParam(ZPSAudioParam& param) {
     const int result = ZPSClient_GetAudioInfo(owner ? owner->Get() : -1, &info);
     if (result != 0) {
         const unsigned int error = ZPSClient_GetLastError();
-        TAL_LOG(5, "Broadcast", "[%s]Failed to ZPSClient_GetAudioInfo, [err: %d][%s(%d)]",
-                static_cast<int>(error));
+        BCAST_LOG(5, "[%s]Failed to ZPSClient_GetAudioInfo, [err: %d][%s(%d)]", static_cast<int>(error));
         SetLastError(
             ErrorCode(Tal::Base::Error::kSubSystemClient, kModuleZPSTransfer, static_cast<int>(error)));
         return false;
@@ -248,17 +245,17 @@ void CZPSTransfer::StopVoiceTalk() {
     const std::shared_ptr<CZPSSession> owner = Session();
     const int session = owner ? owner->Get() : -1;
     if (session < 0) {
-        TAL_LOG(5, "Broadcast", "[%s]session handle less than 0[%s(%d)]");
+        BCAST_LOG(5, "[%s]session handle less than 0[%s(%d)]");
         return;
     }
-    TAL_LOG(3, "Broadcast", "[%s]Start ZPSClient_Stop[%s(%d)]");
+    BCAST_LOG(3, "[%s]Start ZPSClient_Stop[%s(%d)]");
     if (ZPSClient_Stop(session) != 0) {
         const unsigned int error = ZPSClient_GetLastError();
-        TAL_LOG(5, "Broadcast", "[%s][ZPSClient.error=%u] ZPSClient_Stop Failed.[%s(%d)]", error);
+        BCAST_LOG(5, "[%s][ZPSClient.error=%u] ZPSClient_Stop Failed.[%s(%d)]", error);
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
         return;
     }
-    TAL_LOG(3, "Broadcast", "[%s]Finish ZPSClient_Stop[%s(%d)]");
+    BCAST_LOG(3, "[%s]Finish ZPSClient_Stop[%s(%d)]");
 }
 
 void CZPSTransfer::Uninit() {
@@ -268,7 +265,7 @@ void CZPSTransfer::Uninit() {
         owner = std::move(session_);
     }
     if (!owner || !owner->Valid()) {
-        TAL_LOG(3, "Broadcast", "[%s]Do not need to uninit session.[%s(%d)]");
+        BCAST_LOG(3, "[%s]Do not need to uninit session.[%s(%d)]");
         return;
     }
     // Stopped and destroyed here, or by a send still using it when that send ends; never twice.
