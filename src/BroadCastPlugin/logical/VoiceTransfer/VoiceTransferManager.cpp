@@ -88,6 +88,13 @@ void CVoiceTransferManager::ClearTransfers(VoiceSendParam& group) {
     // Transports close when their last reference goes, outside the lock.
 }
 
+void CVoiceTransferManager::AddTransfer(VoiceSendParam& group, std::mutex& listMutex,
+                                        std::shared_ptr<IVoiceTransfer> transfer) {
+    std::lock_guard<std::mutex> lock(listMutex);
+    group.transfers.push_back(std::move(transfer));
+    ++group.transfersVersion;
+}
+
 bool CVoiceTransferManager::StartSendToZPS(const std::vector<ZPSTransferTarget>& targets) {
     BCAST_LOG(3, "[%s]Start transfer to zps.[%s(%d)]");
     if (zpsParam->started) {
@@ -102,9 +109,7 @@ bool CVoiceTransferManager::StartSendToZPS(const std::vector<ZPSTransferTarget>&
             ClearTransfers(*zpsParam);
             return false;
         }
-        std::lock_guard<std::mutex> lock(zpsParam->mutex);
-        zpsParam->transfers.push_back(transfer);
-        ++zpsParam->transfersVersion;
+        AddTransfer(*zpsParam, zpsParam->mutex, transfer);
     }
     StartGroupThread(zpsParam);
     return true;
@@ -128,9 +133,7 @@ bool CVoiceTransferManager::StartSendToSDK(const std::vector<SDKTransferTarget>&
         NotifyTransferResult(target.deviceID, 1);
         // Kept as the platform behaves: the append holds the streaming-server lock. The group's thread is not
         // running yet (joined above, started below), so nothing else touches this list meanwhile.
-        std::lock_guard<std::mutex> lock(zpsParam->mutex);
-        sdkParam->transfers.push_back(transfer);
-        ++sdkParam->transfersVersion;
+        AddTransfer(*sdkParam, zpsParam->mutex, transfer);
     }
     StartGroupThread(sdkParam);
     return true;
@@ -151,9 +154,7 @@ void CVoiceTransferManager::StartSendToOEM(const std::vector<OEMTransferTarget>&
             continue;
         }
         NotifyTransferResult(target.elementID, 1);
-        std::lock_guard<std::mutex> lock(oemParam->mutex);
-        oemParam->transfers.push_back(transfer);
-        ++oemParam->transfersVersion;
+        AddTransfer(*oemParam, oemParam->mutex, transfer);
     }
     StartGroupThread(oemParam);
 }

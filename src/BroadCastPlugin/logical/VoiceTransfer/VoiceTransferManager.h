@@ -107,6 +107,9 @@ private:
     void StartGroupThread(const std::shared_ptr<VoiceSendParam>& group);
     static void JoinGroupThread(VoiceSendParam& group);
     static void ClearTransfers(VoiceSendParam& group);
+    /// Appends `transfer` to the group's list while holding `listMutex`.
+    static void AddTransfer(VoiceSendParam& group, std::mutex& listMutex,
+                            std::shared_ptr<IVoiceTransfer> transfer);
 
     std::shared_ptr<ITransferFactory> factory_;
     std::shared_ptr<ITransferClock> clock_;
