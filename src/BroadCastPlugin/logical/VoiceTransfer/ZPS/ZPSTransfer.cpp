@@ -33,6 +33,13 @@ constexpr ZPSCodecMapping kZPSCodecs[] = {
     {0xC005, 7, 0},    {0xC006, 5, 0}, {0xC007, 8, 0},     {0xC013, 15, 0},
 };
 
+/// Undoes an Init that failed before its session started: the session is destroyed without a stop, then
+/// the library is released.
+void AbandonUnstartedSession(CZPSSession& owner) {
+    ZPSClient_DestroySession(owner.Release());
+    ZPSClient_FiniLib();
+}
+
 }  // namespace
 
 int RtspTimeoutForNetLevel(int level) {
@@ -110,8 +117,7 @@ bool CZPSTransfer::Init(const std::string& token) {
     if (result != 0) {
         const unsigned int error = ZPSClient_GetLastError();
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-        ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
-        ZPSClient_FiniLib();
+        AbandonUnstartedSession(owner);
         BCAST_LOG(5, "[%s]Failed to ZPSClient_SetRtspTimeout, [err: %d], err_code: %u[%s(%d)]", result,
                   error);
         return false;
@@ -125,8 +131,7 @@ bool CZPSTransfer::Init(const std::string& token) {
             const unsigned int error = ZPSClient_GetLastError();
             BCAST_LOG(5, "[%s][ZPSClient.error=%u] ZPSClient_SetSessionParams Failed.[%s(%d)]", error);
             SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-            ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
-            ZPSClient_FiniLib();
+            AbandonUnstartedSession(owner);
             return false;
         }
     }
@@ -136,8 +141,7 @@ bool CZPSTransfer::Init(const std::string& token) {
         const unsigned int error = ZPSClient_GetLastError();
         BCAST_LOG(5, "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-        ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
-        ZPSClient_FiniLib();
+        AbandonUnstartedSession(owner);
         return false;
     }
 
