@@ -88,6 +88,13 @@ void CVoiceTransferManager::ClearTransfers(VoiceSendParam& group) {
     // Transports close when their last reference goes, outside the lock.
 }
 
+void CVoiceTransferManager::AddTransfer(VoiceSendParam& group, std::mutex& listMutex,
+                                        std::shared_ptr<IVoiceTransfer> transfer) {
+    std::lock_guard<std::mutex> lock(listMutex);
+    group.transfers.push_back(std::move(transfer));
+    ++group.transfersVersion;
+}
+
 bool CVoiceTransferManager::StartSendToZPS(const std::vector<ZPSTransferTarget>& targets) {
     BCAST_LOG(3, "[%s]Start transfer to zps.[%s(%d)]");
     if (zpsParam->started) {
@@ -102,9 +109,7 @@ bool CVoiceTransferManager::StartSendToZPS(const std::vector<ZPSTransferTarget>&
             ClearTransfers(*zpsParam);
             return false;
         }
-        std::lock_guard<std::mutex> lock(zpsParam->mutex);
-        zpsParam->transfers.push_back(transfer);
-        ++zpsParam->transfersVersion;
+        AddTransfer(*zpsParam, zpsParam->mutex, transfer);
     }
     StartGroupThread(zpsParam);
     return true;
@@ -128,9 +133,7 @@ bool CVoiceTransferManager::StartSendToSDK(const std::vector<SDKTransferTarget>&
         NotifyTransferResult(target.deviceID, 1);
         // Kept as the platform behaves: the append holds the streaming-server lock. The group's thread is not
         // running yet (joined above, started below), so nothing else touches this list meanwhile.
-        std::lock_guard<std::mutex> lock(zpsParam->mutex);
-        sdkParam->transfers.push_back(transfer);
-        ++sdkParam->transfersVersion;
+        AddTransfer(*sdkParam, zpsParam->mutex, transfer);
     }
     StartGroupThread(sdkParam);
     return true;
@@ -151,9 +154,7 @@ void CVoiceTransferManager::StartSendToOEM(const std::vector<OEMTransferTarget>&
             continue;
         }
         NotifyTransferResult(target.elementID, 1);
-        std::lock_guard<std::mutex> lock(oemParam->mutex);
-        oemParam->transfers.push_back(transfer);
-        ++oemParam->transfersVersion;
+        AddTransfer(*oemParam, oemParam->mutex, transfer);
     }
     StartGroupThread(oemParam);
 }
@@ -231,6 +232,69 @@ void CVoiceTransferManager::SetInputFinished() {
     }
 }
 
+/// The sending transports of one group, rebuilt when the group's list changes: `targets` keeps them alive,
+/// RTP speakers go through a fanout in batches, the others (`single`) get SendVoice.
+struct CVoiceTransferManager::SendTargets {
+    std::vector<std::shared_ptr<IVoiceTransfer>> targets;
+    std::vector<IVoiceTransfer*> single;
+    std::vector<IRtpBatchTransfer*> rtp;
+    bool built = false;
+    uint64_t version = 0;
+
+    /// Rebuilds the lists if the group's transports changed since the last call; the caller holds the
+    /// group's mutex.
+    void Refresh(const VoiceSendParam& group) {
+        if (built && version == group.transfersVersion) {
+            return;
+        }
+        targets.clear();
+        for (const auto& transfer : group.transfers) {
+            if (transfer->GetTransferType() == kTransferSend) {
+                targets.push_back(transfer);
+            }
+        }
+        built = true;
+        version = group.transfersVersion;
+        single.clear();
+        rtp.clear();
+        for (const auto& transfer : targets) {
+            if (auto* batch = dynamic_cast<IRtpBatchTransfer*>(transfer.get())) {
+                rtp.push_back(batch);
+            } else {
+                single.push_back(transfer.get());
+            }
+        }
+    }
+};
+
+bool CVoiceTransferManager::TakeQueuedFrames(VoiceSendParam& group, std::deque<VoiceDataBlock>& blocks,
+                                             SendTargets& targets) {
+    std::unique_lock<std::mutex> lock(group.mutex);
+    if (group.dataQueue.empty()) {
+        if (inputFinished) {
+            return false;
+        }
+        // The predicate closes the window between the checks above and the wait: a stop or the end of
+        // input signalled just before would otherwise cost the full 2 s.
+        group.dataReady.wait_for(lock, Milliseconds(2000), [&] {
+            return !group.dataQueue.empty() || inputFinished || stopFlag || !group.started;
+        });
+    }
+    blocks.swap(group.dataQueue);
+    targets.Refresh(group);
+    return true;
+}
+
+void CVoiceTransferManager::SleepUntilFrameDue(ITransferClock::TimePoint start, int32_t frame) {
+    // Absolute schedule from `start`: no drift accumulates, a late sender catches up unslept, and the sleep
+    // ends at the due time itself rather than whole milliseconds after it.
+    const int64_t due = static_cast<int64_t>(frameIntervalMs.load()) * frame;
+    const ITransferClock::TimePoint deadline = start + Milliseconds(due);
+    if (deadline > clock_->Now()) {
+        clock_->SleepUntil(deadline, stopFlag);
+    }
+}
+
 void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) {
     // The kernel may end this thread's sleeps up to the timer slack late (50 us by default): a frame's
     // schedule wants them on time.
@@ -239,55 +303,18 @@ void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) 
     Tal::Base::CLogThrottle sendFailures;
     ITransferClock::TimePoint start = clock_->Now();
     const int32_t preBufferFrames = group->preBufferFrames;
-    // The sending transports, rebuilt when the group's list changes: `targets` keeps them alive, RTP
-    // speakers go through `fanout` in batches, the others (`single`) get SendVoice.
-    std::vector<std::shared_ptr<IVoiceTransfer>> targets;
-    std::vector<IVoiceTransfer*> single;
-    std::vector<IRtpBatchTransfer*> rtp;
-    bool haveTargets = false;
-    uint64_t targetsVersion = 0;
+    SendTargets targets;
     CUdpFanout fanout;
     for (;;) {
         std::deque<VoiceDataBlock> blocks;
-        {
-            std::unique_lock<std::mutex> lock(group->mutex);
-            if (group->dataQueue.empty()) {
-                if (inputFinished) {
-                    lock.unlock();
-                    if (group->preBufferEnabled) {
-                        // Let the receiver play out what was sent ahead of time before reporting the end.
-                        clock_->SleepFor(Milliseconds(static_cast<int64_t>(frameIntervalMs.load()) *
-                                                      std::min(preBufferFrames, count)),
-                                         stopFlag);
-                    }
-                    return;
-                }
-                // The predicate closes the window between the checks above and the wait: a stop or the end of
-                // input signalled just before would otherwise cost the full 2 s.
-                group->dataReady.wait_for(lock, Milliseconds(2000), [&] {
-                    return !group->dataQueue.empty() || inputFinished || stopFlag || !group->started;
-                });
+        if (!TakeQueuedFrames(*group, blocks, targets)) {
+            if (group->preBufferEnabled) {
+                // Let the receiver play out what was sent ahead of time before reporting the end.
+                clock_->SleepFor(Milliseconds(static_cast<int64_t>(frameIntervalMs.load()) *
+                                              std::min(preBufferFrames, count)),
+                                 stopFlag);
             }
-            blocks.swap(group->dataQueue);
-            if (!haveTargets || targetsVersion != group->transfersVersion) {
-                targets.clear();
-                for (const auto& transfer : group->transfers) {
-                    if (transfer->GetTransferType() == kTransferSend) {
-                        targets.push_back(transfer);
-                    }
-                }
-                haveTargets = true;
-                targetsVersion = group->transfersVersion;
-                single.clear();
-                rtp.clear();
-                for (const auto& transfer : targets) {
-                    if (auto* batch = dynamic_cast<IRtpBatchTransfer*>(transfer.get())) {
-                        rtp.push_back(batch);
-                    } else {
-                        single.push_back(transfer.get());
-                    }
-                }
-            }
+            return;
         }
 
         for (auto& block : blocks) {
@@ -302,22 +329,15 @@ void CVoiceTransferManager::SendVoiceEIT(std::shared_ptr<VoiceSendParam> group) 
             if (!burst && count == preBufferFrames) {
                 start = clock_->Now();
             }
-            for (IVoiceTransfer* transfer : single) {
+            for (IVoiceTransfer* transfer : targets.single) {
                 if (!transfer->SendVoice(block.data.get(), block.size) && sendFailures.Count()) {
                     // Logged the 1st, 2nd, 4th, ... time: a dead target fails every frame.
                     BCAST_LOG(5, "[%s]Send voice data to zps failed. data size: %d[%s(%d)]", block.size);
                 }
             }
-            fanout.Send(rtp, block.data.get(), block.size);
+            fanout.Send(targets.rtp, block.data.get(), block.size);
             if (!burst) {
-                // Absolute schedule from `start`: no drift accumulates, a late sender catches up unslept, and
-                // the sleep ends at the due time itself rather than whole milliseconds after it.
-                const int64_t due = static_cast<int64_t>(frameIntervalMs.load()) *
-                                    (count - (group->preBufferEnabled ? preBufferFrames : 0));
-                const ITransferClock::TimePoint deadline = start + Milliseconds(due);
-                if (deadline > clock_->Now()) {
-                    clock_->SleepUntil(deadline, stopFlag);
-                }
+                SleepUntilFrameDue(start, count - (group->preBufferEnabled ? preBufferFrames : 0));
             }
             ++count;
             block.data.reset();

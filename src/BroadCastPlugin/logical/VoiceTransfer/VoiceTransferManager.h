@@ -94,12 +94,22 @@ public:
     std::size_t GetQueuedFrameCount();
 
 private:
+    struct SendTargets;
+
     void SendVoiceEIT(std::shared_ptr<VoiceSendParam> group);
+    /// Waits up to 2 s for frames, takes every queued one and refreshes `targets`; false once the input has
+    /// ended and nothing is queued.
+    bool TakeQueuedFrames(VoiceSendParam& group, std::deque<VoiceDataBlock>& blocks, SendTargets& targets);
+    /// Sleeps until frame `frame` of the schedule that began at `start` is due.
+    void SleepUntilFrameDue(ITransferClock::TimePoint start, int32_t frame);
     void WaitConsumeData();
     void NotifyTransferResult(int32_t deviceId, int32_t result);
     void StartGroupThread(const std::shared_ptr<VoiceSendParam>& group);
     static void JoinGroupThread(VoiceSendParam& group);
     static void ClearTransfers(VoiceSendParam& group);
+    /// Appends `transfer` to the group's list while holding `listMutex`.
+    static void AddTransfer(VoiceSendParam& group, std::mutex& listMutex,
+                            std::shared_ptr<IVoiceTransfer> transfer);
 
     std::shared_ptr<ITransferFactory> factory_;
     std::shared_ptr<ITransferClock> clock_;

@@ -4,35 +4,20 @@
 
 #include <cstdint>
 
+#include "BroadCastPlugin/logical/VoiceTransfer/UniqueHandle.h"
+
 namespace BroadCastPlugin {
 
-class CDevNetVoiceTalk {
+class CDevNetVoiceTalk : public CUniqueHandle<CDevNetVoiceTalk, int32_t> {
 public:
     CDevNetVoiceTalk() = default;
-    explicit CDevNetVoiceTalk(int32_t handle) : handle_(handle) {}
+    explicit CDevNetVoiceTalk(int32_t handle) : CUniqueHandle(handle) {}
     ~CDevNetVoiceTalk() { Reset(); }
-    CDevNetVoiceTalk(CDevNetVoiceTalk&& other) noexcept : handle_(other.Release()) {}
-    CDevNetVoiceTalk& operator=(CDevNetVoiceTalk&& other) noexcept {
-        if (this != &other) {
-            Reset(other.Release());
-        }
-        return *this;
-    }
-    CDevNetVoiceTalk(const CDevNetVoiceTalk&) = delete;
-    CDevNetVoiceTalk& operator=(const CDevNetVoiceTalk&) = delete;
+    CDevNetVoiceTalk(CDevNetVoiceTalk&&) noexcept = default;
+    CDevNetVoiceTalk& operator=(CDevNetVoiceTalk&&) noexcept = default;
 
-    int32_t Get() const { return handle_; }
-    bool Valid() const { return handle_ >= 0; }
-    int32_t Release() {
-        const int32_t handle = handle_;
-        handle_ = -1;
-        return handle;
-    }
     /// Stops the talk held (if any) and takes `handle`.
     void Reset(int32_t handle = -1);
-
-private:
-    int32_t handle_ = -1;
 };
 
 }  // namespace BroadCastPlugin

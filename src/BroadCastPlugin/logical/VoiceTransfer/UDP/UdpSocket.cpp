@@ -5,10 +5,10 @@
 namespace BroadCastPlugin {
 
 void CUniqueSocket::Reset(int fd) {
-    if (fd_ >= 0) {
-        ::close(fd_);
+    if (handle_ >= 0) {
+        ::close(handle_);
     }
-    fd_ = fd;
+    handle_ = fd;
 }
 
 }  // namespace BroadCastPlugin

@@ -1,35 +1,20 @@
 #pragma once
 // Owner of one POSIX socket descriptor.
 
+#include "BroadCastPlugin/logical/VoiceTransfer/UniqueHandle.h"
+
 namespace BroadCastPlugin {
 
-class CUniqueSocket {
+class CUniqueSocket : public CUniqueHandle<CUniqueSocket, int> {
 public:
     CUniqueSocket() = default;
-    explicit CUniqueSocket(int fd) : fd_(fd) {}
+    explicit CUniqueSocket(int fd) : CUniqueHandle(fd) {}
     ~CUniqueSocket() { Reset(); }
-    CUniqueSocket(CUniqueSocket&& other) noexcept : fd_(other.Release()) {}
-    CUniqueSocket& operator=(CUniqueSocket&& other) noexcept {
-        if (this != &other) {
-            Reset(other.Release());
-        }
-        return *this;
-    }
-    CUniqueSocket(const CUniqueSocket&) = delete;
-    CUniqueSocket& operator=(const CUniqueSocket&) = delete;
+    CUniqueSocket(CUniqueSocket&&) noexcept = default;
+    CUniqueSocket& operator=(CUniqueSocket&&) noexcept = default;
 
-    int Get() const { return fd_; }
-    bool Valid() const { return fd_ >= 0; }
-    int Release() {
-        int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
     /// Closes the current descriptor and takes `fd`.
     void Reset(int fd = -1);
-
-private:
-    int fd_ = -1;
 };
 
 }  // namespace BroadCastPlugin

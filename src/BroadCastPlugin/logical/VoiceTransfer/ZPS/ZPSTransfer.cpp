@@ -21,6 +21,25 @@ constexpr int kCodeSendFailed = 100860;  // 0x189FC
 /// Send buffer of a talk session (bytes).
 constexpr int kTalkBufferSize = 36864;  // 0x9000
 
+/// A streaming-client codec, its broadcast encode type and the sample rate assumed when the stream gives
+/// none (0: left at 0). Other codecs leave the encode type as it was.
+struct ZPSCodecMapping {
+    uint32_t codec;
+    int32_t encodeType;
+    int32_t defaultSampleRate;
+};
+constexpr ZPSCodecMapping kZPSCodecs[] = {
+    {0xC001, 1, 8000}, {0xC002, 2, 0}, {0xC003, 0, 16000}, {0xC004, 6, 0},
+    {0xC005, 7, 0},    {0xC006, 5, 0}, {0xC007, 8, 0},     {0xC013, 15, 0},
+};
+
+/// Undoes an Init that failed before its session started: the session is destroyed without a stop, then
+/// the library is released.
+void AbandonUnstartedSession(CZPSSession& owner) {
+    ZPSClient_DestroySession(owner.Release());
+    ZPSClient_FiniLib();
+}
+
 }  // namespace
 
 int RtspTimeoutForNetLevel(int level) {
@@ -41,39 +60,14 @@ void FillAudioParamFromInfo(const ZPSClient_AudioInfo& info, ZPSAudioParam& para
     param.channels = static_cast<int32_t>(info.channels);
     param.bitsPerSample = static_cast<int32_t>(info.bitsPerSample);
     param.bitRate = static_cast<int32_t>(info.bitRate);
-    switch (info.codec) {
-        case 0xC001:
-            param.encodeType = 1;
+    for (const ZPSCodecMapping& mapping : kZPSCodecs) {
+        if (mapping.codec == info.codec) {
+            param.encodeType = mapping.encodeType;
             if (param.sampleRate == 0) {
-                param.sampleRate = 8000;
+                param.sampleRate = mapping.defaultSampleRate;
             }
             break;
-        case 0xC002:
-            param.encodeType = 2;
-            break;
-        case 0xC003:
-            param.encodeType = 0;
-            if (param.sampleRate == 0) {
-                param.sampleRate = 16000;
-            }
-            break;
-        case 0xC004:
-            param.encodeType = 6;
-            break;
-        case 0xC005:
-            param.encodeType = 7;
-            break;
-        case 0xC006:
-            param.encodeType = 5;
-            break;
-        case 0xC007:
-            param.encodeType = 8;
-            break;
-        case 0xC013:
-            param.encodeType = 15;
-            break;
-        default:
-            break;
+        }
     }
 }
 
@@ -123,8 +117,7 @@ bool CZPSTransfer::Init(const std::string& token) {
     if (result != 0) {
         const unsigned int error = ZPSClient_GetLastError();
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-        ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
-        ZPSClient_FiniLib();
+        AbandonUnstartedSession(owner);
         BCAST_LOG(5, "[%s]Failed to ZPSClient_SetRtspTimeout, [err: %d], err_code: %u[%s(%d)]", result,
                   error);
         return false;
@@ -138,8 +131,7 @@ bool CZPSTransfer::Init(const std::string& token) {
             const unsigned int error = ZPSClient_GetLastError();
             BCAST_LOG(5, "[%s][ZPSClient.error=%u] ZPSClient_SetSessionParams Failed.[%s(%d)]", error);
             SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-            ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
-            ZPSClient_FiniLib();
+            AbandonUnstartedSession(owner);
             return false;
         }
     }
@@ -149,8 +141,7 @@ bool CZPSTransfer::Init(const std::string& token) {
         const unsigned int error = ZPSClient_GetLastError();
         BCAST_LOG(5, "[%s][ZPSClient.error=%u] ZPSClient_SetDataCallBack Failed.[%s(%d)]", error);
         SetLastError(ErrorCode(kModuleZPSClient, static_cast<int>(error)));
-        ZPSClient_DestroySession(owner.Release());  // never started: destroyed without a stop
-        ZPSClient_FiniLib();
+        AbandonUnstartedSession(owner);
         return false;
     }
 
