@@ -1,0 +1,58 @@
+#include "framework/base/StopSignalPipe.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+
+namespace Tal {
+namespace Base {
+
+namespace {
+
+int g_writeFd = -1;
+
+void OnStopSignal(int signal) {
+    const unsigned char byte = static_cast<unsigned char>(signal);
+    // Only async-signal-safe calls here; a full pipe just loses a repeated signal.
+    ssize_t ignored = ::write(g_writeFd, &byte, 1);
+    (void)ignored;
+}
+
+}  // namespace
+
+CStopSignalPipe::CStopSignalPipe() {
+    if (::pipe2(fds_, O_CLOEXEC | O_NONBLOCK) != 0) {
+        fds_[0] = fds_[1] = -1;
+        return;
+    }
+    g_writeFd = fds_[1];
+    struct sigaction action {};
+    action.sa_handler = OnStopSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+CStopSignalPipe::~CStopSignalPipe() {
+    if (!IsValid()) {
+        return;
+    }
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
+    g_writeFd = -1;
+    for (int fd : fds_) {
+        ::close(fd);
+    }
+}
+
+void CStopSignalPipe::Drain(const std::function<void(int)>& onSignal) {
+    unsigned char byte = 0;
+    while (fds_[0] >= 0 && ::read(fds_[0], &byte, 1) == 1) {
+        onSignal(byte);
+    }
+}
+
+}  // namespace Base
+}  // namespace Tal
