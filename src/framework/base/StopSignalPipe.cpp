@@ -22,11 +22,13 @@ void OnStopSignal(int signal) {
 }  // namespace
 
 CStopSignalPipe::CStopSignalPipe() {
-    if (::pipe2(fds_, O_CLOEXEC | O_NONBLOCK) != 0) {
-        fds_[0] = fds_[1] = -1;
+    int fds[2] = {-1, -1};
+    if (::pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) {
         return;
     }
-    g_writeFd = fds_[1];
+    readEnd_.Reset(fds[0]);
+    writeEnd_.Reset(fds[1]);
+    g_writeFd = writeEnd_.Get();
     struct sigaction action {};
     action.sa_handler = OnStopSignal;
     sigemptyset(&action.sa_mask);
@@ -42,14 +44,11 @@ CStopSignalPipe::~CStopSignalPipe() {
     std::signal(SIGINT, SIG_DFL);
     std::signal(SIGTERM, SIG_DFL);
     g_writeFd = -1;
-    for (int fd : fds_) {
-        ::close(fd);
-    }
 }
 
 void CStopSignalPipe::Drain(const std::function<void(int)>& onSignal) {
     unsigned char byte = 0;
-    while (fds_[0] >= 0 && ::read(fds_[0], &byte, 1) == 1) {
+    while (readEnd_.Valid() && ::read(readEnd_.Get(), &byte, 1) == 1) {
         onSignal(byte);
     }
 }

@@ -6,6 +6,8 @@
 
 #include <functional>
 
+#include "framework/base/UniqueFd.h"
+
 namespace Tal {
 namespace Base {
 
@@ -15,17 +17,16 @@ public:
     CStopSignalPipe();
     /// Restores the default handlers and closes the pipe.
     ~CStopSignalPipe();
-    CStopSignalPipe(const CStopSignalPipe&) = delete;
-    CStopSignalPipe& operator=(const CStopSignalPipe&) = delete;
 
-    bool IsValid() const { return fds_[0] >= 0; }
+    bool IsValid() const { return readEnd_.Valid(); }
     /// Readable when a signal arrived; non-blocking.
-    int ReadFd() const { return fds_[0]; }
+    int ReadFd() const { return readEnd_.Get(); }
     /// Calls `onSignal` with each signal number waiting in the pipe, in arrival order.
     void Drain(const std::function<void(int)>& onSignal);
 
 private:
-    int fds_[2] = {-1, -1};
+    CUniqueFd readEnd_;
+    CUniqueFd writeEnd_;  ///< the handler writes here
 };
 
 }  // namespace Base
