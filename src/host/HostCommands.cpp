@@ -13,17 +13,13 @@
 #include <QThread>
 #include <QTimer>
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <csignal>
-
 #include <atomic>
 #include <functional>
 #include <mutex>
 #include <vector>
 
 #include "framework/base/FormatLog.h"
+#include "framework/base/StopSignalPipe.h"
 #include "framework/business/PluginCommManager.h"
 #include "framework/netcomm/RapidJsonProto.h"
 #include "framework/webengine/CEFDataManager.h"
@@ -324,56 +320,26 @@ int RunGui(const ClientConfig& config, const PluginEntryPoints& entry, std::ostr
 
 namespace {
 
-int g_signalWriteFd = -1;
-
-void OnStopSignal(int signal) {
-    const unsigned char byte = static_cast<unsigned char>(signal);
-    // Only async-signal-safe calls here; a full pipe just loses a repeated signal.
-    ssize_t ignored = ::write(g_signalWriteFd, &byte, 1);
-    (void)ignored;
-}
-
-// SIGINT and SIGTERM end the event loop: the handler writes to a pipe that a socket notifier watches.
+// SIGINT and SIGTERM end the event loop: the stop-signal pipe's descriptor is watched by a socket notifier.
 class StopSignalWatcher {
 public:
     StopSignalWatcher() {
-        if (::pipe2(fds_, O_CLOEXEC | O_NONBLOCK) != 0) {
-            fds_[0] = fds_[1] = -1;
+        if (!pipe_.IsValid()) {
             return;
         }
-        g_signalWriteFd = fds_[1];
-        notifier_ = std::make_unique<QSocketNotifier>(fds_[0], QSocketNotifier::Read);
+        notifier_ = std::make_unique<QSocketNotifier>(pipe_.ReadFd(), QSocketNotifier::Read);
         QObject::connect(notifier_.get(), &QSocketNotifier::activated, [this] {
-            unsigned char byte = 0;
-            while (::read(fds_[0], &byte, 1) == 1) {
-                signal_ = byte;
-            }
+            pipe_.Drain([this](int signal) { signal_ = signal; });
             QCoreApplication::quit();
         });
-        struct sigaction action {};
-        action.sa_handler = OnStopSignal;
-        sigemptyset(&action.sa_mask);
-        action.sa_flags = SA_RESTART;
-        sigaction(SIGINT, &action, nullptr);
-        sigaction(SIGTERM, &action, nullptr);
-    }
-    ~StopSignalWatcher() {
-        std::signal(SIGINT, SIG_DFL);
-        std::signal(SIGTERM, SIG_DFL);
-        notifier_.reset();
-        g_signalWriteFd = -1;
-        for (int fd : fds_) {
-            if (fd >= 0) {
-                ::close(fd);
-            }
-        }
     }
     bool IsValid() const { return notifier_ != nullptr; }
     int Signal() const { return signal_; }
 
 private:
-    int fds_[2] = {-1, -1};
+    Tal::Base::CStopSignalPipe pipe_;
     int signal_ = 0;
+    /// Declared after the pipe: it stops watching the descriptor before the pipe closes it.
     std::unique_ptr<QSocketNotifier> notifier_;
 };
 

@@ -1,12 +1,14 @@
 #pragma once
-// Turns SIGINT and SIGTERM into a call on the Qt event loop (a self-pipe watched by a socket notifier), so
-// that the program stops cleanly instead of dying in the middle of a request.
+// Turns SIGINT and SIGTERM into a call on the Qt event loop (the stop-signal pipe watched by a socket
+// notifier), so that the program stops cleanly instead of dying in the middle of a request.
 
 #include <QObject>
 #include <QSocketNotifier>
 
 #include <functional>
 #include <memory>
+
+#include "framework/base/StopSignalPipe.h"
 
 namespace Platform {
 
@@ -24,7 +26,8 @@ private:
     void OnReadable();
 
     std::function<void(int)> onSignal_;
-    int fds_[2] = {-1, -1};
+    Tal::Base::CStopSignalPipe pipe_;
+    /// Declared after the pipe: it stops watching the descriptor before the pipe closes it.
     std::unique_ptr<QSocketNotifier> notifier_;
 };
 

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/UniqueFd.h"
 #include "framework/media/codec/G711Codec.h"
 #include "framework/media/mediakit/EncodeTypes.h"
 #include "framework/media/mediakit/RtpPacket.h"
@@ -37,15 +38,6 @@ struct Packet {
     int payloadType = 0;
     bool marker = false;
     size_t payloadSize = 0;
-};
-
-struct Socket {
-    int fd = -1;
-    ~Socket() {
-        if (fd >= 0) {
-            close(fd);
-        }
-    }
 };
 
 struct Options {
@@ -114,18 +106,18 @@ int ParseOptions(int argc, char** argv, Options& o) {
     return -1;
 }
 
-bool Listen(const Options& o, Socket& socket) {
-    socket.fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+bool Listen(const Options& o, Tal::Base::CUniqueFd& socket) {
+    socket.Reset(::socket(AF_INET, SOCK_DGRAM, 0));
     sockaddr_in local{};
     local.sin_family = AF_INET;
     local.sin_port = htons(static_cast<uint16_t>(o.port));
-    if (socket.fd < 0 || inet_pton(AF_INET, o.bindAddress.c_str(), &local.sin_addr) != 1 ||
-        bind(socket.fd, reinterpret_cast<sockaddr*>(&local), sizeof(local)) != 0) {
+    if (socket.Get() < 0 || inet_pton(AF_INET, o.bindAddress.c_str(), &local.sin_addr) != 1 ||
+        bind(socket.Get(), reinterpret_cast<sockaddr*>(&local), sizeof(local)) != 0) {
         std::fprintf(stderr, "rtp-recv: cannot listen on %s:%d\n", o.bindAddress.c_str(), o.port);
         return false;
     }
     socklen_t length = sizeof(local);
-    getsockname(socket.fd, reinterpret_cast<sockaddr*>(&local), &length);
+    getsockname(socket.Get(), reinterpret_cast<sockaddr*>(&local), &length);
     std::printf("listening on %s:%u\n", o.bindAddress.c_str(), static_cast<unsigned>(ntohs(local.sin_port)));
     std::fflush(stdout);
     return true;
@@ -153,17 +145,17 @@ void Take(const uint8_t* data, size_t size, Clock::time_point arrival, Capture& 
     }
 }
 
-Capture Receive(const Options& o, const Socket& socket) {
+Capture Receive(const Options& o, const Tal::Base::CUniqueFd& socket) {
     Capture capture;
     const Clock::time_point begin = Clock::now();
     std::vector<uint8_t> buffer(65536);
     for (;;) {
         const double limit = capture.packets.empty() ? o.waitSeconds : o.idleSeconds;
-        pollfd descriptor{socket.fd, POLLIN, 0};
+        pollfd descriptor{socket.Get(), POLLIN, 0};
         if (poll(&descriptor, 1, static_cast<int>(limit * 1000)) <= 0) {
             break;
         }
-        const ssize_t received = recv(socket.fd, buffer.data(), buffer.size(), 0);
+        const ssize_t received = recv(socket.Get(), buffer.data(), buffer.size(), 0);
         const Clock::time_point arrival = Clock::now();
         if (received <= 0) {
             continue;
@@ -265,7 +257,7 @@ int RunRtpRecv(int argc, char** argv) {
     if (parsed >= 0) {
         return parsed;
     }
-    Socket socket;
+    Tal::Base::CUniqueFd socket;
     if (!Listen(o, socket)) {
         return 1;
     }

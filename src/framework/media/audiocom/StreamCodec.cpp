@@ -42,38 +42,41 @@ bool CodecOfNumber(uint32_t number, MediaCodec::CodecId* id) {
     }
 }
 
-int MakeEncoder(const AUDIOCOM_STREAM_PARAM& param, std::unique_ptr<MediaCodec::IAudioEncoder>* encoder) {
-    if (param.channels != 1 || param.bitsPerSample != 16 || param.sampleRate == 0 ||
-        param.sampleRate > 192000) {
-        return AUDIOCOM_ERR_PARAM;
-    }
+namespace {
+// 16-bit samples at a rate the codecs take (channel counts differ between encoding and decoding).
+bool PcmShapeOk(const AUDIOCOM_STREAM_PARAM& param) {
+    return param.bitsPerSample == 16 && param.sampleRate != 0 && param.sampleRate <= 192000;
+}
+
+// Creates and opens the encoder or decoder of the stream's codec.
+template <typename Codec>
+int OpenCodec(const AUDIOCOM_STREAM_PARAM& param, std::unique_ptr<Codec> (*create)(MediaCodec::CodecId),
+              std::unique_ptr<Codec>* codec) {
     MediaCodec::CodecId id;
     if (!CodecOfNumber(param.codec, &id)) {
         return AUDIOCOM_ERR_CODEC_UNSUPPORTED;
     }
-    std::unique_ptr<MediaCodec::IAudioEncoder> made = MediaCodec::CreateEncoder(id);
+    std::unique_ptr<Codec> made = create(id);
     if (!made || made->Open(FormatOf(param)) != MediaCodec::kCodecOk) {
         return AUDIOCOM_ERR_CODEC;
     }
-    *encoder = std::move(made);
+    *codec = std::move(made);
     return AUDIOCOM_ERR_NONE;
+}
+}  // namespace
+
+int MakeEncoder(const AUDIOCOM_STREAM_PARAM& param, std::unique_ptr<MediaCodec::IAudioEncoder>* encoder) {
+    if (param.channels != 1 || !PcmShapeOk(param)) {
+        return AUDIOCOM_ERR_PARAM;
+    }
+    return OpenCodec(param, &MediaCodec::CreateEncoder, encoder);
 }
 
 int MakeDecoder(const AUDIOCOM_STREAM_PARAM& param, std::unique_ptr<MediaCodec::IAudioDecoder>* decoder) {
-    if (param.channels < 1 || param.channels > 2 || param.bitsPerSample != 16 || param.sampleRate == 0 ||
-        param.sampleRate > 192000) {
+    if (param.channels < 1 || param.channels > 2 || !PcmShapeOk(param)) {
         return AUDIOCOM_ERR_PARAM;
     }
-    MediaCodec::CodecId id;
-    if (!CodecOfNumber(param.codec, &id)) {
-        return AUDIOCOM_ERR_CODEC_UNSUPPORTED;
-    }
-    std::unique_ptr<MediaCodec::IAudioDecoder> made = MediaCodec::CreateDecoder(id);
-    if (!made || made->Open(FormatOf(param)) != MediaCodec::kCodecOk) {
-        return AUDIOCOM_ERR_CODEC;
-    }
-    *decoder = std::move(made);
-    return AUDIOCOM_ERR_NONE;
+    return OpenCodec(param, &MediaCodec::CreateDecoder, decoder);
 }
 
 }  // namespace AudioCom

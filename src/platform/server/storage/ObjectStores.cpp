@@ -31,7 +31,7 @@ void RemoveStaleRuns(const std::string& storageDir) {
         if (it->path().filename().string().rfind(kRunPrefix, 0) != 0) {
             continue;
         }
-        CUniqueFd lock(::open((it->path() / kRunLock).c_str(), O_RDWR | O_CLOEXEC));
+        Tal::Base::CUniqueFd lock(::open((it->path() / kRunLock).c_str(), O_RDWR | O_CLOEXEC));
         if (lock.Valid() && ::flock(lock.Get(), LOCK_EX | LOCK_NB) == 0) {
             std::error_code ignored;
             fs::remove_all(it->path(), ignored);

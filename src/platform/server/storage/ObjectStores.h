@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/UniqueFd.h"
 #include "platform/server/fixture/Fixture.h"
 #include "platform/server/storage/ObjectProbe.h"
 #include "platform/server/storage/StoragePlan.h"
 #include "platform/server/storage/StoreProcess.h"
-#include "platform/server/storage/UniqueFd.h"
 
 namespace Platform {
 
@@ -95,7 +95,7 @@ private:
     ObjectStoreOptions options_;
     StoragePlan plan_;
     std::string runDir_;
-    CUniqueFd runLock_;  ///< held while this platform owns runDir_
+    Tal::Base::CUniqueFd runLock_;  ///< held while this platform owns runDir_
     std::vector<std::unique_ptr<Slot>> slots_;
     mutable std::mutex mutex_;  ///< guards the slots' port, running flag and keys
 };

@@ -12,7 +12,7 @@ namespace Platform {
 namespace {
 
 // A socket bound to address:port (0: any free port); invalid with errno set when that fails.
-CUniqueFd BindTcp(const std::string& address, int port, bool reuse) {
+Tal::Base::CUniqueFd BindTcp(const std::string& address, int port, bool reuse) {
     sockaddr_storage storage{};
     socklen_t length = 0;
     int family = AF_INET;
@@ -29,9 +29,9 @@ CUniqueFd BindTcp(const std::string& address, int port, bool reuse) {
         length = sizeof(sockaddr_in6);
     } else {
         errno = EINVAL;
-        return CUniqueFd();
+        return Tal::Base::CUniqueFd();
     }
-    CUniqueFd fd(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    Tal::Base::CUniqueFd fd(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fd.Valid()) {
         return fd;
     }

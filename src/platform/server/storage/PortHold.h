@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform/server/storage/UniqueFd.h"
+#include "framework/base/UniqueFd.h"
 
 namespace Platform {
 
@@ -16,7 +16,7 @@ public:
     bool Held() const { return socket_.Valid(); }
 
 private:
-    CUniqueFd socket_;
+    Tal::Base::CUniqueFd socket_;
 };
 
 /// True when `address` is an address of this machine (a socket can be bound to it).

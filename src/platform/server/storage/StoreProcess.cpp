@@ -22,7 +22,7 @@ namespace {
 
 constexpr char kReady[] = "READY ";
 
-bool MakePipe(CUniqueFd& readEnd, CUniqueFd& writeEnd) {
+bool MakePipe(Tal::Base::CUniqueFd& readEnd, Tal::Base::CUniqueFd& writeEnd) {
     int fds[2] = {-1, -1};
     // Close-on-exec: no other child (another store, espeak-ng) may inherit an end, or a store would not see
     // its standard input close when the platform ends.
@@ -72,8 +72,8 @@ bool CStoreProcess::Spawn(std::string& error) {
                 " is missing (name it with --object-store-script, or start with --object-store off)";
         return false;
     }
-    CUniqueFd stdinRead;
-    CUniqueFd stdoutWrite;
+    Tal::Base::CUniqueFd stdinRead;
+    Tal::Base::CUniqueFd stdoutWrite;
     if (!MakePipe(stdinRead, stdin_) || !MakePipe(stdout_, stdoutWrite)) {
         error = what + "cannot make pipes: " + std::strerror(errno);
         return false;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/server/storage/UniqueFd.h"
+#include "framework/base/UniqueFd.h"
 
 namespace Platform {
 
@@ -63,9 +63,9 @@ private:
     StoreLauncher launcher_;
     StoreProcessConfig config_;
     pid_t pid_ = -1;
-    int exitStatus_ = -1;  ///< waitpid status once reaped
-    CUniqueFd stdin_;      ///< the store lives while this is open
-    CUniqueFd stdout_;
+    int exitStatus_ = -1;         ///< waitpid status once reaped
+    Tal::Base::CUniqueFd stdin_;  ///< the store lives while this is open
+    Tal::Base::CUniqueFd stdout_;
     std::string output_;
     int port_ = 0;
 };

@@ -14,6 +14,7 @@
 #include <map>
 
 #include "framework/base/FormatLog.h"
+#include "framework/base/UniqueFd.h"
 #include "platform/server/sim/speakers/SpeakerSim.h"
 
 namespace Platform {
@@ -22,23 +23,6 @@ using Tal::MediaKit::ParseRtp;
 using Tal::MediaKit::RtpPacket;
 
 namespace {
-
-/// A file descriptor closed with its owner.
-class CFd {
-public:
-    explicit CFd(int fd = -1) : fd_(fd) {}
-    ~CFd() {
-        if (fd_ >= 0) {
-            ::close(fd_);
-        }
-    }
-    CFd(const CFd&) = delete;
-    CFd& operator=(const CFd&) = delete;
-    int Get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 constexpr std::size_t kMaxDatagram = 65536;
 /// A pause longer than this between packets starts a new stream for the lateness measurement.
@@ -50,7 +34,7 @@ constexpr std::size_t kMaxLatenessSamples = 100000;
 
 struct COemSpeakers::Socket {
     OemSpeakerStats stats;
-    std::unique_ptr<CFd> fd;
+    Tal::Base::CUniqueFd fd;
     bool haveSequence = false;
     uint16_t lastSequence = 0;
     uint32_t ssrc = 0;
@@ -80,22 +64,22 @@ bool COemSpeakers::Start(const std::vector<OemSpeakerConfig>& speakers, std::str
         auto socket = std::make_unique<Socket>();
         socket->stats.deviceId = config.deviceId;
         socket->stats.address = config.address;
-        socket->fd = std::make_unique<CFd>(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        socket->fd.Reset(::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(static_cast<uint16_t>(config.port));
         const std::string where = "speaker device " + std::to_string(config.deviceId) + " (UDP " +
                                   config.address + ":" + std::to_string(config.port) + ")";
-        if (socket->fd->Get() < 0 || ::inet_pton(AF_INET, config.address.c_str(), &address.sin_addr) != 1) {
+        if (socket->fd.Get() < 0 || ::inet_pton(AF_INET, config.address.c_str(), &address.sin_addr) != 1) {
             error = where + ": not an IPv4 address this host can use";
             return false;
         }
-        if (::bind(socket->fd->Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        if (::bind(socket->fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
             error = where + ": cannot bind: " + std::strerror(errno);
             return false;
         }
         socklen_t length = sizeof(address);
-        ::getsockname(socket->fd->Get(), reinterpret_cast<sockaddr*>(&address), &length);
+        ::getsockname(socket->fd.Get(), reinterpret_cast<sockaddr*>(&address), &length);
         socket->stats.port = ntohs(address.sin_port);
         sockets.push_back(std::move(socket));
     }
@@ -207,7 +191,7 @@ void COemSpeakers::Run() {
     std::vector<pollfd> fds;
     fds.push_back(pollfd{wakeFd_, POLLIN, 0});
     for (const auto& s : sockets_) {
-        fds.push_back(pollfd{s->fd->Get(), POLLIN, 0});
+        fds.push_back(pollfd{s->fd.Get(), POLLIN, 0});
     }
     while (true) {
         const int ready = ::poll(fds.data(), fds.size(), -1);
@@ -235,7 +219,7 @@ void COemSpeakers::Receive(Socket& socket) {
     while (true) {
         sockaddr_in from{};
         socklen_t length = sizeof(from);
-        const ssize_t got = ::recvfrom(socket.fd->Get(), buffer.data(), buffer.size(), 0,
+        const ssize_t got = ::recvfrom(socket.fd.Get(), buffer.data(), buffer.size(), 0,
                                        reinterpret_cast<sockaddr*>(&from), &length);
         if (got < 0) {
             return;  // EAGAIN: everything read

@@ -5,7 +5,8 @@
 
 #include <utility>
 
-namespace Platform {
+namespace Tal {
+namespace Base {
 
 class CUniqueFd {
 public:
@@ -35,4 +36,5 @@ private:
     int fd_ = -1;
 };
 
-}  // namespace Platform
+}  // namespace Base
+}  // namespace Tal
