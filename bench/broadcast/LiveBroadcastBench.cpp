@@ -13,11 +13,13 @@
 // Each part runs in a child process of its own (its own platform, its own site, its own peak memory); the
 // parent writes the sites and prints one table.
 //
-//   bcast-bench-broadcast [--runs N] [--speakers N]       (defaults 20 talks, 1000 speakers)
+//   bcast-bench-broadcast [--runs N] [--speakers N] [--sms-jitter-ms N]
+//                     (defaults 20 talks, 1000 speakers; the streaming server's jitter buffer in the site
+//                     without prompt tone: the demo site's 200 ms unless given)
 //   bcast-bench-broadcast --part latency --fixture F --runs N [--dump]
 //   bcast-bench-broadcast --part memory --fixture F --speakers N
 //   bcast-bench-broadcast --part rest
-//   bcast-bench-broadcast --part sites --fixture DIR [--speakers N]
+//   bcast-bench-broadcast --part sites --fixture DIR [--speakers N] [--sms-jitter-ms N]
 
 #include <QApplication>
 
@@ -708,12 +710,15 @@ bool WriteText(const std::string& path, const std::string& text) {
 }
 
 // The demo site without its prompt tone, and the same with `speakers` further UDP speakers.
-bool WriteSites(const std::string& promptOff, const std::string& many, int speakers) {
+bool WriteSites(const std::string& promptOff, const std::string& many, int speakers, int smsJitterMs) {
     CRapidJsonProto site;
     if (!site.set_str(PlatformTest::ReadFile(PlatformTest::DemoFixture()))) {
         return false;
     }
     site.set_bool_v("/BaseConfig/IsPromptToneActivated", false);
+    if (smsJitterMs >= 0) {
+        site.set_v("/StreamingServer/JitterBufferMs", smsJitterMs);
+    }
     if (!WriteText(promptOff, site.get_str())) {
         return false;
     }
@@ -783,11 +788,11 @@ std::string ResultOf(const std::vector<std::string>& results, const std::string&
     return std::string();
 }
 
-int Parent(int runs, int speakers) {
+int Parent(int runs, int speakers, int smsJitterMs) {
     BcastTest::CTempDir work("bench-broadcast-sites");
     const std::string promptOff = work.File("prompt-off.json");
     const std::string many = work.File("many-udp.json");
-    if (!WriteSites(promptOff, many, speakers)) {
+    if (!WriteSites(promptOff, many, speakers, smsJitterMs)) {
         return Fail("cannot write the sites");
     }
     std::vector<std::string> on, off, memory, rest, onSteps, offSteps, memorySteps, restSteps;
@@ -863,6 +868,7 @@ int Parent(int runs, int speakers) {
 int main(int argc, char** argv) {
     int runs = 20;
     int speakers = 1000;
+    int smsJitterMs = -1;
     bool dump = false;
     std::string part;
     std::string fixture;
@@ -876,15 +882,19 @@ int main(int argc, char** argv) {
             part = argv[++i];
         } else if (arg == "--fixture" && i + 1 < argc) {
             fixture = argv[++i];
+        } else if (arg == "--sms-jitter-ms" && i + 1 < argc) {
+            smsJitterMs = std::max(0, std::atoi(argv[++i]));
         } else if (arg == "--dump") {
             dump = true;
         }
     }
     if (part == "sites") {  // writes the generated sites into --fixture DIR, for running a part by hand
-        return WriteSites(fixture + "/prompt-off.json", fixture + "/many-udp.json", speakers) ? 0 : 1;
+        return WriteSites(fixture + "/prompt-off.json", fixture + "/many-udp.json", speakers, smsJitterMs)
+                   ? 0
+                   : 1;
     }
     if (part.empty()) {
-        return Parent(runs, speakers);
+        return Parent(runs, speakers, smsJitterMs);
     }
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);

@@ -7,6 +7,7 @@
 #
 #   bench/broadcast/run.sh              builds an optimised bench in build-release/ and runs 20 talks per site
 #   RUNS=5 SPEAKERS=200 bench/broadcast/run.sh
+#   SMS_JITTER_MS=20 bench/broadcast/run.sh    the streaming server's jitter buffer in the site without tone
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "$0")/../.." && pwd)
@@ -21,4 +22,5 @@ cmake -S "$ROOT" -B "$ROOT/build-release" -DCMAKE_BUILD_TYPE=Release -DBCAST_SAN
 cmake --build "$ROOT/build-release" -j2 --target bcast-bench-broadcast >/dev/null
 export BCAST_SOURCE_DIR="$ROOT" BCAST_BINARY_DIR="$ROOT/build-release"
 export ALSA_CONFIG_PATH="$ROOT/tests/support/asound.conf"
-exec "$ROOT/build-release/bin/bcast-bench-broadcast" --runs "$RUNS" --speakers "$SPEAKERS"
+exec "$ROOT/build-release/bin/bcast-bench-broadcast" --runs "$RUNS" --speakers "$SPEAKERS" \
+  ${SMS_JITTER_MS:+--sms-jitter-ms "$SMS_JITTER_MS"}

@@ -125,6 +125,8 @@ TEST(FixtureLoader, RefusesInconsistentFixturesNamingTheEntry) {
          "\"PathPrefix\" must be one path segment"},
         {R"({"Users":[{"ID":1,"Name":"u","Password":"p"}],"StreamingServer":{"RtspPort":70000}})",
          "\"RtspPort\" is out of range"},
+        {R"({"Users":[{"ID":1,"Name":"u","Password":"p"}],"StreamingServer":{"JitterBufferMs":-1}})",
+         "\"JitterBufferMs\" must be 0 to 10000"},
     };
     for (const Case& c : cases) {
         Fixture out;

@@ -50,6 +50,7 @@ bool CSimulatedSite::Start(std::string& error) {
     streaming.userName = sms.userName;
     streaming.password = sms.password;
     streaming.tokenEnabled = sms.tokenEnabled;
+    streaming.jitterBufferMs = static_cast<unsigned>(sms.jitterBufferMs);
     streaming.listenDevices.assign(listened.begin(), listened.end());
     if (!BackchannelCodecOf(sms.backchannelCodec, fixture_.baseConfig.audioCompressionType,
                             streaming.backchannelCodec)) {

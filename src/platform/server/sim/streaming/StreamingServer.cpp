@@ -399,6 +399,7 @@ struct CStreamingServer::Impl : std::enable_shared_from_this<CStreamingServer::I
         }
         gst_rtsp_media_factory_set_media_gtype(factory, GST_TYPE_RTSP_ONVIF_MEDIA);
         gst_rtsp_media_factory_set_shared(factory, FALSE);
+        gst_rtsp_media_factory_set_latency(factory, config.jitterBufferMs);
         gst_rtsp_media_factory_add_role(factory, kRole, GST_RTSP_PERM_MEDIA_FACTORY_ACCESS, G_TYPE_BOOLEAN,
                                         TRUE, GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT, G_TYPE_BOOLEAN, TRUE,
                                         nullptr);

@@ -31,6 +31,7 @@ struct StreamingServerConfig {
     std::string password = "password";
     SpeakerCodec backchannelCodec = SpeakerCodec::kPcmu;  ///< PCMU, PCMA or MP3 (MPA)
     bool tokenEnabled = true;
+    unsigned jitterBufferMs = 200;   ///< jitter buffer of the received streams
     std::vector<int> listenDevices;  ///< devices that get a listen address
 };
 
