@@ -320,8 +320,8 @@ TEST_F(ZPSClientTest, KeepAlivesCarryTheTokenAndHoldATalkPastTheSessionTimeOut) 
     CRtspServerPeer strict;
     std::string error;
     ASSERT_TRUE(strict.Start(options, error)) << error;
-    auto talkInRealTime = [&](int session, int frames, int seed) {
-        const auto audio = RandomFrames(frames, 320, static_cast<unsigned>(seed));
+    auto talkInRealTime = [&](int session, int frames, int pattern) {
+        const auto audio = RandomFrames(frames, 320, static_cast<unsigned>(pattern));
         const auto start = std::chrono::steady_clock::now();
         int failedAt = -1;
         for (size_t i = 0; i < audio.size() && failedAt < 0; ++i) {
