@@ -2,6 +2,7 @@
 // connect, and simulated peers on the fixture's own ports.
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include <cmath>
 #include <fstream>
@@ -10,6 +11,7 @@
 
 #include "framework/media/codec/AudioCodec.h"
 
+#include "TestProcess.h"
 #include "support/SpeakerFixture.h"
 #include "support/SpeakerPeers.h"
 
@@ -190,9 +192,9 @@ TEST_F(SpeakerPlayTest, OfflineSpeakersFailAndSpeakersThatNeverConnectStayConnec
 class FixturePortsTest : public SpeakerFixture {
 protected:
     void SetUp() override {
-        rtsp_ = FreePort(false);
-        lobby_ = FreePort(false);
-        pole_ = FreePort(true);
+        rtsp_ = BcastTest::FreeLoopbackPort(SOCK_STREAM);
+        lobby_ = BcastTest::FreeLoopbackPort(SOCK_STREAM);
+        pole_ = BcastTest::FreeLoopbackPort(SOCK_DGRAM);
         std::string text = ReadFile(DemoFixture());
         auto replace = [&text](const std::string& from, const std::string& to) {
             const std::size_t at = text.find(from);

@@ -91,7 +91,4 @@ private:
     Tal::MediaKit::CRtpStream stream_;
 };
 
-/// A free port on 127.0.0.1 (TCP when `udp` is false), released again for the caller to use.
-int FreePort(bool udp);
-
 }  // namespace PlatformTest
