@@ -41,6 +41,7 @@
 #include <vector>
 
 #include "BroadCastPlugin/controller/BroadcastController/BroadcastController.h"
+#include "ModuleAgainstPlatform.h"
 #include "PlatformProcess.h"
 #include "PulseAudioPeer.h"
 #include "RestClient.h"
@@ -105,78 +106,14 @@ double StatusMiB(const char* key) {
     return 0;
 }
 
-// The module against a platform process with the given site and a PulseAudio virtual microphone, the
-// operator logged in and the controller started.
-class CRig {
-public:
-    explicit CRig(const std::string& tag) : work_(tag) {}
-    ~CRig() {
-        if (moduleStarted_) {
-            BroadCastPlugin::CBroadcastController::Instance()->Unit();
-            BusinessCommon::LogoutFromPlatform();
-            BusinessCommon::UnInitBusinessCommon();
-        }
-        if (voiceUp_) {
-            ORVVideoTool::UnInitVoiceEnvir();
-        }
-        platform_.Stop();
-        pulse_.Stop();
-    }
-    CRig(const CRig&) = delete;
-    CRig& operator=(const CRig&) = delete;
-
-    bool Start(const std::string& fixture, std::string& error) {
-        if (!pulse_.Start(&error)) {
-            error = "PulseAudio: " + error;
-            return false;
-        }
-        pulse_.ExportClientEnvironment();
-        // No object store: the recording's upload fails after the talk, which the figures do not include.
-        if (!platform_.Start({"--fixture", fixture, "--object-store", "off"})) {
-            error = "platform: " + platform_.Error();
-            return false;
-        }
-        Tal::Base::LogConfig logConfig;
-        logConfig.directory = work_.File("log");
-        logConfig.stderrLevel = Tal::Base::kLogFatal;
-        Tal::Base::InitLog(logConfig);
-        BusinessCommon::InitBusinessCommon(nullptr, "en_US");
-        BusinessCommon::CFrameSystemConfigMgr::Instance()->SetClientDataPath(work_.File("client"));
-        BusinessCommon::CFrameSystemConfigMgr::Instance()->SetVideoCaptureDataPath(work_.File("capture"));
-        moduleStarted_ = true;
-        // The audio back end stays up from the module's load on, as the plugin's lifecycle keeps it.
-        voiceUp_ = ORVVideoTool::InitVoiceEnvir(R"({"GeneralInit":true,"CirroInit":true})");
-        if (!voiceUp_) {
-            error = "the audio back end did not start";
-            return false;
-        }
-        BusinessCommon::PlatformLoginRequest login;
-        login.address = "127.0.0.1";
-        login.port = std::stoi(platform_.RestUrl().substr(platform_.RestUrl().rfind(':') + 1));
-        login.user = PlatformTest::kUser;
-        login.password = PlatformTest::kPassword;
-        if (!BusinessCommon::LoginToPlatform(login, error)) {
-            error = "login: " + error;
-            return false;
-        }
-        if (!BroadCastPlugin::CBroadcastController::Instance()->Init()) {
-            error = "the controller did not start";
-            return false;
-        }
-        return true;
-    }
-
-    BcastTest::CPulseAudioPeer& Pulse() { return pulse_; }
-    PlatformTest::CPlatformProcess& Platform() { return platform_; }
-    const BcastTest::CTempDir& Work() const { return work_; }
-
-private:
-    BcastTest::CPulseAudioPeer pulse_;
-    PlatformTest::CPlatformProcess platform_;
-    BcastTest::CTempDir work_;
-    bool moduleStarted_ = false;
-    bool voiceUp_ = false;
-};
+// The module against a platform process with the given site (no object store: a recording's upload fails
+// after the talk, which the figures do not include), the audio back end up as the plugin keeps it.
+bool StartRig(BcastTest::CModuleRig& rig, const std::string& fixture, std::string& error) {
+    BcastTest::RigOptions options;
+    options.platformArgs = {"--fixture", fixture, "--object-store", "off"};
+    options.audioBackEndUp = true;
+    return rig.Start(options, error);
+}
 
 struct SpeakerState {
     int sessions = 0;
@@ -352,10 +289,10 @@ double SoundOnsetMs(const BcastTool::PcmAudio& audio) {
 }
 
 int LatencyPart(const std::string& fixture, int runs, bool dump) {
-    CRig rig("bench-broadcast");
+    BcastTest::CModuleRig rig("bench-broadcast");
     CLogClock logClock;
     std::string error;
-    if (!rig.Start(fixture, error)) {
+    if (!StartRig(rig, fixture, error)) {
         return Fail(error);
     }
     BcastTest::CPulseAudioPeer& pulse = rig.Pulse();
@@ -563,10 +500,10 @@ std::vector<std::pair<double, std::string>> ResidentByMapping() {
 
 int MemoryPart(const std::string& fixture, int speakers) {
     const char* const kStartReturns = "Start ipspeaker voice speak finish";
-    CRig rig("bench-broadcast-memory");
+    BcastTest::CModuleRig rig("bench-broadcast-memory");
     CLogClock logClock(kStartReturns);
     std::string error;
-    if (!rig.Start(fixture, error)) {
+    if (!StartRig(rig, fixture, error)) {
         return Fail(error);
     }
     PlatformTest::CPlatformProcess& platform = rig.Platform();
