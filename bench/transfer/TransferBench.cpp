@@ -597,6 +597,34 @@ bool RunManager(const std::string& audio, int receivers, Figures& figures, const
 /// receiver behind one decoder and encoder, 320 samples (40 ms) per packet as the manager sends. arealtime
 /// releases each packet at its own time: -re alone paces the demuxer, which reads the WAV file in blocks of
 /// half a second, so every half second a block's packets would leave at once.
+/// Runs /usr/bin/ffmpeg with `command` (its name first), its standard output (and error, when `quiet`) to
+/// /dev/null, and waits for it; false when it cannot be started. Its wait status and resource usage are
+/// returned.
+bool ExecFfmpeg(std::vector<std::string> command, bool quiet, int& status, rusage& usage) {
+    std::vector<char*> argv;
+    for (auto& argument : command) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    const pid_t ffmpeg = fork();
+    if (ffmpeg < 0) {
+        return false;
+    }
+    if (ffmpeg == 0) {
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, STDOUT_FILENO);
+        if (quiet) {
+            dup2(null, STDERR_FILENO);
+        }
+        execv("/usr/bin/ffmpeg", argv.data());
+        _exit(127);
+    }
+    status = 0;
+    usage = rusage{};
+    wait4(ffmpeg, &status, 0, &usage);
+    return true;
+}
+
 bool RunFfmpegTee(const std::string& toneFile, int receivers, Figures& figures, const std::string& cdfPath) {
     CReceiverProcess process;
     std::vector<uint16_t> ports;
@@ -619,25 +647,12 @@ bool RunFfmpegTee(const std::string& toneFile, int receivers, Figures& figures, 
                                         "-c:a",   "pcm_mulaw", "-f",
                                         "tee",    "-map",      "0:a",
                                         tee};
-    std::vector<char*> argv;
-    for (auto& argument : command) {
-        argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
     const auto begin = std::chrono::steady_clock::now();
-    const pid_t ffmpeg = fork();
-    if (ffmpeg < 0) {
-        return false;
-    }
-    if (ffmpeg == 0) {
-        const int null = open("/dev/null", O_WRONLY);
-        dup2(null, STDOUT_FILENO);
-        execv("/usr/bin/ffmpeg", argv.data());
-        _exit(127);
-    }
     int status = 0;
     rusage usage{};
-    wait4(ffmpeg, &status, 0, &usage);
+    if (!ExecFfmpeg(std::move(command), false, status, usage)) {
+        return false;
+    }
     const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     const bool received = process.Finish(figures);
     if (!received || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
@@ -733,25 +748,11 @@ bool RunFfmpeg(const std::vector<std::string>& arguments, const ReceiverSetup& s
     std::vector<std::string> command = {"ffmpeg"};
     command.insert(command.end(), arguments.begin(), arguments.end());
     command.push_back("rtp://127.0.0.1:" + std::to_string(ports[0]));
-    std::vector<char*> argv;
-    for (auto& argument : command) {
-        argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
-    const pid_t ffmpeg = fork();
-    if (ffmpeg < 0) {
-        return false;
-    }
-    if (ffmpeg == 0) {
-        const int null = open("/dev/null", O_WRONLY);
-        dup2(null, STDOUT_FILENO);
-        dup2(null, STDERR_FILENO);
-        execv("/usr/bin/ffmpeg", argv.data());
-        _exit(127);
-    }
     int status = 0;
     rusage usage{};
-    wait4(ffmpeg, &status, 0, &usage);
+    if (!ExecFfmpeg(std::move(command), true, status, usage)) {
+        return false;
+    }
     if (!process.Finish(figures) || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         return false;
     }
