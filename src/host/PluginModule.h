@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "BroadCastPlugin/BroadCastPluginExports.h"
+#include "framework/base/NonCopyable.h"
 
 namespace BcastHost {
 
@@ -15,12 +16,10 @@ struct PluginEntryPoints {
 #undef BCAST_HOST_MEMBER
 };
 
-class CPluginModule {
+class CPluginModule : private Tal::Base::CNonCopyable {
 public:
     CPluginModule() = default;
     ~CPluginModule();
-    CPluginModule(const CPluginModule&) = delete;
-    CPluginModule& operator=(const CPluginModule&) = delete;
 
     /// Opens the module and resolves every entry point. On failure `error` is a one-line reason naming the
     /// file or the missing exports, and nothing stays loaded.

@@ -7,17 +7,16 @@
 #include <memory>
 #include <string>
 
+#include "framework/base/NonCopyable.h"
 #include "framework/media/mediakit/WavFile.h"
 
 namespace DeviceSim {
 
-class CChannelRecorder {
+class CChannelRecorder : private Tal::Base::CNonCopyable {
 public:
     /// `path` ends in .wav for G.711 µ-law, anything else is written raw.
     explicit CChannelRecorder(std::string path);
     ~CChannelRecorder();
-    CChannelRecorder(const CChannelRecorder&) = delete;
-    CChannelRecorder& operator=(const CChannelRecorder&) = delete;
 
     bool Open();
     void Write(const char* data, std::size_t size);

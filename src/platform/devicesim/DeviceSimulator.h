@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
+
 namespace DeviceSim {
 
 /// Receives the voice talks of a device as they happen, on the connection's thread (besides any
@@ -71,12 +73,10 @@ struct DeviceSimStats {
     std::map<int, ChannelStats> channels;
 };
 
-class CDeviceSimulator {
+class CDeviceSimulator : private Tal::Base::CNonCopyable {
 public:
     CDeviceSimulator();
     ~CDeviceSimulator();
-    CDeviceSimulator(const CDeviceSimulator&) = delete;
-    CDeviceSimulator& operator=(const CDeviceSimulator&) = delete;
 
     /// Listens and serves on a thread of its own. False when the address cannot be bound.
     bool Start(const DeviceSimConfig& config);

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
 #include "platform/server/PlatformContext.h"
 #include "platform/server/PlatformOptions.h"
 #include "platform/server/http/Router.h"
@@ -20,12 +21,10 @@ class CQtScheduler;
 class CRestGateway;
 class CObjectStores;
 
-class CPlatformServer {
+class CPlatformServer : private Tal::Base::CNonCopyable {
 public:
     explicit CPlatformServer(PlatformOptions options);
     ~CPlatformServer();
-    CPlatformServer(const CPlatformServer&) = delete;
-    CPlatformServer& operator=(const CPlatformServer&) = delete;
 
     /// Loads the fixture and starts listening. False with a reason; nothing is left running then.
     bool Start(std::string& error);

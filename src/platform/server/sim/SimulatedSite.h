@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
 #include "platform/server/fixture/Fixture.h"
 #include "platform/server/push/PushFrame.h"
 #include "platform/server/state/BroadcastRegistry.h"
@@ -27,13 +28,11 @@ struct SiteOptions {
     bool peers = true;  ///< false: speakers only, no streaming server, devices or UDP sockets
 };
 
-class CSimulatedSite {
+class CSimulatedSite : private Tal::Base::CNonCopyable {
 public:
     CSimulatedSite(Fixture& fixture, CBroadcastRegistry& registry, IPushSink& sink, IScheduler& scheduler,
                    SiteOptions options);
     ~CSimulatedSite();
-    CSimulatedSite(const CSimulatedSite&) = delete;
-    CSimulatedSite& operator=(const CSimulatedSite&) = delete;
 
     /// Starts the speakers and the peers. False with a reason; nothing is left running then.
     bool Start(std::string& error);

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
 #include "framework/base/UniqueFd.h"
 #include "platform/server/fixture/Fixture.h"
 #include "platform/server/storage/ObjectProbe.h"
@@ -42,14 +43,12 @@ struct StoreState {
     std::string Url() const;
 };
 
-class CObjectStores {
+class CObjectStores : private Tal::Base::CNonCopyable {
 public:
     enum class Control { kDone, kUnknownStore, kFailed };
 
     CObjectStores(Fixture& fixture, ObjectStoreOptions options);
     ~CObjectStores();
-    CObjectStores(const CObjectStores&) = delete;
-    CObjectStores& operator=(const CObjectStores&) = delete;
 
     /// Works out the stores and starts their programs; they get ready while the platform starts the rest.
     /// False with a reason; nothing is left running then.

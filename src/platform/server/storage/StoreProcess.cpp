@@ -12,6 +12,7 @@
 #include <fstream>
 #include <thread>
 
+#include "framework/base/NonCopyable.h"
 #include "platform/server/json/Json.h"
 
 extern char** environ;
@@ -41,7 +42,7 @@ int RemainingMs(std::chrono::steady_clock::time_point deadline) {
 }
 
 // posix_spawn's attribute and file-action objects, destroyed on every path.
-struct SpawnSetup {
+struct SpawnSetup : private Tal::Base::CNonCopyable {
     posix_spawnattr_t attr;
     posix_spawn_file_actions_t actions;
     SpawnSetup() {
@@ -52,8 +53,6 @@ struct SpawnSetup {
         posix_spawn_file_actions_destroy(&actions);
         posix_spawnattr_destroy(&attr);
     }
-    SpawnSetup(const SpawnSetup&) = delete;
-    SpawnSetup& operator=(const SpawnSetup&) = delete;
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
 #include "framework/base/UniqueFd.h"
 
 namespace Platform {
@@ -30,12 +31,10 @@ struct StoreProcessConfig {
     std::string logPath;  ///< the store's stderr
 };
 
-class CStoreProcess {
+class CStoreProcess : private Tal::Base::CNonCopyable {
 public:
     CStoreProcess(StoreLauncher launcher, StoreProcessConfig config);
     ~CStoreProcess();
-    CStoreProcess(const CStoreProcess&) = delete;
-    CStoreProcess& operator=(const CStoreProcess&) = delete;
 
     /// Starts the program. False with a reason when it cannot be run.
     bool Spawn(std::string& error);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
 #include "framework/media/codec/Mp3Frame.h"
 #include "framework/media/mediakit/EncodeTypes.h"
 
@@ -29,14 +30,12 @@ int PayloadTypeOf(SpeakerCodec codec);
 bool CodecOfPayloadType(int payloadType, SpeakerCodec& codec);
 const char* CodecName(SpeakerCodec codec);
 
-class CSpeakerDecoder {
+class CSpeakerDecoder : private Tal::Base::CNonCopyable {
 public:
     static constexpr int kSampleRate = 8000;
 
     explicit CSpeakerDecoder(SpeakerCodec codec);
     ~CSpeakerDecoder();
-    CSpeakerDecoder(const CSpeakerDecoder&) = delete;
-    CSpeakerDecoder& operator=(const CSpeakerDecoder&) = delete;
 
     SpeakerCodec Codec() const { return codec_; }
     /// Appends the decoded samples to `out`. False with a reason on data the codec cannot decode; what

@@ -7,19 +7,18 @@
 #include <cstdint>
 #include <string>
 
+#include "framework/base/NonCopyable.h"
 #include "framework/media/mediakit/WavFile.h"
 
 namespace Platform {
 
-class CWavRecorder {
+class CWavRecorder : private Tal::Base::CNonCopyable {
 public:
     static constexpr int kSampleRate = 8000;
 
     /// `channels` 1 or 2; samples are interleaved.
     explicit CWavRecorder(std::string path, int sampleRate = kSampleRate, int channels = 1);
     ~CWavRecorder();
-    CWavRecorder(const CWavRecorder&) = delete;
-    CWavRecorder& operator=(const CWavRecorder&) = delete;
 
     /// Creates (or truncates) the file and writes an empty WAV. False when it cannot be created.
     bool Open();

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
+
 namespace DeviceSim {
 class CDeviceSimulator;
 }
@@ -47,12 +49,10 @@ struct SimDeviceStats {
     bool online = true;
 };
 
-class CDeviceFarm {
+class CDeviceFarm : private Tal::Base::CNonCopyable {
 public:
     CDeviceFarm(CSpeakerSim& speakers, CDeviceGroups& groups);
     ~CDeviceFarm();
-    CDeviceFarm(const CDeviceFarm&) = delete;
-    CDeviceFarm& operator=(const CDeviceFarm&) = delete;
 
     /// Starts every device. False with a reason naming the device; then none runs.
     bool Start(const std::vector<SimDeviceConfig>& devices, std::string& error);

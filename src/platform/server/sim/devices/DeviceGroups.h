@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
 #include "platform/server/push/PushFrame.h"
 
 namespace Platform {
@@ -69,7 +70,7 @@ struct DeviceGroupInfo {
     std::vector<DeviceMemberInfo> members;
 };
 
-class CDeviceGroups {
+class CDeviceGroups : private Tal::Base::CNonCopyable {
 public:
     /// Milliseconds between the answer that creates a group and its first statuses.
     static constexpr int kDialDelayMs = 200;
@@ -81,8 +82,6 @@ public:
 
     CDeviceGroups(IPushSink& sink, IScheduler& scheduler, std::string speakerDir);
     ~CDeviceGroups();
-    CDeviceGroups(const CDeviceGroups&) = delete;
-    CDeviceGroups& operator=(const CDeviceGroups&) = delete;
 
     /// Opens a group: takes its devices over from older groups (0 there), creates the online devices'
     /// recordings and pushes the first statuses after kDialDelayMs.

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
 #include "framework/media/mediakit/RtpPacket.h"
 #include "platform/server/sim/audio/SpeakerDecoder.h"
 
@@ -44,12 +45,10 @@ struct OemSpeakerStats {
     double latenessMaxMs = 0;
 };
 
-class COemSpeakers {
+class COemSpeakers : private Tal::Base::CNonCopyable {
 public:
     explicit COemSpeakers(CSpeakerSim& speakers);
     ~COemSpeakers();
-    COemSpeakers(const COemSpeakers&) = delete;
-    COemSpeakers& operator=(const COemSpeakers&) = delete;
 
     /// Binds every speaker's socket and starts receiving. False with a reason naming the speaker; then
     /// nothing runs.

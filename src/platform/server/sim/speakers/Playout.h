@@ -13,9 +13,11 @@
 #include <thread>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
+
 namespace Platform {
 
-class CPlayout {
+class CPlayout : private Tal::Base::CNonCopyable {
 public:
     enum class Result { kCompleted, kCancelled, kFailed };
 
@@ -32,8 +34,6 @@ public:
     CPlayout(Prepare prepare, Block block, Done done);
     /// Cancels and joins.
     ~CPlayout();
-    CPlayout(const CPlayout&) = delete;
-    CPlayout& operator=(const CPlayout&) = delete;
 
     void Start();
     /// Asks the playout to end after the block in progress; returns at once (does not join), so it may

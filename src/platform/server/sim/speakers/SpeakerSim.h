@@ -32,6 +32,7 @@
 #include <utility>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
 #include "platform/server/fixture/Fixture.h"
 #include "platform/server/push/PushFrame.h"
 #include "platform/server/sim/speakers/Loudspeaker.h"
@@ -75,7 +76,7 @@ struct SpeakerInfo {
     double idleToneHz = 0;
 };
 
-class CSpeakerSim {
+class CSpeakerSim : private Tal::Base::CNonCopyable {
 public:
     /// Milliseconds between handing out addresses and the speakers' first status: the client needs the
     /// answer before it can match pushes to its broadcast.
@@ -94,8 +95,6 @@ public:
     CSpeakerSim(const Fixture& fixture, CBroadcastRegistry& registry, IPushSink& sink, IScheduler& scheduler,
                 std::string speakerDir);
     ~CSpeakerSim();
-    CSpeakerSim(const CSpeakerSim&) = delete;
-    CSpeakerSim& operator=(const CSpeakerSim&) = delete;
 
     /// Creates the speaker directory and starts the loudspeaker clock. False with a reason.
     bool Start(std::string& error);

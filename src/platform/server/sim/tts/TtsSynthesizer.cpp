@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "framework/base/FileSystem.h"
+#include "framework/base/NonCopyable.h"
 #include "framework/media/codec/AudioCodec.h"
 #include "framework/media/codec/Resampler.h"
 #include "framework/media/mediakit/WavFile.h"
@@ -28,7 +29,7 @@ namespace Platform {
 namespace {
 
 // A child process that is killed and reaped when the object goes away.
-class CChild {
+class CChild : private Tal::Base::CNonCopyable {
 public:
     CChild() = default;
     ~CChild() {
@@ -38,8 +39,6 @@ public:
             ::waitpid(pid_, &status, 0);
         }
     }
-    CChild(const CChild&) = delete;
-    CChild& operator=(const CChild&) = delete;
 
     bool Spawn(const std::vector<std::string>& argv, const std::string& stderrPath) {
         std::vector<std::string> args = argv;
