@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "framework/base/FormatLog.h"
+#include "framework/base/LockedCopy.h"
 #include "framework/base/StopSignalPipe.h"
 #include "framework/business/PluginCommManager.h"
 #include "framework/netcomm/RapidJsonProto.h"
@@ -113,18 +114,9 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         quiet_ = quiet;
     }
-    int LastMethod() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return lastMethod_;
-    }
-    int Count() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return count_;
-    }
-    bool Failed() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return failed_;
-    }
+    int LastMethod() { return Tal::Base::LockedCopy(mutex_, lastMethod_); }
+    int Count() { return Tal::Base::LockedCopy(mutex_, count_); }
+    bool Failed() { return Tal::Base::LockedCopy(mutex_, failed_); }
 
 private:
     // "device 201: playing", with the reason of a failure.

@@ -6,6 +6,8 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "framework/base/LockedCopy.h"
+
 namespace Platform {
 
 class CStopSignal {
@@ -22,10 +24,7 @@ public:
         }
         cv_.notify_all();
     }
-    bool IsStopped() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return stopped_;
-    }
+    bool IsStopped() const { return Tal::Base::LockedCopy(mutex_, stopped_); }
 
 private:
     mutable std::mutex mutex_;

@@ -1,5 +1,7 @@
 #include "platform/server/log/OperationLog.h"
 
+#include "framework/base/LockedCopy.h"
+
 namespace Platform {
 
 void COperationLog::Add(OperationLogEntry entry) {
@@ -12,8 +14,7 @@ void COperationLog::Add(OperationLogEntry entry) {
 }
 
 std::vector<OperationLogEntry> COperationLog::Snapshot() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return entries_;
+    return Tal::Base::LockedCopy(mutex_, entries_);
 }
 
 void COperationLog::Clear() {

@@ -15,6 +15,7 @@
 #include <future>
 
 #include "framework/base/FormatLog.h"
+#include "framework/base/LockedCopy.h"
 #include "platform/server/http/Envelope.h"
 #include "platform/server/json/Json.h"
 
@@ -384,13 +385,11 @@ void CPushHub::DoCloseSession(const std::string& token) {
 }
 
 std::vector<PushLinkInfo> CPushHub::Links() const {
-    std::lock_guard<std::mutex> lock(snapshotMutex_);
-    return snapshot_;
+    return Tal::Base::LockedCopy(snapshotMutex_, snapshot_);
 }
 
 bool CPushHub::IsAccepting() const {
-    std::lock_guard<std::mutex> lock(snapshotMutex_);
-    return accepting_;
+    return Tal::Base::LockedCopy(snapshotMutex_, accepting_);
 }
 
 void CPushHub::PublishSnapshot() {

@@ -1,5 +1,6 @@
 #include "platform/server/state/BroadcastRegistry.h"
 
+#include "framework/base/LockedCopy.h"
 #include "platform/server/MapValues.h"
 
 namespace Platform {
@@ -36,8 +37,7 @@ bool CBroadcastRegistry::UpdateGroup(const std::string& guid,
 }
 
 std::vector<BroadcastGroup> CBroadcastRegistry::Groups() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return groups_;
+    return Tal::Base::LockedCopy(mutex_, groups_);
 }
 
 void CBroadcastRegistry::StartTts(const std::vector<TtsPlay>& plays) {
@@ -71,13 +71,11 @@ int64_t CBroadcastRegistry::AddRecord(BroadcastRecord record) {
 }
 
 std::vector<BroadcastRecord> CBroadcastRegistry::Records() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return records_;
+    return Tal::Base::LockedCopy(mutex_, records_);
 }
 
 int CBroadcastRegistry::SecureEncryptType() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return secureType_;
+    return Tal::Base::LockedCopy(mutex_, secureType_);
 }
 
 void CBroadcastRegistry::SetSecureEncryptType(int type) {
