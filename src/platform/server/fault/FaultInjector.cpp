@@ -1,23 +1,24 @@
 #include "platform/server/fault/FaultInjector.h"
 
+#include "framework/base/EnumNames.h"
+#include "framework/base/LockedCopy.h"
 #include "platform/server/json/Json.h"
 
 namespace Platform {
 
+namespace {
+
+// The names of the kinds, as a rule gives them in "Kind" and as the request log shows them.
+constexpr Tal::Base::EnumName<FaultKind> kFaultKindNames[] = {{FaultKind::kError, "error"},
+                                                              {FaultKind::kEmpty, "empty"},
+                                                              {FaultKind::kMalformed, "malformed"},
+                                                              {FaultKind::kHttpStatus, "http"},
+                                                              {FaultKind::kDelay, "delay"}};
+
+}  // namespace
+
 const char* FaultKindName(FaultKind kind) {
-    switch (kind) {
-        case FaultKind::kError:
-            return "error";
-        case FaultKind::kEmpty:
-            return "empty";
-        case FaultKind::kMalformed:
-            return "malformed";
-        case FaultKind::kHttpStatus:
-            return "http";
-        case FaultKind::kDelay:
-            return "delay";
-    }
-    return "unknown";
+    return Tal::Base::NameOf(kind, kFaultKindNames, "unknown");
 }
 
 bool ParseFaultRule(const rapidjson::Value& json, FaultRule& rule, std::string& error) {
@@ -37,17 +38,7 @@ bool ParseFaultRule(const rapidjson::Value& json, FaultRule& rule, std::string& 
         return false;
     }
     const std::string kind = Json::GetString(json, "Kind");
-    if (kind == "error") {
-        r.kind = FaultKind::kError;
-    } else if (kind == "empty") {
-        r.kind = FaultKind::kEmpty;
-    } else if (kind == "malformed") {
-        r.kind = FaultKind::kMalformed;
-    } else if (kind == "http") {
-        r.kind = FaultKind::kHttpStatus;
-    } else if (kind == "delay") {
-        r.kind = FaultKind::kDelay;
-    } else {
+    if (!Tal::Base::ValueOf(kind.c_str(), kFaultKindNames, r.kind)) {
         error = "\"Kind\" must be error, empty, malformed, http or delay";
         return false;
     }
@@ -144,8 +135,7 @@ bool CFaultInjector::Take(const std::string& method, const std::string& path, Fa
 }
 
 std::vector<FaultRule> CFaultInjector::Snapshot() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return rules_;
+    return Tal::Base::LockedCopy(mutex_, rules_);
 }
 
 }  // namespace Platform

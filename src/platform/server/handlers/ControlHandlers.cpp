@@ -1,6 +1,7 @@
 // The control interface: lets tests and integrators read what the platform saw and make it misbehave.
 // Paths begin with /_control/; no session is needed; the answers use the same envelope as the rest.
 
+#include "framework/base/EnumNames.h"
 #include "framework/base/FormatLog.h"
 #include "platform/server/handlers/HandlerUtil.h"
 #include "platform/server/handlers/Routes.h"
@@ -152,17 +153,11 @@ const char* TransportName(GroupTransport t) {
 }
 
 const char* PromptName(PromptState p) {
-    switch (p) {
-        case PromptState::kIdle:
-            return "idle";
-        case PromptState::kPlaying:
-            return "playing";
-        case PromptState::kFinished:
-            return "finished";
-        case PromptState::kInterrupted:
-            return "interrupted";
-    }
-    return "unknown";
+    static constexpr Tal::Base::EnumName<PromptState> kNames[] = {{PromptState::kIdle, "idle"},
+                                                                  {PromptState::kPlaying, "playing"},
+                                                                  {PromptState::kFinished, "finished"},
+                                                                  {PromptState::kInterrupted, "interrupted"}};
+    return Tal::Base::NameOf(p, kNames, "unknown");
 }
 
 // Data: {"SecureEncryptType":1,"Groups":[...],"TtsPlays":[...],"Records":[...]}; tokens in plain text.

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "framework/base/EnumNames.h"
 #include "framework/base/FileSystem.h"
 #include "framework/base/FormatLog.h"
 #include "platform/server/sim/audio/WavRecorder.h"
@@ -17,15 +18,10 @@ using namespace SpeakerSimDetail;
 namespace {
 
 const char* TransportName(SpeakerTransport t) {
-    switch (t) {
-        case SpeakerTransport::kStreaming:
-            return "sms";
-        case SpeakerTransport::kDevice:
-            return "sdk";
-        case SpeakerTransport::kUdp:
-            return "udp";
-    }
-    return "?";
+    static constexpr Tal::Base::EnumName<SpeakerTransport> kNames[] = {{SpeakerTransport::kStreaming, "sms"},
+                                                                       {SpeakerTransport::kDevice, "sdk"},
+                                                                       {SpeakerTransport::kUdp, "udp"}};
+    return Tal::Base::NameOf(t, kNames, "?");
 }
 
 }  // namespace
@@ -110,23 +106,12 @@ bool CSpeakerSim::IsLive(SpeakerPhase phase) {
 }
 
 const char* CSpeakerSim::PhaseName(SpeakerPhase phase) {
-    switch (phase) {
-        case SpeakerPhase::kIdle:
-            return "idle";
-        case SpeakerPhase::kConnecting:
-            return "connecting";
-        case SpeakerPhase::kPrompt:
-            return "prompt";
-        case SpeakerPhase::kPromptDone:
-            return "prompt-finished";
-        case SpeakerPhase::kPlaying:
-            return "playing";
-        case SpeakerPhase::kStopped:
-            return "stopped";
-        case SpeakerPhase::kFailed:
-            return "failed";
-    }
-    return "?";
+    static constexpr Tal::Base::EnumName<SpeakerPhase> kNames[] = {
+        {SpeakerPhase::kIdle, "idle"},       {SpeakerPhase::kConnecting, "connecting"},
+        {SpeakerPhase::kPrompt, "prompt"},   {SpeakerPhase::kPromptDone, "prompt-finished"},
+        {SpeakerPhase::kPlaying, "playing"}, {SpeakerPhase::kStopped, "stopped"},
+        {SpeakerPhase::kFailed, "failed"}};
+    return Tal::Base::NameOf(phase, kNames, "?");
 }
 
 int64_t CSpeakerSim::NowMs() {

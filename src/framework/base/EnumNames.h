@@ -1,0 +1,41 @@
+#pragma once
+// One table of an enum's values and their names serves both ways: the name of a value for output, the
+// value of a name when parsing.
+
+#include <cstddef>
+#include <cstring>
+
+namespace Tal {
+namespace Base {
+
+template <typename Enum>
+struct EnumName {
+    Enum value;
+    const char* name;
+};
+
+/// The name `names` gives `value`; `unknown` when the table does not hold it.
+template <typename Enum, std::size_t N>
+const char* NameOf(Enum value, const EnumName<Enum> (&names)[N], const char* unknown) {
+    for (const EnumName<Enum>& entry : names) {
+        if (entry.value == value) {
+            return entry.name;
+        }
+    }
+    return unknown;
+}
+
+/// The value named `name` in `names`; false, `value` unchanged, when none has that name.
+template <typename Enum, std::size_t N>
+bool ValueOf(const char* name, const EnumName<Enum> (&names)[N], Enum& value) {
+    for (const EnumName<Enum>& entry : names) {
+        if (std::strcmp(entry.name, name) == 0) {
+            value = entry.value;
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace Base
+}  // namespace Tal
