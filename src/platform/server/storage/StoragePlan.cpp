@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "framework/media/objectclient/ObjectAddress.h"
+#include "platform/server/FindFirst.h"
 #include "platform/server/storage/PortHold.h"
 
 namespace Platform {
@@ -151,12 +152,7 @@ bool PlanServer(const Fixture& f, const StorageServer& server, StoragePlan& plan
 }  // namespace
 
 const PlannedStore* StoragePlan::Find(const std::string& name) const {
-    for (const PlannedStore& s : stores) {
-        if (s.name == name) {
-            return &s;
-        }
-    }
-    return nullptr;
+    return FindFirst(stores, [&name](const PlannedStore& s) { return s.name == name; });
 }
 
 bool PlanStorage(const Fixture& fixture, const std::string& fallbackAddress, StoragePlan& plan,
