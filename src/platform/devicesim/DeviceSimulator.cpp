@@ -46,6 +46,19 @@ void Answer(httplib::Response& response, int httpStatus, int statusCode, const s
     response.set_content(StatusJson(statusCode, statusString, subStatusCode), "application/json");
 }
 
+/// Parses the request's body into `document`: a JSON object whose member `key` `hasType` accepts. Otherwise
+/// answers 400 badJsonContent and returns false.
+bool ParseBody(const httplib::Request& request, const char* key, bool (rapidjson::Value::*hasType)() const,
+               rapidjson::Document& document, httplib::Response& response) {
+    document.Parse(request.body.c_str(), request.body.size());
+    if (document.HasParseError() || !document.IsObject() || !document.HasMember(key) ||
+        !(document[key].*hasType)()) {
+        Answer(response, 400, 6, "Invalid Content", "badJsonContent");
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 struct CDeviceSimulator::Impl {
@@ -160,10 +173,7 @@ struct CDeviceSimulator::Impl {
             return;
         }
         rapidjson::Document document;
-        document.Parse(request.body.c_str(), request.body.size());
-        if (document.HasParseError() || !document.IsObject() || !document.HasMember("BroadcastRealtime") ||
-            !document["BroadcastRealtime"].IsObject()) {
-            Answer(response, 400, 6, "Invalid Content", "badJsonContent");
+        if (!ParseBody(request, "BroadcastRealtime", &rapidjson::Value::IsObject, document, response)) {
             return;
         }
         const auto& realtime = document["BroadcastRealtime"];
@@ -202,10 +212,7 @@ struct CDeviceSimulator::Impl {
             return;
         }
         rapidjson::Document document;
-        document.Parse(request.body.c_str(), request.body.size());
-        if (document.HasParseError() || !document.IsObject() || !document.HasMember("channel") ||
-            !document["channel"].IsInt()) {
-            Answer(response, 400, 6, "Invalid Content", "badJsonContent");
+        if (!ParseBody(request, "channel", &rapidjson::Value::IsInt, document, response)) {
             return;
         }
         const int channel = document["channel"].GetInt();
