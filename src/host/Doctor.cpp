@@ -15,6 +15,7 @@
 
 #include <QCoreApplication>
 
+#include "framework/base/DeviceCodes.h"
 #include "framework/base/FileSystem.h"
 #include "framework/business/PlatformLogin.h"
 #include "framework/business/StreamConfigManager.h"
@@ -29,10 +30,6 @@ namespace {
 
 constexpr int kProbeTimeoutMs = 3000;
 constexpr int kPushLinkTimeoutMs = 10000;
-// Access protocol of devices reached through their network interface (TCP); 23 is RTP over UDP.
-constexpr int kAccessDeviceInterface = 1;
-constexpr int kAccessRtpOverUdp = 23;
-constexpr int kDeviceTypeIpSpeaker = 2020;
 
 class CReport {
 public:
@@ -112,14 +109,15 @@ void CheckSpeakerPorts(CReport& report) {
     std::vector<std::string> unreachable;
     for (const auto& device : ResourceManager::CDeviceManager::Instance()->GetAllDevices()) {
         const int protocol = device->GetAccessProtocol();
-        if (protocol == kAccessRtpOverUdp) {
+        if (protocol == Tal::Base::kAccessProtocolRtpOverUdp) {
             ++udp;
             continue;
         }
-        if (protocol != kAccessDeviceInterface || device->GetIPAddress().empty() || device->GetPort() == 0) {
+        if (protocol != Tal::Base::kAccessProtocolDeviceNetwork || device->GetIPAddress().empty() ||
+            device->GetPort() == 0) {
             continue;
         }
-        if (accessTypesKnown && device->GetDeviceType() == kDeviceTypeIpSpeaker) {
+        if (accessTypesKnown && device->GetDeviceType() == Tal::Base::kDeviceTypeIpSpeaker) {
             const int access = streamConfig->GetStreamAccessTypeByIpspeakerID(device->GetID());
             if (access == BusinessCommon::kStreamAccessAutomatic ||
                 access == BusinessCommon::kStreamAccessDelegate ||

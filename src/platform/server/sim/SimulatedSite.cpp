@@ -78,7 +78,7 @@ bool CSimulatedSite::Start(std::string& error) {
             c.password = d.password;
             c.channels = std::max(1, channels[d.id]);
             farm.push_back(c);
-        } else if (d.deviceType == kDeviceTypeIPSpeaker && d.accessProtocol == kAccessProtocolOemUdp) {
+        } else if (d.deviceType == kDeviceTypeIpSpeaker && d.accessProtocol == kAccessProtocolRtpOverUdp) {
             OemSpeakerConfig c;
             c.deviceId = d.id;
             c.address = d.ip;

@@ -40,7 +40,7 @@ CSpeakerSim::CSpeakerSim(const Fixture& fixture, CBroadcastRegistry& registry, I
         s.device = fixture_.FindDevice(e.deviceId);
         if (e.stream == StreamKind::kSms) {
             s.transport = SpeakerTransport::kStreaming;
-        } else if (s.device != nullptr && s.device->accessProtocol == kAccessProtocolOemUdp) {
+        } else if (s.device != nullptr && s.device->accessProtocol == kAccessProtocolRtpOverUdp) {
             s.transport = SpeakerTransport::kUdp;
         } else {
             s.transport = SpeakerTransport::kDevice;
