@@ -296,6 +296,24 @@ TEST(FaultInjector, MatchesByMethodAndPathPrefixAndCountsUses) {
     EXPECT_EQ(faults.Snapshot()[0].hits, 2);
 }
 
+TEST(FaultInjector, KindsAreReadAndShownByTheSameNames) {
+    rapidjson::Document doc;
+    std::string error;
+    FaultRule rule;
+    for (const std::string kind : {"error", "empty", "malformed", "http", "delay"}) {
+        ASSERT_TRUE(
+            Json::Parse(R"({"Path":"/x","ErrorCode":7,"DelayMs":5,"Kind":")" + kind + R"("})", doc, error));
+        ASSERT_TRUE(ParseFaultRule(doc, rule, error)) << kind << ": " << error;
+        EXPECT_STREQ(FaultKindName(rule.kind), kind.c_str());
+    }
+    for (const char* kind : {"Error", "", "error\\u0000x"}) {
+        ASSERT_TRUE(Json::Parse(
+            std::string(R"({"Path":"/x","ErrorCode":7,"DelayMs":5,"Kind":")") + kind + R"("})", doc, error));
+        EXPECT_FALSE(ParseFaultRule(doc, rule, error)) << kind;
+        EXPECT_EQ(error, "\"Kind\" must be error, empty, malformed, http or delay") << kind;
+    }
+}
+
 TEST(Json, ReadersAreLenientWithNumbersAndStrictWithText) {
     rapidjson::Document doc;
     std::string error;

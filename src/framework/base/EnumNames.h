@@ -3,7 +3,7 @@
 // value of a name when parsing.
 
 #include <cstddef>
-#include <cstring>
+#include <string>
 
 namespace Tal {
 namespace Base {
@@ -27,9 +27,9 @@ const char* NameOf(Enum value, const EnumName<Enum> (&names)[N], const char* unk
 
 /// The value named `name` in `names`; false, `value` unchanged, when none has that name.
 template <typename Enum, std::size_t N>
-bool ValueOf(const char* name, const EnumName<Enum> (&names)[N], Enum& value) {
+bool ValueOf(const std::string& name, const EnumName<Enum> (&names)[N], Enum& value) {
     for (const EnumName<Enum>& entry : names) {
-        if (std::strcmp(entry.name, name) == 0) {
+        if (name == entry.name) {
             value = entry.value;
             return true;
         }

@@ -38,7 +38,7 @@ bool ParseFaultRule(const rapidjson::Value& json, FaultRule& rule, std::string& 
         return false;
     }
     const std::string kind = Json::GetString(json, "Kind");
-    if (!Tal::Base::ValueOf(kind.c_str(), kFaultKindNames, r.kind)) {
+    if (!Tal::Base::ValueOf(kind, kFaultKindNames, r.kind)) {
         error = "\"Kind\" must be error, empty, malformed, http or delay";
         return false;
     }
