@@ -32,8 +32,7 @@ QString Seconds(int seconds) {
 }  // namespace
 
 CFileTab::CFileTab(IConsoleContext* context, QWidget* parent)
-    : QWidget(parent),
-      context_(context),
+    : CBroadcastTab(context, ConsoleActivity::File, parent),
       search_(Named("MediaSearch", new QLineEdit(this))),
       searchButton_(Named("MediaSearchButton", new QPushButton(tr("Search"), this))),
       showAll_(Named("MediaShowAll", new QPushButton(tr("Show all"), this))),
@@ -322,10 +321,7 @@ void CFileTab::OnTick() {
                                                        Seconds(duration / 1000)));
 }
 
-void CFileTab::OnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) {
-    if (context_->Activity() != ConsoleActivity::File) {
-        return;
-    }
+void CFileTab::OnOwnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) {
     for (const IPSpeakerNotifyParam& event : events) {
         if (event.type != kNotifyStage ||
             event.requestID != reinterpret_cast<int64_t>(context_->RequestTag())) {
