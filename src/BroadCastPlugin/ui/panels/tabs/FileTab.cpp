@@ -33,7 +33,7 @@ QString Seconds(int seconds) {
 
 CFileTab::CFileTab(IConsoleContext* context, QWidget* parent)
     : CBroadcastTab(context, ConsoleActivity::File, parent),
-      search_(Named("MediaSearch", new QLineEdit(this))),
+      search_(SearchField("MediaSearch", tr("Search the media library"), this)),
       searchButton_(Named("MediaSearchButton", new QPushButton(tr("Search"), this))),
       showAll_(Named("MediaShowAll", new QPushButton(tr("Show all"), this))),
       library_(Named("MediaLibrary", new QTreeWidget(this))),
@@ -54,8 +54,6 @@ CFileTab::CFileTab(IConsoleContext* context, QWidget* parent)
 }
 
 void CFileTab::BuildLayout() {
-    search_->setPlaceholderText(tr("Search the media library"));
-    search_->setClearButtonEnabled(true);
     library_->setHeaderLabels({tr("Name"), tr("Format"), tr("Duration"), tr("Size")});
     library_->header()->setStretchLastSection(false);
     library_->header()->setSectionResizeMode(0, QHeaderView::Stretch);
