@@ -106,11 +106,10 @@ bool CBroadcastSession::GetBroadcastPartitionList(std::vector<BroadcastPartition
     }
     const CRapidJsonProto& response = call.Answer();
     const std::string list = "/ResponseStatus/Data/BroadcastPatitionList/BroadcastPatition";
-    const int count = response.get_cnt(list);
-    for (int i = 1; i <= count; ++i) {
+    for (const std::string& p : Items(response, list)) {
         BroadcastPartition partition;
-        partition.ID = response.get_int_v(Item(list, i) + "ID", -1);
-        partition.Name = response.get_v(Item(list, i) + "BaseInfo/Name", "");
+        partition.ID = response.get_int_v(p + "ID", -1);
+        partition.Name = response.get_v(p + "BaseInfo/Name", "");
         partitions.push_back(partition);
     }
     return true;
@@ -136,9 +135,7 @@ bool CBroadcastSession::GetAllBroadcastTerminalList(std::vector<BroadcastTermina
     }
     const CRapidJsonProto& response = call.Answer();
     const std::string list = "/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal";
-    const int count = response.get_cnt(list);
-    for (int i = 1; i <= count; ++i) {
-        const std::string p = Item(list, i);
+    for (const std::string& p : Items(response, list)) {
         BroadcastTerminal terminal;
         terminal.ID = response.get_int_v(p + "ID", -1);
         terminal.Name = response.get_v(p + "BaseInfo/Name", "");
@@ -371,10 +368,8 @@ bool CBroadcastSession::GetBroadCastTTSLanuage(const std::string& loginLanguage,
     }
     const CRapidJsonProto& response = call.Answer();
     const std::string list = "/ResponseStatus/Data/SupportLanguage";
-    const int count = response.get_cnt(list);
-    for (int i = 1; i <= count; ++i) {
-        languages.Languages[response.get_v(Item(list, i) + "LanguageKey", "")] =
-            response.get_v(Item(list, i) + "LanguageValue", "");
+    for (const std::string& p : Items(response, list)) {
+        languages.Languages[response.get_v(p + "LanguageKey", "")] = response.get_v(p + "LanguageValue", "");
     }
     languages.DisplayLanguageKey = response.get_v("/ResponseStatus/Data/DisplayLanguageKey", "");
     languages.DisplayLanguageValue = response.get_v("/ResponseStatus/Data/DisplayLanguageValue", "");
