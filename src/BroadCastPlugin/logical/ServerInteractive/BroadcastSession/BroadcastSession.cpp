@@ -33,6 +33,29 @@ int32_t StorageTypeOf(const std::string& text, int32_t fallback) {
     return fallback;
 }
 
+// One terminal of the terminal list, at `p`.
+BroadcastTerminal ReadTerminal(const CRapidJsonProto& response, const std::string& p) {
+    BroadcastTerminal terminal;
+    terminal.ID = response.get_int_v(p + "ID", -1);
+    terminal.Name = response.get_v(p + "BaseInfo/Name", "");
+    const std::string partitionList = p + "BaseInfo/BroadcastPartitionIDList";
+    const int partitionCount = response.get_cnt(partitionList);
+    if (partitionCount > 0) {
+        terminal.PartitionIDList.clear();
+        for (int j = 1; j <= partitionCount; ++j) {
+            terminal.PartitionIDList.push_back(
+                response.get_int_v(partitionList + "[" + std::to_string(j) + "]", -1));
+        }
+    }
+    terminal.PeerTaskHandling = response.get_int_v(p + "Config/PeerTaskHandling", -1);
+    terminal.AudioCount = response.get_int_v(p + "Config/AudioCount", -1);
+    terminal.Volume = response.get_int_v(p + "Config/Volume", -1);
+    terminal.TerminalStatus = response.get_int_v(p + "TerminalStatus", -1);
+    terminal.AreaID = response.get_int_v(p + "Area/AreaID", -1);
+    terminal.AreaName = response.get_v(p + "Area/AreaName", "");
+    return terminal;
+}
+
 void ReadAudioCompression(const std::string& codec, BroadcastBaseConfig& config) {
     if (codec == "MP3") {
         config.AudioCompressionType = kEncodeMP3;
@@ -136,25 +159,7 @@ bool CBroadcastSession::GetAllBroadcastTerminalList(std::vector<BroadcastTermina
     const CRapidJsonProto& response = call.Answer();
     const std::string list = "/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal";
     for (const std::string& p : Items(response, list)) {
-        BroadcastTerminal terminal;
-        terminal.ID = response.get_int_v(p + "ID", -1);
-        terminal.Name = response.get_v(p + "BaseInfo/Name", "");
-        const std::string partitionList = p + "BaseInfo/BroadcastPartitionIDList";
-        const int partitionCount = response.get_cnt(partitionList);
-        if (partitionCount > 0) {
-            terminal.PartitionIDList.clear();
-            for (int j = 1; j <= partitionCount; ++j) {
-                terminal.PartitionIDList.push_back(
-                    response.get_int_v(partitionList + "[" + std::to_string(j) + "]", -1));
-            }
-        }
-        terminal.PeerTaskHandling = response.get_int_v(p + "Config/PeerTaskHandling", -1);
-        terminal.AudioCount = response.get_int_v(p + "Config/AudioCount", -1);
-        terminal.Volume = response.get_int_v(p + "Config/Volume", -1);
-        terminal.TerminalStatus = response.get_int_v(p + "TerminalStatus", -1);
-        terminal.AreaID = response.get_int_v(p + "Area/AreaID", -1);
-        terminal.AreaName = response.get_v(p + "Area/AreaName", "");
-        terminals.push_back(terminal);
+        terminals.push_back(ReadTerminal(response, p));
     }
     return true;
 }
