@@ -34,7 +34,7 @@ protected:
     CDeviceSession(int32_t handle, DeviceDirection direction) : handle_(handle), direction_(direction) {}
     ~CDeviceSession() = default;
 
-    /// Stops what runs, with controlMutex_ held; AUDIOCOM_ERR_ORDER when nothing does.
+    /// Stops what runs, with controlMutex_ held; an AUDIOCOM_ERR_* code.
     virtual int StopLocked() = 0;
 
     const int32_t handle_;
