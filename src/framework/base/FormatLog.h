@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
+
 namespace Tal {
 namespace Base {
 
@@ -49,12 +51,10 @@ int AddLogHook(LogHook hook);
 void RemoveLogHook(int id);
 
 /// Captures log lines for the lifetime of the object (used by tests to assert the system's own texts).
-class CLogCapture {
+class CLogCapture : private Base::CNonCopyable {
 public:
     CLogCapture();
     ~CLogCapture();
-    CLogCapture(const CLogCapture&) = delete;
-    CLogCapture& operator=(const CLogCapture&) = delete;
 
     std::vector<LogLine> Lines() const;
     /// Number of captured lines whose text contains `fragment` (and, when level > 0, has that level).

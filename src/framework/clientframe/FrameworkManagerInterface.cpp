@@ -99,44 +99,44 @@ bool CFrameworkManagerInterface::UnRegisterWebsocketObserver(const std::string& 
     return removed;
 }
 
-bool CFrameworkManagerInterface::Messages(const std::vector<int>& messageTypes, const std::string& name,
-                                          bool subscribe) {
+bool CFrameworkManagerInterface::ChangeSubscriber(const std::string& name,
+                                                  const std::function<void(Subscriber&)>& change) {
     {
         std::lock_guard<std::mutex> lock(mutex_);
         auto it = subscribers_.find(name);
         if (it == subscribers_.end()) {
             return false;
         }
-        for (int type : messageTypes) {
-            if (subscribe) {
-                it->second.messageTypes.insert(type);
-            } else {
-                it->second.messageTypes.erase(type);
-            }
-        }
+        change(it->second);
     }
     NotifySubscriptionsChanged();
     return true;
 }
 
-bool CFrameworkManagerInterface::Events(const std::vector<CEventParam>& events, const std::string& name,
-                                        bool subscribe) {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto it = subscribers_.find(name);
-        if (it == subscribers_.end()) {
-            return false;
-        }
-        for (const auto& event : events) {
+bool CFrameworkManagerInterface::Messages(const std::vector<int>& messageTypes, const std::string& name,
+                                          bool subscribe) {
+    return ChangeSubscriber(name, [&](Subscriber& subscriber) {
+        for (int type : messageTypes) {
             if (subscribe) {
-                it->second.events[event.GetVal_event_type()] = event.GetVal_type();
+                subscriber.messageTypes.insert(type);
             } else {
-                it->second.events.erase(event.GetVal_event_type());
+                subscriber.messageTypes.erase(type);
             }
         }
-    }
-    NotifySubscriptionsChanged();
-    return true;
+    });
+}
+
+bool CFrameworkManagerInterface::Events(const std::vector<CEventParam>& events, const std::string& name,
+                                        bool subscribe) {
+    return ChangeSubscriber(name, [&](Subscriber& subscriber) {
+        for (const auto& event : events) {
+            if (subscribe) {
+                subscriber.events[event.GetVal_event_type()] = event.GetVal_type();
+            } else {
+                subscriber.events.erase(event.GetVal_event_type());
+            }
+        }
+    });
 }
 
 std::set<int> CFrameworkManagerInterface::SubscribedMessageTypes() const {

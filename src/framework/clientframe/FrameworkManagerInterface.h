@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
 #include "framework/clientframe/PushLink.h"
 
 namespace TalClientFrameWork {
@@ -48,15 +49,13 @@ enum ClientConfigType {
     kClientConfigSystem = 2,    ///< {"SysConfig":{..}}
 };
 
-class CFrameworkManagerInterface {
+class CFrameworkManagerInterface : private Tal::Base::CNonCopyable {
 public:
     static CFrameworkManagerInterface* Instance();
 
     CFrameworkManagerInterface();
     /// Stops the push link before the observers go.
     ~CFrameworkManagerInterface();
-    CFrameworkManagerInterface(const CFrameworkManagerInterface&) = delete;
-    CFrameworkManagerInterface& operator=(const CFrameworkManagerInterface&) = delete;
 
     /// Sets the client configuration from a JSON text; false when it is not a JSON object.
     bool SetClientConfig(const std::string& json);
@@ -111,6 +110,9 @@ private:
         std::map<int, int> events;  ///< event type -> sub-type
     };
 
+    /// Applies `change` to the named observer's subscriptions under the lock, then tells the push link; false
+    /// when no observer has that name.
+    bool ChangeSubscriber(const std::string& name, const std::function<void(Subscriber&)>& change);
     void NotifySubscriptionsChanged();
     void DispatchPushLinkEvent(const PushLinkEvent& event);
 

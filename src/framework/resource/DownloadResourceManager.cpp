@@ -6,8 +6,8 @@
 
 #include "framework/base/FormatLog.h"
 #include "framework/base/Singleton.h"
-#include "framework/business/ServerSecret.h"
 #include "framework/netcomm/PlatformRequest.h"
+#include "framework/resource/DeviceEntry.h"
 #include "framework/resource/ResourceManager.h"
 
 namespace ResourceManager {
@@ -74,14 +74,7 @@ bool ReadAnswer(const CRapidJsonProto& answer, int requestedSourceType, Download
             TAL_LOG(4, "ResourceManager", "[%s]Device entry %d has no id, skipped.[%s(%d)]", i);
             continue;
         }
-        info.name = answer.get_v(p + "Name", "");
-        info.deviceType = answer.get_int_v(p + "DeviceType", 0);
-        info.accessProtocol = answer.get_int_v(p + "AccessProtocol", 0);
-        info.ipAddress = answer.get_v(p + "IP", "");
-        info.port = answer.get_int_v(p + "Port", 0);
-        info.userName = answer.get_v(p + "UserName", "");
-        if (!BusinessCommon::DecryptServerSecret(scheme, answer.get_v(p + "Password", ""), info.password,
-                                                 "device password")) {
+        if (!ReadDeviceEntry(answer, p, scheme, info)) {
             TAL_LOG(5, "ResourceManager", "[%s]Password of device %d does not decrypt.[%s(%d)]", info.id);
             return false;
         }

@@ -11,6 +11,7 @@
 
 #include "framework/base/ErrorCode.h"
 #include "framework/base/HandleTable.h"
+#include "framework/base/NonCopyable.h"
 
 namespace ResourceManager {
 
@@ -64,12 +65,10 @@ struct DeviceInfo {
 };
 
 /// A device of the registry. Thread-safe.
-class CDevice {
+class CDevice : private Tal::Base::CNonCopyable {
 public:
     explicit CDevice(const DeviceInfo& info);
     ~CDevice();
-    CDevice(const CDevice&) = delete;
-    CDevice& operator=(const CDevice&) = delete;
 
     int GetID() const;
     std::string GetName() const;

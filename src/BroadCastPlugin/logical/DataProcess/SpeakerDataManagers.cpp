@@ -14,41 +14,22 @@ CIPSpeakerConfigManager* CIPSpeakerConfigManager::Instance() {
 }
 
 bool CIPSpeakerConfigManager::DownloadConfig() {
-    BroadcastBaseConfig config;
-    if (!CBroadcastSession::GetBaseConfig(config)) {
+    if (!config_.Refresh(&CBroadcastSession::GetBaseConfig)) {
         BCAST_LOG(5, "[%s]Download broadcast config failed.[%s(%d)]");
         return false;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
-    config_ = config;
     return true;
 }
 
 bool CIPSpeakerConfigManager::DownloadTTSLanguages() {
-    TTSLanguageInfo languages;
-    if (!CBroadcastSession::GetBroadCastTTSLanuage(BusinessCommon::GetLanguage(), languages)) {
+    const std::string language = BusinessCommon::GetLanguage();
+    if (!languages_.Refresh([&language](TTSLanguageInfo& languages) {
+            return CBroadcastSession::GetBroadCastTTSLanuage(language, languages);
+        })) {
         BCAST_LOG(5, "[%s]Download broadcast config failed.[%s(%d)]");
         return false;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
-    languages_ = languages;
     return true;
-}
-
-BroadcastBaseConfig CIPSpeakerConfigManager::GetConfig() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return config_;
-}
-
-TTSLanguageInfo CIPSpeakerConfigManager::GetTTSLanguages() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return languages_;
-}
-
-void CIPSpeakerConfigManager::ClearCache() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    config_ = BroadcastBaseConfig();
-    languages_ = TTSLanguageInfo();
 }
 
 CIPSpeakerPartitionManager* CIPSpeakerPartitionManager::Instance() {
@@ -56,12 +37,10 @@ CIPSpeakerPartitionManager* CIPSpeakerPartitionManager::Instance() {
 }
 
 bool CIPSpeakerPartitionManager::DownloadAllPartitions() {
-    std::vector<BroadcastPartition> partitions;
-    if (!CBroadcastSession::GetBroadcastPartitionList(partitions)) {
+    if (!partitions_.Refresh(&CBroadcastSession::GetBroadcastPartitionList)) {
         BCAST_LOG(5, "[%s]Get broadcast partition list failed.[%s(%d)]");
         return false;
     }
-    partitions_.Set(std::move(partitions));
     return true;
 }
 
@@ -70,12 +49,10 @@ CIPSpeakerTerminalManager* CIPSpeakerTerminalManager::Instance() {
 }
 
 bool CIPSpeakerTerminalManager::DownloadAllTerminals() {
-    std::vector<BroadcastTerminal> terminals;
-    if (!CBroadcastSession::GetAllBroadcastTerminalList(terminals)) {
+    if (!terminals_.Refresh(&CBroadcastSession::GetAllBroadcastTerminalList)) {
         BCAST_LOG(5, "[%s]Get broadcast terminal list failed.[%s(%d)]");
         return false;
     }
-    terminals_.Set(std::move(terminals));
     return true;
 }
 

@@ -3,44 +3,61 @@
 // the partitions and the terminals. A failed download keeps the previous data.
 
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "BroadCastPlugin/logical/ServerInteractive/BroadcastSession/BroadcastSessionTypes.h"
 
 namespace BroadCastPlugin {
 
-/// A list read and replaced whole under its own lock.
-template <typename Item>
-class CGuardedList {
+/// A value (a configuration, a list) read and replaced whole under its own lock.
+template <typename Value>
+class CGuardedValue {
 public:
-    std::vector<Item> Get() const {
+    Value Get() const {
         std::lock_guard<std::mutex> lock(mutex_);
-        return items_;
+        return value_;
     }
-    void Set(std::vector<Item> items) {
+    void Set(Value value) {
         std::lock_guard<std::mutex> lock(mutex_);
-        items_ = std::move(items);
+        value_ = std::move(value);
     }
-    void Clear() { Set({}); }
+    void Clear() { Set(Value()); }
+    /// Replaces the value with what `fetch` (bool(Value&)) reads into a fresh one, without the lock held; a
+    /// failed fetch keeps the value. The fetch's result.
+    template <typename Fetch>
+    bool Refresh(Fetch fetch) {
+        Value value;
+        if (!fetch(value)) {
+            return false;
+        }
+        Set(std::move(value));
+        return true;
+    }
 
 private:
     mutable std::mutex mutex_;
-    std::vector<Item> items_;
+    Value value_;
 };
+
+template <typename Item>
+using CGuardedList = CGuardedValue<std::vector<Item>>;
 
 class CIPSpeakerConfigManager {
 public:
     static CIPSpeakerConfigManager* Instance();
     bool DownloadConfig();
     bool DownloadTTSLanguages();
-    BroadcastBaseConfig GetConfig() const;
-    TTSLanguageInfo GetTTSLanguages() const;
-    void ClearCache();
+    BroadcastBaseConfig GetConfig() const { return config_.Get(); }
+    TTSLanguageInfo GetTTSLanguages() const { return languages_.Get(); }
+    void ClearCache() {
+        config_.Clear();
+        languages_.Clear();
+    }
 
 private:
-    mutable std::mutex mutex_;
-    BroadcastBaseConfig config_;
-    TTSLanguageInfo languages_;
+    CGuardedValue<BroadcastBaseConfig> config_;
+    CGuardedValue<TTSLanguageInfo> languages_;
 };
 
 class CIPSpeakerPartitionManager {

@@ -114,21 +114,22 @@ void CBroadcastConsole::Log(const QString& line) {
 void CBroadcastConsole::SetActivity(ConsoleActivity activity) {
     activity_ = activity;
     stopRequested_ = false;
+    status_->setText(ActivityText(activity));
+    RefreshAll();
+}
+
+QString CBroadcastConsole::ActivityText(ConsoleActivity activity) {
     switch (activity) {
-        case ConsoleActivity::None:
-            status_->setText(tr("Idle"));
-            break;
         case ConsoleActivity::Talk:
-            status_->setText(tr("Live talk"));
-            break;
+            return tr("Live talk");
         case ConsoleActivity::File:
-            status_->setText(tr("Playing a file"));
-            break;
+            return tr("Playing a file");
         case ConsoleActivity::Text:
-            status_->setText(tr("Speaking text"));
+            return tr("Speaking text");
+        case ConsoleActivity::None:
             break;
     }
-    RefreshAll();
+    return tr("Idle");
 }
 
 bool CBroadcastConsole::StopBroadcast() {

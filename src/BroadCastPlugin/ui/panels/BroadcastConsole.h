@@ -82,6 +82,8 @@ protected:
     void showEvent(QShowEvent* event) override;
 
 private:
+    /// The status bar's text for a running activity.
+    static QString ActivityText(ConsoleActivity activity);
     void OnSiteChanged();
     void RefreshAll();
     std::vector<IConsoleTab*> AllTabs() const;

@@ -19,7 +19,7 @@ CSpeakerPicker::CSpeakerPicker(CSpeakerTreeModel* model, QWidget* parent)
     : QWidget(parent),
       model_(model),
       proxy_(new CSpeakerFilterProxy(this)),
-      search_(Named("SpeakerSearch", new QLineEdit(this))),
+      search_(SearchField("SpeakerSearch", tr("Search name or address"), this)),
       state_(Named("StateFilter", new QComboBox(this))),
       partition_(Named("PartitionFilter", new QComboBox(this))),
       tree_(Named("SpeakerTree", new QTreeView(this))),
@@ -35,8 +35,6 @@ CSpeakerPicker::CSpeakerPicker(CSpeakerTreeModel* model, QWidget* parent)
 }
 
 void CSpeakerPicker::BuildLayout() {
-    search_->setPlaceholderText(tr("Search name or address"));
-    search_->setClearButtonEnabled(true);
     state_->setAccessibleName(tr("State filter"));
     state_->addItem(tr("All states"), -1);
     for (SpeakerLiveState state :

@@ -2,6 +2,7 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QTreeWidget>
 #include <QTreeWidgetItemIterator>
 
@@ -11,6 +12,13 @@ QLabel* WrappingLabel(const char* name, QWidget* parent) {
     auto* label = Named(name, new QLabel(parent));
     label->setWordWrap(true);
     return label;
+}
+
+QLineEdit* SearchField(const char* name, const QString& placeholder, QWidget* parent) {
+    auto* field = Named(name, new QLineEdit(parent));
+    field->setPlaceholderText(placeholder);
+    field->setClearButtonEnabled(true);
+    return field;
 }
 
 QHBoxLayout* AddRow(QBoxLayout* column, const QString& caption, std::initializer_list<QWidget*> controls,

@@ -9,6 +9,7 @@
 class QBoxLayout;
 class QHBoxLayout;
 class QLabel;
+class QLineEdit;
 class QTreeWidget;
 class QTreeWidgetItem;
 class QVariant;
@@ -25,6 +26,9 @@ Control* Named(const char* name, Control* control) {
 
 /// A named label whose text wraps: the state and notice lines under a panel's controls.
 QLabel* WrappingLabel(const char* name, QWidget* parent);
+
+/// A named search field: its placeholder tells what it searches, and a button clears it.
+QLineEdit* SearchField(const char* name, const QString& placeholder, QWidget* parent);
 
 /// Adds a row of controls under `column`, led by a caption when `caption` is not empty; `wide` (one of the
 /// controls) takes the spare width.

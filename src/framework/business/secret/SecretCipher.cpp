@@ -77,6 +77,34 @@ bool SensitiveKey(const std::string& key, std::string& out) {
     return SecretPrimitives::HkdfSha256(key, "TalSecret.sensitive", "aes-256-gcm", 32, out);
 }
 
+// Sets `ctx` up for AES-256-GCM, sealing (encrypt 1) or opening (0), with the key and a nonce of its length.
+bool InitGcm(EVP_CIPHER_CTX* ctx, int encrypt, const std::string& key, const std::string& nonce) {
+    return ctx != nullptr &&
+           EVP_CipherInit_ex(ctx, EVP_aes_256_gcm(), nullptr, nullptr, nullptr, encrypt) == 1 &&
+           EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(nonce.size()), nullptr) == 1 &&
+           EVP_CipherInit_ex(ctx, nullptr, nullptr, Bytes(key), Bytes(nonce), encrypt) == 1;
+}
+
+// Authenticates the additional data (none when empty) in either direction.
+bool AddGcmAad(EVP_CIPHER_CTX* ctx, const std::string& aad) {
+    int aadBytes = 0;
+    return aad.empty() ||
+           EVP_CipherUpdate(ctx, nullptr, &aadBytes, Bytes(aad), static_cast<int>(aad.size())) == 1;
+}
+
+// Ends a decryption whose updates wrote `written` bytes of `buffer`: false (rejected, `what` named) when the
+// padding or the tag does not check out; otherwise the plain text goes to `out`.
+bool FinishDecrypt(EVP_CIPHER_CTX* ctx, std::string& buffer, int written, const char* what,
+                   std::string& out) {
+    int finalBytes = 0;
+    if (EVP_DecryptFinal_ex(ctx, Bytes(buffer) + written, &finalBytes) != 1) {
+        return Fail(kCodeSecretRejected, what);
+    }
+    buffer.resize(static_cast<size_t>(written + finalBytes));
+    out = std::move(buffer);
+    return true;
+}
+
 }  // namespace
 
 namespace SecretPrimitives {
@@ -194,18 +222,12 @@ bool Aes128CbcDecrypt(const std::string& key, const std::string& iv, const std::
     CipherCtx ctx(EVP_CIPHER_CTX_new());
     std::string buffer(cipher.size() + 16, '\0');
     int n1 = 0;
-    int n2 = 0;
     if (!ctx || EVP_DecryptInit_ex(ctx.get(), EVP_aes_128_cbc(), nullptr, Bytes(key), Bytes(iv)) != 1 ||
         EVP_DecryptUpdate(ctx.get(), Bytes(buffer), &n1, Bytes(cipher), static_cast<int>(cipher.size())) !=
             1) {
         return CryptoFail("AES-128-CBC decrypt");
     }
-    if (EVP_DecryptFinal_ex(ctx.get(), Bytes(buffer) + n1, &n2) != 1) {
-        return Fail(kCodeSecretRejected, "AES-128-CBC padding");
-    }
-    buffer.resize(static_cast<size_t>(n1 + n2));
-    out = std::move(buffer);
-    return true;
+    return FinishDecrypt(ctx.get(), buffer, n1, "AES-128-CBC padding", out);
 }
 
 bool Aes256GcmSeal(const std::string& key, const std::string& nonce, const std::string& aad,
@@ -217,15 +239,10 @@ bool Aes256GcmSeal(const std::string& key, const std::string& nonce, const std::
     std::string buffer(plain.size() + kGcmTagBytes, '\0');
     int n = 0;
     int finalBytes = 0;
-    int aadBytes = 0;
-    if (!ctx || EVP_EncryptInit_ex(ctx.get(), EVP_aes_256_gcm(), nullptr, nullptr, nullptr) != 1 ||
-        EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(nonce.size()), nullptr) !=
-            1 ||
-        EVP_EncryptInit_ex(ctx.get(), nullptr, nullptr, Bytes(key), Bytes(nonce)) != 1) {
+    if (!InitGcm(ctx.get(), 1, key, nonce)) {
         return CryptoFail("AES-256-GCM init");
     }
-    if ((!aad.empty() &&
-         EVP_EncryptUpdate(ctx.get(), nullptr, &aadBytes, Bytes(aad), static_cast<int>(aad.size())) != 1) ||
+    if (!AddGcmAad(ctx.get(), aad) ||
         (!plain.empty() && EVP_EncryptUpdate(ctx.get(), Bytes(buffer), &n, Bytes(plain),
                                              static_cast<int>(plain.size())) != 1) ||
         EVP_EncryptFinal_ex(ctx.get(), Bytes(buffer) + n, &finalBytes) != 1 ||
@@ -248,26 +265,14 @@ bool Aes256GcmOpen(const std::string& key, const std::string& nonce, const std::
     CipherCtx ctx(EVP_CIPHER_CTX_new());
     std::string buffer(cipherBytes + 16, '\0');
     int n = 0;
-    int finalBytes = 0;
-    int aadBytes = 0;
-    if (!ctx || EVP_DecryptInit_ex(ctx.get(), EVP_aes_256_gcm(), nullptr, nullptr, nullptr) != 1 ||
-        EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(nonce.size()), nullptr) !=
-            1 ||
-        EVP_DecryptInit_ex(ctx.get(), nullptr, nullptr, Bytes(key), Bytes(nonce)) != 1 ||
-        (!aad.empty() &&
-         EVP_DecryptUpdate(ctx.get(), nullptr, &aadBytes, Bytes(aad), static_cast<int>(aad.size())) != 1) ||
+    if (!InitGcm(ctx.get(), 0, key, nonce) || !AddGcmAad(ctx.get(), aad) ||
         (cipherBytes > 0 && EVP_DecryptUpdate(ctx.get(), Bytes(buffer), &n, Bytes(sealed),
                                               static_cast<int>(cipherBytes)) != 1) ||
         EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_SET_TAG, static_cast<int>(kGcmTagBytes), Bytes(tag)) !=
             1) {
         return CryptoFail("AES-256-GCM open");
     }
-    if (EVP_DecryptFinal_ex(ctx.get(), Bytes(buffer) + n, &finalBytes) != 1) {
-        return Fail(kCodeSecretRejected, "AES-256-GCM tag");
-    }
-    buffer.resize(static_cast<size_t>(n + finalBytes));
-    plain = std::move(buffer);
-    return true;
+    return FinishDecrypt(ctx.get(), buffer, n, "AES-256-GCM tag", plain);
 }
 
 bool RandomBytes(size_t count, std::string& out) {

@@ -15,15 +15,10 @@ constexpr int kDefaultCaptureRate = 16000;
 constexpr std::size_t kMaxQueuedSamples = 480000;
 }  // namespace
 
-CCaptureSession::CCaptureSession(int32_t handle) : handle_(handle) {}
+CCaptureSession::CCaptureSession(int32_t handle) : CDeviceSession(handle, DeviceDirection::kCapture) {}
 
 CCaptureSession::~CCaptureSession() {
-    std::lock_guard<std::mutex> lock(controlMutex_);
-    StopLocked();
-}
-
-int CCaptureSession::Open(const std::string& deviceName) {
-    return FindDevice(portAudio_, DeviceDirection::kCapture, deviceName, &device_);
+    Stop();
 }
 
 int CCaptureSession::SetCaptureCallback(AUDIOCOM_DataCallBackEx callback, void* user) {
@@ -94,11 +89,6 @@ int CCaptureSession::Start() {
     stream_ = std::move(stream);
     running_ = true;
     return AUDIOCOM_ERR_NONE;
-}
-
-int CCaptureSession::Stop() {
-    std::lock_guard<std::mutex> control(controlMutex_);
-    return StopLocked();
 }
 
 int CCaptureSession::StopLocked() {

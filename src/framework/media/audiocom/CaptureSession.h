@@ -10,47 +10,35 @@
 #include <vector>
 
 #include "framework/media/audiocom/AudioCom.h"
+#include "framework/media/audiocom/DeviceSession.h"
 #include "framework/media/audiocom/PaStreamHandle.h"
 #include "framework/media/audiocom/PcmConverter.h"
-#include "framework/media/audiocom/PortAudioSession.h"
 #include "framework/media/codec/AudioCodec.h"
 
 namespace Tal {
 namespace AudioCom {
 
-class CCaptureSession {
+class CCaptureSession final : public CDeviceSession {
 public:
     explicit CCaptureSession(int32_t handle);
     ~CCaptureSession();
-    CCaptureSession(const CCaptureSession&) = delete;
-    CCaptureSession& operator=(const CCaptureSession&) = delete;
 
     /// Each operation returns an AUDIOCOM_ERR_* code.
-    int Open(const std::string& deviceName);
     int SetCaptureCallback(AUDIOCOM_DataCallBackEx callback, void* user);
     int SetOutput(const AUDIOCOM_STREAM_PARAM& param, AUDIOCOM_DataCallBackEx callback, void* user);
     int Start();
-    int Stop();
 
     /// True on the thread that runs this session's callbacks.
     bool IsWorkerThread() const { return workerId_.load() == std::this_thread::get_id(); }
-
-    int LastError() const { return lastError_; }
-    void SetLastError(int error) { lastError_ = error; }
 
 private:
     static int OnAudio(const void* input, void* output, unsigned long frames,
                        const PaStreamCallbackTimeInfo* time, PaStreamCallbackFlags flags, void* user);
     void WorkerLoop();
     void Deliver(const std::vector<int16_t>& pcm);
-    int StopLocked();
+    int StopLocked() override;
 
-    const int32_t handle_;
-    CPortAudioSession portAudio_;  // first member: outlives the stream
-    DeviceEntry device_;
-    std::atomic<int> lastError_{AUDIOCOM_ERR_NONE};
-
-    std::mutex controlMutex_;  // Start, Stop and the settings
+    // Start, Stop and the settings run under controlMutex_.
     PaStreamPtr stream_;
     std::thread worker_;
     std::atomic<std::thread::id> workerId_{};

@@ -15,15 +15,10 @@ namespace {
 constexpr int kMaxBufferedSeconds = 5;
 }  // namespace
 
-CPlaySession::CPlaySession(int32_t handle) : handle_(handle) {}
+CPlaySession::CPlaySession(int32_t handle) : CDeviceSession(handle, DeviceDirection::kPlay) {}
 
 CPlaySession::~CPlaySession() {
-    std::lock_guard<std::mutex> lock(controlMutex_);
-    StopLocked();
-}
-
-int CPlaySession::Open(const std::string& deviceName) {
-    return FindDevice(portAudio_, DeviceDirection::kPlay, deviceName, &device_);
+    Stop();
 }
 
 int CPlaySession::OpenStream(const AUDIOCOM_STREAM_PARAM& param) {
@@ -129,11 +124,6 @@ int CPlaySession::SetVolume(uint32_t volume) {
     }
     volume_.store(volume);
     return AUDIOCOM_ERR_NONE;
-}
-
-int CPlaySession::Stop() {
-    std::lock_guard<std::mutex> lock(controlMutex_);
-    return StopLocked();
 }
 
 int CPlaySession::StopLocked() {

@@ -8,50 +8,39 @@
 #include <vector>
 
 #include "framework/media/audiocom/AudioCom.h"
+#include "framework/media/audiocom/DeviceSession.h"
 #include "framework/media/audiocom/PaStreamHandle.h"
 #include "framework/media/audiocom/PcmConverter.h"
-#include "framework/media/audiocom/PortAudioSession.h"
 #include "framework/media/codec/AudioCodec.h"
 
 namespace Tal {
 namespace AudioCom {
 
-class CPlaySession {
+class CPlaySession final : public CDeviceSession {
 public:
     static constexpr uint32_t kMaxVolume = 100;
 
     explicit CPlaySession(int32_t handle);
     ~CPlaySession();
-    CPlaySession(const CPlaySession&) = delete;
-    CPlaySession& operator=(const CPlaySession&) = delete;
 
     /// Each operation returns an AUDIOCOM_ERR_* code.
-    int Open(const std::string& deviceName);
     int OpenStream(const AUDIOCOM_STREAM_PARAM& param);
     int SetDecodeCallback(AUDIOCOM_DataCallBackEx callback, void* user);
     int Start();
     int Input(const uint8_t* data, uint32_t size);
-    int Stop();
     /// 0..100, applied by the PortAudio callback to each block it plays.
     int SetVolume(uint32_t volume);
     uint32_t Volume() const { return volume_.load(); }
 
-    int LastError() const { return lastError_; }
-    void SetLastError(int error) { lastError_ = error; }
-
 private:
     static int OnAudio(const void* input, void* output, unsigned long frames,
                        const PaStreamCallbackTimeInfo* time, PaStreamCallbackFlags flags, void* user);
-    int StopLocked();
+    int StopLocked() override;
 
-    const int32_t handle_;
-    CPortAudioSession portAudio_;  // first member: outlives the stream
-    DeviceEntry device_;
-    std::atomic<int> lastError_{AUDIOCOM_ERR_NONE};
     // Written by any caller, read once per block by the PortAudio callback: the volume adds no lock there.
     std::atomic<uint32_t> volume_{kMaxVolume};
 
-    std::mutex controlMutex_;  // every operation; the decoder and converter are used under it
+    // Every operation runs under controlMutex_; the decoder and converter are used under it.
     PaStreamPtr stream_;
     std::unique_ptr<MediaCodec::IAudioDecoder> decoder_;
     int playRate_ = 0;

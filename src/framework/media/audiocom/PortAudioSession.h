@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
 #include "framework/media/audiocom/AudioCom.h"
 
 namespace Tal {
@@ -15,12 +16,10 @@ namespace AudioCom {
 std::mutex& PortAudioLock();
 
 /// Holds one PortAudio initialisation for its lifetime.
-class CPortAudioSession {
+class CPortAudioSession : private Base::CNonCopyable {
 public:
     CPortAudioSession();
     ~CPortAudioSession();
-    CPortAudioSession(const CPortAudioSession&) = delete;
-    CPortAudioSession& operator=(const CPortAudioSession&) = delete;
 
     bool IsOpen() const { return error_ == 0; }
     /// PortAudio's text for the initialisation error.

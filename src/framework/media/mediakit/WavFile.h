@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
+
 struct sf_private_tag;
 
 namespace Tal {
@@ -50,12 +52,10 @@ std::vector<int16_t> ChannelOf(const PcmAudio& audio, int channel);
 
 /// A 16-bit PCM WAV file written as audio arrives. The header is brought up to date after every write, so
 /// the file is a complete WAV at any moment.
-class CWavWriter {
+class CWavWriter : private Base::CNonCopyable {
 public:
     CWavWriter();
     ~CWavWriter();
-    CWavWriter(const CWavWriter&) = delete;
-    CWavWriter& operator=(const CWavWriter&) = delete;
 
     /// Creates (or truncates) the file. False when it cannot be created.
     bool Open(const std::string& path, int sampleRate, int channels);

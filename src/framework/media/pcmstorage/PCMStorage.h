@@ -6,16 +6,16 @@
 #include <mutex>
 #include <string>
 
+#include "framework/base/NonCopyable.h"
+
 namespace Tal {
 namespace MultimediaComm {
 
-class CPCMStorage {
+class CPCMStorage : private Base::CNonCopyable {
 public:
     CPCMStorage() = default;
     /// Completes a recording still running.
     ~CPCMStorage();
-    CPCMStorage(const CPCMStorage&) = delete;
-    CPCMStorage& operator=(const CPCMStorage&) = delete;
 
     /// Starts a recording. `audioType` is the broadcast encode type the PCM was captured for, which
     /// fixes its sample rate (see SampleRateOfAudioType). False when a recording runs already, the type

@@ -4,9 +4,9 @@
 
 #include "framework/base/ErrorCode.h"
 #include "framework/base/FormatLog.h"
-#include "framework/business/ServerSecret.h"
 #include "framework/netcomm/PlatformRequest.h"
 #include "framework/netcomm/RapidJsonProto.h"
+#include "framework/resource/DeviceEntry.h"
 
 namespace TOOL {
 
@@ -81,16 +81,9 @@ bool RequestDeviceGroup(const std::vector<int>& deviceIds, int type, int record,
         GroupDevice device;
         ResourceManager::DeviceInfo& info = device.info;
         info.id = reply.get_int_v(item + "/DeviceID", -1);
-        info.name = reply.get_v(item + "/Name", "");
-        info.deviceType = reply.get_int_v(item + "/DeviceType", 0);
-        info.accessProtocol = reply.get_int_v(item + "/AccessProtocol", 0);
-        info.ipAddress = reply.get_v(item + "/IP", "");
-        info.port = reply.get_int_v(item + "/Port", 0);
-        info.userName = reply.get_v(item + "/UserName", "");
         device.channel = reply.get_int_v(item + "/Channel", 1);
         device.encodeType = reply.get_int_v(item + "/EncodeType", 1);
-        if (!BusinessCommon::DecryptServerSecret(scheme, reply.get_v(item + "/Password", ""), info.password,
-                                                 "device password")) {
+        if (!ResourceManager::ReadDeviceEntry(reply, item + "/", scheme, info)) {
             return false;
         }
         group.devices.push_back(device);

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "framework/base/ErrorCode.h"
+#include "framework/base/NonCopyable.h"
 #include "framework/media/videotool/DeviceBroadcastGroup.h"
 
 namespace ResourceManager {
@@ -14,12 +15,10 @@ class CDevice;
 
 namespace TOOL {
 
-class CDeviceTalk {
+class CDeviceTalk : private Tal::Base::CNonCopyable {
 public:
     explicit CDeviceTalk(const GroupDevice& device);
     ~CDeviceTalk();
-    CDeviceTalk(const CDeviceTalk&) = delete;
-    CDeviceTalk& operator=(const CDeviceTalk&) = delete;
 
     /// Logs in, configures the format and opens the talk. Blocks on the device. False with `error`.
     bool Open(Tal::Base::Error::ErrorCode& error);

@@ -33,6 +33,29 @@ int32_t StorageTypeOf(const std::string& text, int32_t fallback) {
     return fallback;
 }
 
+// One terminal of the terminal list, at `p`.
+BroadcastTerminal ReadTerminal(const CRapidJsonProto& response, const std::string& p) {
+    BroadcastTerminal terminal;
+    terminal.ID = response.get_int_v(p + "ID", -1);
+    terminal.Name = response.get_v(p + "BaseInfo/Name", "");
+    const std::string partitionList = p + "BaseInfo/BroadcastPartitionIDList";
+    const int partitionCount = response.get_cnt(partitionList);
+    if (partitionCount > 0) {
+        terminal.PartitionIDList.clear();
+        for (int j = 1; j <= partitionCount; ++j) {
+            terminal.PartitionIDList.push_back(
+                response.get_int_v(partitionList + "[" + std::to_string(j) + "]", -1));
+        }
+    }
+    terminal.PeerTaskHandling = response.get_int_v(p + "Config/PeerTaskHandling", -1);
+    terminal.AudioCount = response.get_int_v(p + "Config/AudioCount", -1);
+    terminal.Volume = response.get_int_v(p + "Config/Volume", -1);
+    terminal.TerminalStatus = response.get_int_v(p + "TerminalStatus", -1);
+    terminal.AreaID = response.get_int_v(p + "Area/AreaID", -1);
+    terminal.AreaName = response.get_v(p + "Area/AreaName", "");
+    return terminal;
+}
+
 void ReadAudioCompression(const std::string& codec, BroadcastBaseConfig& config) {
     if (codec == "MP3") {
         config.AudioCompressionType = kEncodeMP3;
@@ -106,11 +129,10 @@ bool CBroadcastSession::GetBroadcastPartitionList(std::vector<BroadcastPartition
     }
     const CRapidJsonProto& response = call.Answer();
     const std::string list = "/ResponseStatus/Data/BroadcastPatitionList/BroadcastPatition";
-    const int count = response.get_cnt(list);
-    for (int i = 1; i <= count; ++i) {
+    for (const std::string& p : Items(response, list)) {
         BroadcastPartition partition;
-        partition.ID = response.get_int_v(Item(list, i) + "ID", -1);
-        partition.Name = response.get_v(Item(list, i) + "BaseInfo/Name", "");
+        partition.ID = response.get_int_v(p + "ID", -1);
+        partition.Name = response.get_v(p + "BaseInfo/Name", "");
         partitions.push_back(partition);
     }
     return true;
@@ -136,28 +158,8 @@ bool CBroadcastSession::GetAllBroadcastTerminalList(std::vector<BroadcastTermina
     }
     const CRapidJsonProto& response = call.Answer();
     const std::string list = "/ResponseStatus/Data/BroadcastTerminalsList/BroadcastTerminal";
-    const int count = response.get_cnt(list);
-    for (int i = 1; i <= count; ++i) {
-        const std::string p = Item(list, i);
-        BroadcastTerminal terminal;
-        terminal.ID = response.get_int_v(p + "ID", -1);
-        terminal.Name = response.get_v(p + "BaseInfo/Name", "");
-        const std::string partitionList = p + "BaseInfo/BroadcastPartitionIDList";
-        const int partitionCount = response.get_cnt(partitionList);
-        if (partitionCount > 0) {
-            terminal.PartitionIDList.clear();
-            for (int j = 1; j <= partitionCount; ++j) {
-                terminal.PartitionIDList.push_back(
-                    response.get_int_v(partitionList + "[" + std::to_string(j) + "]", -1));
-            }
-        }
-        terminal.PeerTaskHandling = response.get_int_v(p + "Config/PeerTaskHandling", -1);
-        terminal.AudioCount = response.get_int_v(p + "Config/AudioCount", -1);
-        terminal.Volume = response.get_int_v(p + "Config/Volume", -1);
-        terminal.TerminalStatus = response.get_int_v(p + "TerminalStatus", -1);
-        terminal.AreaID = response.get_int_v(p + "Area/AreaID", -1);
-        terminal.AreaName = response.get_v(p + "Area/AreaName", "");
-        terminals.push_back(terminal);
+    for (const std::string& p : Items(response, list)) {
+        terminals.push_back(ReadTerminal(response, p));
     }
     return true;
 }
@@ -371,10 +373,8 @@ bool CBroadcastSession::GetBroadCastTTSLanuage(const std::string& loginLanguage,
     }
     const CRapidJsonProto& response = call.Answer();
     const std::string list = "/ResponseStatus/Data/SupportLanguage";
-    const int count = response.get_cnt(list);
-    for (int i = 1; i <= count; ++i) {
-        languages.Languages[response.get_v(Item(list, i) + "LanguageKey", "")] =
-            response.get_v(Item(list, i) + "LanguageValue", "");
+    for (const std::string& p : Items(response, list)) {
+        languages.Languages[response.get_v(p + "LanguageKey", "")] = response.get_v(p + "LanguageValue", "");
     }
     languages.DisplayLanguageKey = response.get_v("/ResponseStatus/Data/DisplayLanguageKey", "");
     languages.DisplayLanguageValue = response.get_v("/ResponseStatus/Data/DisplayLanguageValue", "");

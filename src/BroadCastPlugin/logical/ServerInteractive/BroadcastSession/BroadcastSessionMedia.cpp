@@ -66,11 +66,10 @@ bool ReadRecord(const CRapidJsonProto& response, const std::string& r, Broadcast
     }
     record.RecordID = response.get_int_v(r + "RecordID", -1);
     const std::string elements = r + "ElementList/Element";
-    const int elementCount = response.get_cnt(elements);
-    for (int j = 1; j <= elementCount; ++j) {
+    for (const std::string& e : Items(response, elements)) {
         BroadcastRecordElement element;
-        element.ID = response.get_int_v(Item(elements, j) + "ID", -1);
-        element.Name = response.get_v(Item(elements, j) + "Name", "");
+        element.ID = response.get_int_v(e + "ID", -1);
+        element.Name = response.get_v(e + "Name", "");
         record.Elements.push_back(element);
     }
     record.StartTime = response.get_v(r + "StartTime", "");
@@ -147,11 +146,9 @@ bool CBroadcastSession::GetMediaDirectorys(int32_t parentID, std::vector<MediaDi
     }
     const CRapidJsonProto& response = call.Answer();
     const std::string list = "/ResponseStatus/Data/FileDirectoryList/FileDirectory";
-    const int count = response.get_cnt(list);
     std::vector<MediaDirectory> read;
     std::map<int32_t, std::vector<MediaDirectory>> byParent;
-    for (int i = 1; i <= count; ++i) {
-        const std::string p = Item(list, i);
+    for (const std::string& p : Items(response, list)) {
         MediaDirectory directory;
         directory.ID = response.get_int_v(p + "ID", -1);
         directory.Name = response.get_v(p + "BaseInfo/Name", "");
@@ -190,9 +187,8 @@ bool CBroadcastSession::GetMediaFiles(int32_t directoryID, const std::string& fi
         return false;
     }
     const std::string list = "/ResponseStatus/Data/MediaFileList/MediaFile";
-    const int count = call.Answer().get_cnt(list);
-    for (int i = 1; i <= count; ++i) {
-        files.push_back(ReadMediaFile(call.Answer(), Item(list, i)));
+    for (const std::string& p : Items(call.Answer(), list)) {
+        files.push_back(ReadMediaFile(call.Answer(), p));
     }
     return true;
 }

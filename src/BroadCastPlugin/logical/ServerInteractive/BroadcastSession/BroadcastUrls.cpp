@@ -137,9 +137,7 @@ bool ParseBroadUrlRawData(ErrorCode& error, std::vector<BroadcastUrlInfo>& urls,
 void ParseBroadUrlRawData(const CRapidJsonProto& response, std::vector<BroadcastUrlInfo>& urls) {
     auto* user = BusinessCommon::CUserCommonManager::Instance();
     const std::string list = "/ResponseStatus/Data/CommonUrlList/CommonUrl";
-    const int count = response.get_cnt(list);
-    for (int i = 1; i <= count; ++i) {
-        const std::string p = Item(list, i);
+    for (const std::string& p : Items(response, list)) {
         BroadcastUrlInfo info;
         const bool newMethod = response.get_int_v(p + "SecureEncryptType", -1) == 1;
         auto decrypt = [&](std::string& plain, const std::string& text) {
@@ -164,9 +162,7 @@ void ParseBroadUrlRawData(const CRapidJsonProto& response, std::vector<Broadcast
         ParseBroadcastUrl(address, info, response.get_int_v(p + "SMSversion", -1) == 1);
 
         const std::string resources = p + "ResourceList";
-        const int resourceCount = response.get_cnt(resources);
-        for (int j = 1; j <= resourceCount; ++j) {
-            const std::string q = Item(resources, j);
+        for (const std::string& q : Items(response, resources)) {
             const std::string d = q + "DevcieInfo/";
             BroadcastUrlResource resource;
             resource.ResourceType = response.get_int_v(p + "ResourceType", -1);

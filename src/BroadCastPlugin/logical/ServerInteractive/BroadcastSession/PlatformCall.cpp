@@ -44,6 +44,14 @@ std::string Item(const std::string& list, int oneBasedIndex) {
     return list + "[" + std::to_string(oneBasedIndex) + "]/";
 }
 
+std::vector<std::string> Items(const NetworkCommunication::CRapidJsonProto& answer, const std::string& list) {
+    std::vector<std::string> items;
+    for (int i = 1, count = answer.get_cnt(list); i <= count; ++i) {
+        items.push_back(Item(list, i));
+    }
+    return items;
+}
+
 CPlatformCall::CPlatformCall(std::string method, std::string path, std::string body, int pattern)
     : method_(std::move(method)), path_(std::move(path)), body_(std::move(body)), pattern_(pattern) {}
 

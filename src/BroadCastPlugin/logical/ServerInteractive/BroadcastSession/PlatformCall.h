@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "BroadCastPlugin/common/BroadcastTypes.h"
 #include "framework/netcomm/RapidJsonProto.h"
@@ -23,6 +24,8 @@ void LogInPieces(const std::string& text, bool terminals);
 
 /// "<list>[i]/": the i-th (from 1) entry of a list in a JSON path.
 std::string Item(const std::string& list, int oneBasedIndex);
+/// The paths of all the entries of the list at `list` in `answer`, in order ("<list>[1]/", "<list>[2]/"...).
+std::vector<std::string> Items(const NetworkCommunication::CRapidJsonProto& answer, const std::string& list);
 
 class CPlatformCall {
 public:

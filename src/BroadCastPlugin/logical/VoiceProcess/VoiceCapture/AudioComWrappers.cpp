@@ -6,42 +6,81 @@ namespace BroadCastPlugin {
 
 namespace {
 constexpr int kAudioComSucceeded = 1;
+
+/// True when a library call on `handle` failed; the library's error for the handle is then kept in `error`.
+bool Failed(int result, int32_t handle, int& error) {
+    if (result == kAudioComSucceeded) {
+        return false;
+    }
+    error = AUDIOCOM_GetLastError(handle);
+    return true;
+}
+
+/// How far opening a handle on the first device of a kind got.
+enum class DeviceOpen { kOpened, kNoDevice, kNoInfo, kNoHandle };
+
+/// The library calls that find and open the devices of one kind (capture or play).
+struct DeviceCalls {
+    int (*count)(uint32_t*);
+    int (*info)(uint32_t, AUDIOCOM_SOUNDCARD_INFO*);
+    int (*create)(int32_t*, const char*);
+};
+
+constexpr DeviceCalls kCaptureDevices{AUDIOCOM_GetSoundCardNum, AUDIOCOM_GetOneSoundCardInfo,
+                                      AUDIOCOM_CreateCaptureHandle};
+constexpr DeviceCalls kPlayDevices{AUDIOCOM_GetPlayDeviceNum, AUDIOCOM_GetOnePlayDeviceName,
+                                   AUDIOCOM_CreatePlayHandle};
+
+/// Counts the devices, reads the first one's card info and opens a handle on it; `handle` stays -1 unless
+/// it opened. `error` becomes kAudioComNoSoundCard when there is no device or its info cannot be read.
+DeviceOpen OpenFirstDevice(const DeviceCalls& calls, uint32_t& deviceNum, AUDIOCOM_SOUNDCARD_INFO& card,
+                           int32_t& handle, int& error) {
+    handle = -1;
+    deviceNum = 0;
+    if (calls.count(&deviceNum) != kAudioComSucceeded || deviceNum == 0) {
+        error = kAudioComNoSoundCard;
+        return DeviceOpen::kNoDevice;
+    }
+    if (calls.info(0, &card) != kAudioComSucceeded) {
+        error = kAudioComNoSoundCard;
+        return DeviceOpen::kNoInfo;
+    }
+    if (calls.create(&handle, card.deviceName) != kAudioComSucceeded) {
+        handle = -1;
+        return DeviceOpen::kNoHandle;
+    }
+    return DeviceOpen::kOpened;
+}
 }  // namespace
 
 bool AudioComCreateCaptureHandle::CreateCaptureHandle() {
-    handle = -1;
-    soundCardNum = 0;
-    if (AUDIOCOM_GetSoundCardNum(&soundCardNum) != kAudioComSucceeded || soundCardNum == 0) {
-        error = kAudioComNoSoundCard;
-        BCAST_LOG(5,
-                  "[%s][AudioComCreateCaptureHandle::CreateCaptureHandle] AUDIOCOM_GetSoundCardNum fail, "
-                  "[Error: %d], "
-                  "sound card num: %u[%s(%d)]",
-                  error, soundCardNum);
-        return false;
-    }
-    if (AUDIOCOM_GetOneSoundCardInfo(0, &soundCardInfo) != kAudioComSucceeded) {
-        error = kAudioComNoSoundCard;
-        BCAST_LOG(5,
-                  "[%s][AudioComCreateCaptureHandle::CreateCaptureHandle] AUDIOCOM_GetOneSoundCardInfo fail, "
-                  "[Error: %d][%s(%d)]",
-                  error);
-        return false;
-    }
-    if (AUDIOCOM_CreateCaptureHandle(&handle, soundCardInfo.deviceName) != kAudioComSucceeded) {
-        error = kAudioComCreateHandleFailed;
-        handle = -1;
-        BCAST_LOG(5,
-                  "[%s][AudioComCreateCaptureHandle::CreateCaptureHandle] AUDIOCOM_CreateCaptureHandle fail, "
-                  "[Error: %d], device: %s[%s(%d)]",
-                  error, soundCardInfo.deviceName);
-        return false;
+    switch (OpenFirstDevice(kCaptureDevices, soundCardNum, soundCardInfo, handle, error)) {
+        case DeviceOpen::kNoDevice:
+            BCAST_LOG(5,
+                      "[%s][AudioComCreateCaptureHandle::CreateCaptureHandle] AUDIOCOM_GetSoundCardNum fail, "
+                      "[Error: %d], sound card num: %u[%s(%d)]",
+                      error, soundCardNum);
+            return false;
+        case DeviceOpen::kNoInfo:
+            BCAST_LOG(5,
+                      "[%s][AudioComCreateCaptureHandle::CreateCaptureHandle] AUDIOCOM_GetOneSoundCardInfo "
+                      "fail, [Error: %d][%s(%d)]",
+                      error);
+            return false;
+        case DeviceOpen::kNoHandle:
+            error = kAudioComCreateHandleFailed;
+            BCAST_LOG(5,
+                      "[%s][AudioComCreateCaptureHandle::CreateCaptureHandle] AUDIOCOM_CreateCaptureHandle "
+                      "fail, [Error: %d], device: %s[%s(%d)]",
+                      error, soundCardInfo.deviceName);
+            return false;
+        case DeviceOpen::kOpened:
+            break;
     }
     error = 0;
     BCAST_LOG(3,
               "[%s][AudioComCreateCaptureHandle::CreateCaptureHandle] AUDIOCOM_CreateCaptureHandle succ, "
-              "device: %s, "
-              "handle: %d[%s(%d)]",
+              "device: %s, handle: %d[%s(%d)]",
               soundCardInfo.deviceName, handle);
     return true;
 }
@@ -49,8 +88,7 @@ bool AudioComCreateCaptureHandle::CreateCaptureHandle() {
 bool AudioComRegisterCaptureDataCallBackEx::RegisterCaptureDataCallBackEx(int32_t handle,
                                                                           AUDIOCOM_DataCallBackEx callback,
                                                                           void* user) {
-    if (AUDIOCOM_RegisterCaptureDataCallBackEx(handle, callback, user) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_RegisterCaptureDataCallBackEx(handle, callback, user), handle, error)) {
         BCAST_LOG(5,
                   "[%s][AudioComRegisterCaptureDataCallBackEx::RegisterCaptureDataCallBackEx] "
                   "AUDIOCOM_RegisterCaptureDataCallBackEx fail, [Error: %d][%s(%d)]",
@@ -68,8 +106,7 @@ bool AudioComRegisterOutputDataCallBackEx::RegisterOutputDataCallBackEx(int32_t 
                                                                         const AUDIOCOM_STREAM_PARAM& param,
                                                                         AUDIOCOM_DataCallBackEx callback,
                                                                         void* user) {
-    if (AUDIOCOM_RegisterOutputDataCallBackEx(handle, &param, callback, user) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_RegisterOutputDataCallBackEx(handle, &param, callback, user), handle, error)) {
         BCAST_LOG(5,
                   "[%s][AudioComRegisterOutputDataCallBackEx::RegisterOutputDataCallBackEx] "
                   "AUDIOCOM_RegisterOutputDataCallBackEx fail, [Error: %d][%s(%d)]",
@@ -84,8 +121,7 @@ bool AudioComRegisterOutputDataCallBackEx::RegisterOutputDataCallBackEx(int32_t 
 }
 
 bool AudioComStartCapture::StartCapture(int32_t handle) {
-    if (AUDIOCOM_StartCapture(handle) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_StartCapture(handle), handle, error)) {
         BCAST_LOG(5,
                   "[%s][AudioComStartCapture::StartCapture] AUDIOCOM_StartCapture fail, [Error: %d][%s(%d)]",
                   error);
@@ -99,8 +135,7 @@ bool AudioComStartCapture::StartCapture(int32_t handle) {
 bool AudioComStopCaptureAndReleaseHandle::StopCaptureAndReleaseHandle(int32_t handle) {
     bool ok = true;
     // A capture that never started cannot stop; the handle is released all the same.
-    if (AUDIOCOM_StopCapture(handle) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_StopCapture(handle), handle, error)) {
         BCAST_LOG(
             4,
             "[%s][AudioComStopCaptureAndReleaseHandle::StopCaptureAndReleaseHandle] AUDIOCOM_StopCapture "
@@ -109,8 +144,7 @@ bool AudioComStopCaptureAndReleaseHandle::StopCaptureAndReleaseHandle(int32_t ha
             error);
         ok = error == AUDIOCOM_ERR_ORDER;
     }
-    if (AUDIOCOM_ReleaseCaptureHandle(handle) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_ReleaseCaptureHandle(handle), handle, error)) {
         BCAST_LOG(5,
                   "[%s][AudioComStopCaptureAndReleaseHandle::StopCaptureAndReleaseHandle] "
                   "AUDIOCOM_ReleaseCaptureHandle fail, [Error: %d][%s(%d)]",
@@ -127,19 +161,16 @@ bool AudioComStopCaptureAndReleaseHandle::StopCaptureAndReleaseHandle(int32_t ha
 }
 
 bool AudioComCreatePlayHandle::CreatePlayHandle() {
-    handle = -1;
-    playDeviceNum = 0;
-    if (AUDIOCOM_GetPlayDeviceNum(&playDeviceNum) != kAudioComSucceeded || playDeviceNum == 0) {
-        error = kAudioComNoSoundCard;
+    // The device's name is logged once it is found, before its handle is opened.
+    const DeviceOpen opened = OpenFirstDevice(kPlayDevices, playDeviceNum, soundCardInfo, handle, error);
+    if (opened == DeviceOpen::kNoDevice) {
         BCAST_LOG(5,
                   "[%s][AudioComCreatePlayHandle::CreatePlayHandle] AUDIOCOM_GetPlayDeviceNum fail, [Error: "
-                  "%d], play "
-                  "device num: %u[%s(%d)]",
+                  "%d], play device num: %u[%s(%d)]",
                   error, playDeviceNum);
         return false;
     }
-    if (AUDIOCOM_GetOnePlayDeviceName(0, &soundCardInfo) != kAudioComSucceeded) {
-        error = kAudioComNoSoundCard;
+    if (opened == DeviceOpen::kNoInfo) {
         BCAST_LOG(5,
                   "[%s][AudioComCreatePlayHandle::CreatePlayHandle] AUDIOCOM_GetOnePlayDeviceName fail, "
                   "[Error: %d][%s(%d)]",
@@ -148,9 +179,8 @@ bool AudioComCreatePlayHandle::CreatePlayHandle() {
     }
     BCAST_LOG(5, "[%s][AudioComCreatePlayHandle::struPlayHandle.struSoundCardInfo.strDeviceName;%s[%s(%d)]",
               soundCardInfo.deviceName);
-    if (AUDIOCOM_CreatePlayHandle(&handle, soundCardInfo.deviceName) != kAudioComSucceeded) {
+    if (opened == DeviceOpen::kNoHandle) {
         error = AUDIOCOM_GetLastError(-1);
-        handle = -1;
         BCAST_LOG(5,
                   "[%s][AudioComCreatePlayHandle::CreatePlayHandle] AUDIOCOM_CreatePlayHandle fail, [Error: "
                   "%d][%s(%d)]",
@@ -167,8 +197,7 @@ bool AudioComCreatePlayHandle::CreatePlayHandle() {
 
 bool AudioComOpenAndRegisterDecodeDataCallBack::RegisterDecodeDataCallBackEx(
     int32_t handle, const AUDIOCOM_STREAM_PARAM& param, AUDIOCOM_DataCallBackEx callback, void* user) {
-    if (AUDIOCOM_OpenStreamEx(handle, &param) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_OpenStreamEx(handle, &param), handle, error)) {
         BCAST_LOG(5,
                   "[%s][AudioComOpenAndRegisterDecodeDataCallBack::RegisterDecodeDataCallBackEx] "
                   "AUDIOCOM_OpenStreamEx "
@@ -176,8 +205,7 @@ bool AudioComOpenAndRegisterDecodeDataCallBack::RegisterDecodeDataCallBackEx(
                   error);
         return false;
     }
-    if (AUDIOCOM_RegisterDecodeDataCallBackEx(handle, callback, user) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_RegisterDecodeDataCallBackEx(handle, callback, user), handle, error)) {
         BCAST_LOG(5,
                   "[%s][AudioComOpenAndRegisterDecodeDataCallBack::RegisterDecodeDataCallBackEx] "
                   "AUDIOCOM_RegisterDecodeDataCallBackEx fail, [Error: %d][%s(%d)]",
@@ -192,8 +220,7 @@ bool AudioComOpenAndRegisterDecodeDataCallBack::RegisterDecodeDataCallBackEx(
 }
 
 bool AudioComStartPlay::StartPlay(int32_t handle) {
-    if (AUDIOCOM_StartPlay(handle) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_StartPlay(handle), handle, error)) {
         BCAST_LOG(5, "[%s][AudioComStartPlay::StartPlay] AUDIOCOM_StartPlay fail, [Error: %d][%s(%d)]",
                   error);
         return false;
@@ -204,8 +231,7 @@ bool AudioComStartPlay::StartPlay(int32_t handle) {
 }
 
 bool AudioComInputStreamData::InputStreamData(int32_t handle, const uint8_t* data, uint32_t size) {
-    if (AUDIOCOM_InputStreamData(handle, data, size) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_InputStreamData(handle, data, size), handle, error)) {
         BCAST_LOG(5,
                   "[%s][AudioComInputStreamData::InputStreamData] AUDIOCOM_InputStreamData fail, [Error: "
                   "%d][%s(%d)]",
@@ -218,8 +244,7 @@ bool AudioComInputStreamData::InputStreamData(int32_t handle, const uint8_t* dat
 }
 
 bool AudioComSetPlayVolume::SetPlayVolume(int32_t handle, uint32_t volume) {
-    if (AUDIOCOM_SetPlayVolume(handle, volume) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_SetPlayVolume(handle, volume), handle, error)) {
         BCAST_LOG(
             5,
             "[%s][AudioComSetPlayVolume::SetPlayVolume] AUDIOCOM_SetPlayVolume fail, volume: %u, [Error: "
@@ -234,8 +259,7 @@ bool AudioComSetPlayVolume::SetPlayVolume(int32_t handle, uint32_t volume) {
 
 bool AudioComStopPlayAndReleasePlayHandle::StopPlayAndReleasePlayHandle(int32_t handle) {
     bool ok = true;
-    if (AUDIOCOM_StopPlay(handle) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_StopPlay(handle), handle, error)) {
         BCAST_LOG(
             4,
             "[%s][AudioComStopPlayAndReleasePlayHandle::StopPlayAndReleasePlayHandle] AUDIOCOM_StopPlay "
@@ -244,8 +268,7 @@ bool AudioComStopPlayAndReleasePlayHandle::StopPlayAndReleasePlayHandle(int32_t 
             error);
         ok = error == AUDIOCOM_ERR_ORDER;  // never started: nothing to stop
     }
-    if (AUDIOCOM_ReleasePlayHandle(handle) != kAudioComSucceeded) {
-        error = AUDIOCOM_GetLastError(handle);
+    if (Failed(AUDIOCOM_ReleasePlayHandle(handle), handle, error)) {
         BCAST_LOG(5,
                   "[%s][AudioComStopPlayAndReleasePlayHandle::StopPlayAndReleasePlayHandle] "
                   "AUDIOCOM_ReleasePlayHandle "

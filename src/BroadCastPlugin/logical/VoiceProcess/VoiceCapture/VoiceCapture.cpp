@@ -54,13 +54,11 @@ CVoiceCapture::~CVoiceCapture() {
 }
 
 void CVoiceCapture::SetPCMDataCallback(DataCallback callback) {
-    std::lock_guard<std::mutex> lock(pcmMutex_);
-    pcmCallback_ = std::move(callback);
+    pcmCallback_.Set(std::move(callback));
 }
 
 void CVoiceCapture::SetEncodeDataCallback(DataCallback callback) {
-    std::lock_guard<std::mutex> lock(encodedMutex_);
-    encodedCallback_ = std::move(callback);
+    encodedCallback_.Set(std::move(callback));
 }
 
 AUDIOCOM_STREAM_PARAM CVoiceCapture::CaptureStreamParam(int encodeType) {
@@ -108,10 +106,7 @@ void CVoiceCapture::OnCaptureData(int32_t /*handle*/, const uint8_t* data, uint3
         return;
     }
     StoreLevel(self->captureLevel_, self->captureMetered_, data, size);
-    std::lock_guard<std::mutex> lock(self->pcmMutex_);
-    if (self->pcmCallback_) {
-        self->pcmCallback_(data, static_cast<int>(size));
-    }
+    self->pcmCallback_.Call(data, static_cast<int>(size));
 }
 
 void CVoiceCapture::OnOutputData(int32_t /*handle*/, const uint8_t* data, uint32_t size, void* user) {
@@ -119,10 +114,7 @@ void CVoiceCapture::OnOutputData(int32_t /*handle*/, const uint8_t* data, uint32
     if (data == nullptr) {
         return;
     }
-    std::lock_guard<std::mutex> lock(self->encodedMutex_);
-    if (self->encodedCallback_) {
-        self->encodedCallback_(data, static_cast<int>(size));
-    }
+    self->encodedCallback_.Call(data, static_cast<int>(size));
 }
 
 void CVoiceCapture::OnDecodeData(int32_t /*handle*/, const uint8_t* data, uint32_t size, void* user) {
@@ -136,6 +128,13 @@ void CVoiceCapture::OnDecodeData(int32_t /*handle*/, const uint8_t* data, uint32
 void CVoiceCapture::ReleaseCaptureHandle(int32_t handle) {
     AudioComStopCaptureAndReleaseHandle release;
     release.StopCaptureAndReleaseHandle(handle);
+}
+
+bool CVoiceCapture::AbandonCapture(int32_t handle, int error) {
+    SetCaptureError(error);
+    ReleaseCaptureHandle(handle);
+    capturing_ = false;
+    return false;
 }
 
 void CVoiceCapture::ReleasePlayHandle(int32_t handle) {
@@ -170,34 +169,25 @@ bool CVoiceCapture::StartCapture(int encodeType) {
     const int32_t handle = create.handle;
     AudioComRegisterCaptureDataCallBackEx registerCapture;
     if (!registerCapture.RegisterCaptureDataCallBackEx(handle, &CVoiceCapture::OnCaptureData, this)) {
-        SetCaptureError(registerCapture.error);
         BCAST_LOG(5,
                   "[%s][AudioComRegisterCaptureDataCallBackEx::RegisterCaptureDataCallBackEx] fail[%s(%d)]");
-        ReleaseCaptureHandle(handle);
-        capturing_ = false;
-        return false;
+        return AbandonCapture(handle, registerCapture.error);
     }
     AudioComRegisterOutputDataCallBackEx registerOutput;
     if (!registerOutput.RegisterOutputDataCallBackEx(handle, CaptureStreamParam(encodeType),
                                                      &CVoiceCapture::OnOutputData, this)) {
-        SetCaptureError(registerOutput.error);
         // The capture-callback text is repeated here on purpose.
         BCAST_LOG(5,
                   "[%s][AudioComRegisterCaptureDataCallBackEx::RegisterCaptureDataCallBackEx] fail[%s(%d)]");
-        ReleaseCaptureHandle(handle);
-        capturing_ = false;
-        return false;
+        return AbandonCapture(handle, registerOutput.error);
     }
     captureMetered_ = true;
     AudioComStartCapture start;
     if (!start.StartCapture(handle)) {
-        SetCaptureError(start.error);
         BCAST_LOG(5, "[%s][AudioComStartCapture::StartCapture] fail[%s(%d)]");
-        ReleaseCaptureHandle(handle);
         captureMetered_ = false;
         captureLevel_ = 0.0f;
-        capturing_ = false;
-        return false;
+        return AbandonCapture(handle, start.error);
     }
     captureHandle_ = handle;
     capturing_ = true;

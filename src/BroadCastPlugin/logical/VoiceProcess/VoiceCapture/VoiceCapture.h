@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "BroadCastPlugin/common/BroadcastTypes.h"
+#include "framework/base/GuardedCallback.h"
 #include "framework/media/audiocom/AudioCom.h"
 
 namespace BroadCastPlugin {
@@ -69,6 +70,9 @@ private:
     /// already false) leaves 0 behind.
     static void StoreLevel(std::atomic<float>& level, const std::atomic<bool>& metered, const uint8_t* data,
                            uint32_t size);
+    /// Gives up a capture start after its handle opened: `error` becomes the thread's last error and the
+    /// handle is released. Always false.
+    bool AbandonCapture(int32_t handle, int error);
     void ReleaseCaptureHandle(int32_t handle);
     void ReleasePlayHandle(int32_t handle);
 
@@ -87,10 +91,8 @@ private:
     std::atomic<float> captureLevel_{0.0f};
     std::atomic<bool> listenMetered_{false};
     std::atomic<float> listenLevel_{0.0f};
-    std::mutex pcmMutex_;
-    DataCallback pcmCallback_;
-    std::mutex encodedMutex_;
-    DataCallback encodedCallback_;
+    Tal::Base::CGuardedCallback<void(const uint8_t*, int)> pcmCallback_;
+    Tal::Base::CGuardedCallback<void(const uint8_t*, int)> encodedCallback_;
 };
 
 }  // namespace BroadCastPlugin

@@ -86,27 +86,19 @@ void CVoiceFileEncode::DeleteTempFiles() {
 }
 
 void CVoiceFileEncode::SetDataCallback(DataCallback callback) {
-    std::lock_guard<std::mutex> lock(dataMutex_);
-    dataCallback_ = std::move(callback);
+    dataCallback_.Set(std::move(callback));
 }
 
 void CVoiceFileEncode::SetStateCallback(StateCallback callback) {
-    std::lock_guard<std::mutex> lock(stateMutex_);
-    stateCallback_ = std::move(callback);
+    stateCallback_.Set(std::move(callback));
 }
 
 void CVoiceFileEncode::ReportState(EncodeState state) {
-    std::lock_guard<std::mutex> lock(stateMutex_);
-    if (stateCallback_) {
-        stateCallback_(state);
-    }
+    stateCallback_.Call(state);
 }
 
 void CVoiceFileEncode::EmitFrame(const uint8_t* data, std::size_t size) {
-    std::lock_guard<std::mutex> lock(dataMutex_);
-    if (dataCallback_) {
-        dataCallback_(data, static_cast<int>(size));
-    }
+    dataCallback_.Call(data, static_cast<int>(size));
 }
 
 void CVoiceFileEncode::StopEncode() {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "BroadCastPlugin/common/BroadcastTypes.h"
+#include "framework/base/GuardedCallback.h"
 
 namespace Tal {
 namespace MediaCodec {
@@ -77,10 +78,8 @@ private:
     /// The first two steps of the MP3 paths: strip the tags, decode to the intermediate WAV file.
     bool DecodeMP3ToTempWav(const std::string& path, std::string* wavPath);
 
-    std::mutex dataMutex_;
-    DataCallback dataCallback_;
-    std::mutex stateMutex_;
-    StateCallback stateCallback_;
+    Tal::Base::CGuardedCallback<void(const uint8_t*, int)> dataCallback_;
+    Tal::Base::CGuardedCallback<void(EncodeState)> stateCallback_;
     std::atomic<bool> stopFlag_{true};
 };
 

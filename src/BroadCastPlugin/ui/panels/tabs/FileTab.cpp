@@ -32,9 +32,8 @@ QString Seconds(int seconds) {
 }  // namespace
 
 CFileTab::CFileTab(IConsoleContext* context, QWidget* parent)
-    : QWidget(parent),
-      context_(context),
-      search_(Named("MediaSearch", new QLineEdit(this))),
+    : CBroadcastTab(context, ConsoleActivity::File, parent),
+      search_(SearchField("MediaSearch", tr("Search the media library"), this)),
       searchButton_(Named("MediaSearchButton", new QPushButton(tr("Search"), this))),
       showAll_(Named("MediaShowAll", new QPushButton(tr("Show all"), this))),
       library_(Named("MediaLibrary", new QTreeWidget(this))),
@@ -55,8 +54,6 @@ CFileTab::CFileTab(IConsoleContext* context, QWidget* parent)
 }
 
 void CFileTab::BuildLayout() {
-    search_->setPlaceholderText(tr("Search the media library"));
-    search_->setClearButtonEnabled(true);
     library_->setHeaderLabels({tr("Name"), tr("Format"), tr("Duration"), tr("Size")});
     library_->header()->setStretchLastSection(false);
     library_->header()->setSectionResizeMode(0, QHeaderView::Stretch);
@@ -322,10 +319,7 @@ void CFileTab::OnTick() {
                                                        Seconds(duration / 1000)));
 }
 
-void CFileTab::OnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) {
-    if (context_->Activity() != ConsoleActivity::File) {
-        return;
-    }
+void CFileTab::OnOwnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) {
     for (const IPSpeakerNotifyParam& event : events) {
         if (event.type != kNotifyStage ||
             event.requestID != reinterpret_cast<int64_t>(context_->RequestTag())) {

@@ -8,7 +8,7 @@
 
 #include <set>
 
-#include "BroadCastPlugin/ui/panels/ConsoleContext.h"
+#include "BroadCastPlugin/ui/panels/tabs/BroadcastTab.h"
 
 class QLabel;
 class QLineEdit;
@@ -20,7 +20,7 @@ class QTreeWidgetItem;
 
 namespace BroadCastPlugin {
 
-class CFileTab : public QWidget, public IConsoleTab {
+class CFileTab : public CBroadcastTab {
     Q_OBJECT
 
 public:
@@ -28,7 +28,6 @@ public:
 
     void RefreshControls() override;
     void OnSiteChanged() override;
-    void OnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) override;
     void OnBroadcastStopped() override;
     void OnDownloadResult(int32_t fileId, const ErrorCode& error, void* user);
     void OnSearchResult(const std::vector<MediaFile>& files, const ErrorCode& error);
@@ -39,6 +38,7 @@ public:
     void ChooseLocalFile(const QString& path);
 
 private:
+    void OnOwnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) override;
     void BuildLayout();
     void ConnectControls();
     void FillLibrary(const std::vector<MediaFile>& files, bool searchResult);
@@ -50,7 +50,6 @@ private:
     void OnDownloadTick();
     int DurationMs() const;
 
-    IConsoleContext* context_;
     QLineEdit* search_;
     QPushButton* searchButton_;
     QPushButton* showAll_;

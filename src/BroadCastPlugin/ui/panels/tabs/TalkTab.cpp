@@ -26,8 +26,7 @@ QString Clock(qint64 ms) {
 }  // namespace
 
 CTalkTab::CTalkTab(IConsoleContext* context, QWidget* parent)
-    : QWidget(parent),
-      context_(context),
+    : CBroadcastTab(context, ConsoleActivity::Talk, parent),
       talk_(Named("TalkButton", new QPushButton(this))),
       pushToTalk_(
           Named("PushToTalk", new QCheckBox(tr("Push to talk: hold the button or the space bar"), this))),
@@ -186,10 +185,7 @@ void CTalkTab::OnSiteChanged() {
     RefreshControls();
 }
 
-void CTalkTab::OnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) {
-    if (!IsTalking()) {
-        return;
-    }
+void CTalkTab::OnOwnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) {
     for (const IPSpeakerNotifyParam& event : events) {
         if (event.type != kNotifyStage || event.elementID != -1) {
             continue;

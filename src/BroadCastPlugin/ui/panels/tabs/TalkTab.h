@@ -5,7 +5,7 @@
 #include <QElapsedTimer>
 #include <QWidget>
 
-#include "BroadCastPlugin/ui/panels/ConsoleContext.h"
+#include "BroadCastPlugin/ui/panels/tabs/BroadcastTab.h"
 
 class QCheckBox;
 class QLabel;
@@ -16,7 +16,7 @@ namespace BroadCastPlugin {
 
 class CLevelMeter;
 
-class CTalkTab : public QWidget, public IConsoleTab {
+class CTalkTab : public CBroadcastTab {
     Q_OBJECT
 
 public:
@@ -24,7 +24,6 @@ public:
 
     void RefreshControls() override;
     void OnSiteChanged() override;
-    void OnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) override;
     void OnBroadcastStopped() override;
 
     /// Push-to-talk key handling, forwarded by the console (the space bar while this tab is shown).
@@ -33,13 +32,13 @@ public:
     bool IsPushToTalk() const;
 
 private:
+    void OnOwnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) override;
     void StartTalk();
     void StopTalk();
     void OnTick();
     /// Whether talks are recorded, and that this one is while it runs.
     void ShowRecording();
 
-    IConsoleContext* context_;
     QPushButton* talk_;
     QCheckBox* pushToTalk_;
     QLabel* state_;

@@ -21,8 +21,7 @@ constexpr int kMaxTextLength = 1000;
 }  // namespace
 
 CTextTab::CTextTab(IConsoleContext* context, QWidget* parent)
-    : QWidget(parent),
-      context_(context),
+    : CBroadcastTab(context, ConsoleActivity::Text, parent),
       text_(Named("TtsText", new QPlainTextEdit(this))),
       language_(Named("TtsLanguage", new QComboBox(this))),
       play_(Named("TtsPlayButton", new QPushButton(tr("Speak"), this))),
@@ -133,10 +132,7 @@ void CTextTab::OnTTSResult(const std::vector<TTSResponseError>& errors) {
     }
 }
 
-void CTextTab::OnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) {
-    if (context_->Activity() != ConsoleActivity::Text) {
-        return;
-    }
+void CTextTab::OnOwnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) {
     for (const IPSpeakerNotifyParam& event : events) {
         if (event.type != kNotifySpeakerStatus || speaking_.count(event.elementID) == 0) {
             continue;

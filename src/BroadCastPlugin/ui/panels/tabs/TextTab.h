@@ -6,7 +6,7 @@
 
 #include <set>
 
-#include "BroadCastPlugin/ui/panels/ConsoleContext.h"
+#include "BroadCastPlugin/ui/panels/tabs/BroadcastTab.h"
 
 class QComboBox;
 class QLabel;
@@ -16,7 +16,7 @@ class QTreeWidget;
 
 namespace BroadCastPlugin {
 
-class CTextTab : public QWidget, public IConsoleTab {
+class CTextTab : public CBroadcastTab {
     Q_OBJECT
 
 public:
@@ -24,7 +24,6 @@ public:
 
     void RefreshControls() override;
     void OnSiteChanged() override;
-    void OnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) override;
     void OnBroadcastStopped() override;
     void OnTTSResult(const std::vector<TTSResponseError>& errors);
 
@@ -32,10 +31,10 @@ public:
     QString ResultOf(int32_t elementId) const;
 
 private:
+    void OnOwnBroadcastEvents(const std::vector<IPSpeakerNotifyParam>& events) override;
     void Play();
     void SetResult(int32_t elementId, const QString& text);
 
-    IConsoleContext* context_;
     QPlainTextEdit* text_;
     QComboBox* language_;
     QPushButton* play_;
