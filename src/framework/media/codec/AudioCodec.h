@@ -58,6 +58,24 @@ public:
     virtual AudioFormat OutputFormat() const = 0;
 };
 
+/// Base of the encoders whose frames always hold `Samples` samples per channel.
+template <int Samples>
+class CFixedFrameEncoder : public IAudioEncoder {
+public:
+    static constexpr int kFrameSamples = Samples;
+    int FrameSamples() const override { return Samples; }
+};
+
+/// Base of the decoders: OutputFormat reports format_, which the decoder sets when it opens or learns
+/// the format from the stream.
+class CDecoderBase : public IAudioDecoder {
+public:
+    AudioFormat OutputFormat() const override { return format_; }
+
+protected:
+    AudioFormat format_;
+};
+
 /// The checks every Encode makes first: kCodecNotOpen, kCodecInvalidParam without samples, else kCodecOk.
 inline int EncodeCallResult(bool open, const int16_t* pcm) {
     return !open ? kCodecNotOpen : pcm == nullptr ? kCodecInvalidParam : kCodecOk;
