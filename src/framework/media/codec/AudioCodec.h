@@ -18,6 +18,7 @@ enum CodecResult {
     kCodecLibraryError = 3,   ///< the codec library refused the data or the parameters
     kCodecNotOpen = 4,        ///< called before a successful Open
     kCodecFormatChanged = 5,  ///< a decoded stream changed its rate or channel count
+    kCodecUnavailable = 6,    ///< the codec's plug-in could not be loaded (the reason is logged)
 };
 
 /// Codecs this library provides.
@@ -89,7 +90,8 @@ inline int DecodeCallResult(bool open, const uint8_t* data, std::size_t size,
                                                              : kCodecOk;
 }
 
-/// A new encoder or decoder for the codec, null when the codec is not built in.
+/// A new encoder or decoder for the codec, null when the codec is not built in. AAC is loaded from its
+/// plug-in on the first call; when that fails, the object's Open returns kCodecUnavailable.
 std::unique_ptr<IAudioEncoder> CreateEncoder(CodecId id);
 std::unique_ptr<IAudioDecoder> CreateDecoder(CodecId id);
 /// Readable name of a codec result for log lines.
