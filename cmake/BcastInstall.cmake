@@ -20,6 +20,8 @@ set(BCAST_DATADIR ${CMAKE_INSTALL_DATADIR}/bcast)
 # The framework libraries and their headers.
 install(TARGETS bcast_settings ${BCAST_FRAMEWORK_LIBS} EXPORT BcastFrameworkTargets
   LIBRARY DESTINATION ${BCAST_PRIVATE_LIBDIR} COMPONENT framework NAMELINK_COMPONENT dev)
+# Codec plug-ins, loaded by tal_codec from its own directory (no link target, no development link).
+install(TARGETS tal_codec_aac LIBRARY DESTINATION ${BCAST_PRIVATE_LIBDIR} COMPONENT framework NAMELINK_SKIP)
 install(DIRECTORY src/framework/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/bcast/framework COMPONENT dev
   FILES_MATCHING PATTERN "*.h")
 install(FILES src/BroadCastPlugin/BroadCastPluginExports.h

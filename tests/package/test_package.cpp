@@ -191,6 +191,15 @@ TEST_F(PackageTest, EveryInstalledProgramAndLibraryResolvesItsLibrariesInsideThe
         EXPECT_EQ(stat(Root(std::string("/usr/bin/") + program).c_str(), &info), 0) << program;
         EXPECT_TRUE(info.st_mode & S_IXOTH) << program;
     }
+    // AAC is a plug-in beside the codec library; neither the host, the module nor the codec library maps
+    // libavcodec or libavformat when it is loaded.
+    EXPECT_EQ(access((PrivateLibDir() + "/libtal_codec_aac.so").c_str(), R_OK), 0);
+    for (const std::string& file : {Root("/usr/bin/bcast-host"), PrivateLibDir() + "/libBroadCastPlugin.so",
+                                    PrivateLibDir() + "/libtal_codec.so." + BCAST_VERSION}) {
+        const std::string libraries = RunProcess(CleanEnv(Root(), {"ldd", file}), 30000).output;
+        EXPECT_EQ(libraries.find("libavcodec"), std::string::npos) << file << "\n" << libraries;
+        EXPECT_EQ(libraries.find("libavformat"), std::string::npos) << file << "\n" << libraries;
+    }
     const std::string soname =
         RunProcess({"objdump", "-p", PrivateLibDir() + "/libtal_base.so." + BCAST_VERSION}, 10000).output;
     EXPECT_NE(soname.find("SONAME               libtal_base.so.0"), std::string::npos) << soname;
@@ -283,6 +292,11 @@ TEST_F(PackageTest, AThirdPartyBuildsAPluginAgainstTheDevelopmentPackage) {
         CleanEnv(Root(), {build + "/consumer", R"({"Name":"speaker","Module":3,"Code":7})"}), 30000);
     EXPECT_EQ(run.exitCode, 0) << run.output;
     EXPECT_EQ(run.output, "speaker [2][3][7]\n");
+    // AAC through the installed codec library: its plug-in is found beside it.
+    const ProcessResult aac = RunProcess(CleanEnv(Root(), {build + "/consumer_aac"}), 30000);
+    EXPECT_EQ(aac.exitCode, 0) << aac.output;
+    EXPECT_EQ(aac.output.rfind("aac frames ", 0), 0u) << aac.output;
+    EXPECT_GE(std::atoi(aac.output.c_str() + 11), 15) << aac.output;
 
     // With pkg-config: the same plugin, the installed paths seen below the extracted root.
     const ProcessResult flags = RunProcess(

@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 #include <vector>
 
 #include "AudioCheck.h"
 #include "TestProcess.h"
-#include "framework/media/codec/AacCodec.h"
 #include "framework/media/codec/G722Codec.h"
 #include "framework/media/codec/Mp3Decoder.h"
 #include "framework/media/codec/Mp3Encoder.h"
@@ -237,7 +237,10 @@ TEST(G722, FramesDecodeWithFfmpegAndOurDecoder) {
 
 TEST(Aac, AdtsFramesDecodeWithFfmpegAndOurDecoder) {
     CTempDir dir("bcast-aac");
-    CAacEncoder encoder;
+    // From the AAC plug-in, through the factory as every user gets it.
+    std::unique_ptr<IAudioEncoder> aacEncoder = CreateEncoder(CodecId::kAac);
+    ASSERT_TRUE(aacEncoder);
+    IAudioEncoder& encoder = *aacEncoder;
     EXPECT_EQ(encoder.Open(Format(15000, 1, 64000)), kCodecInvalidParam);
     ASSERT_EQ(encoder.Open(Format(16000, 1, 64000)), kCodecOk);
     EXPECT_EQ(encoder.FrameSamples(), 1024);
@@ -258,7 +261,9 @@ TEST(Aac, AdtsFramesDecodeWithFfmpegAndOurDecoder) {
     EXPECT_NEAR(DominantFrequency(decoded, 16000), 1000.0, 2.0);
     EXPECT_NEAR(static_cast<double>(decoded.size()), 32000.0, 3 * 1024.0);
 
-    CAacDecoder decoder;
+    std::unique_ptr<IAudioDecoder> aacDecoder = CreateDecoder(CodecId::kAac);
+    ASSERT_TRUE(aacDecoder);
+    IAudioDecoder& decoder = *aacDecoder;
     ASSERT_EQ(decoder.Open(AudioFormat()), kCodecOk);
     std::vector<int16_t> ours;
     for (std::size_t i = 0; i < stream.size(); i += 333) {

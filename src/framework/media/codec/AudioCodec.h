@@ -18,6 +18,7 @@ enum CodecResult {
     kCodecLibraryError = 3,   ///< the codec library refused the data or the parameters
     kCodecNotOpen = 4,        ///< called before a successful Open
     kCodecFormatChanged = 5,  ///< a decoded stream changed its rate or channel count
+    kCodecUnavailable = 6,    ///< the codec's plug-in could not be loaded (the reason is logged)
 };
 
 /// Codecs this library provides.
@@ -58,6 +59,24 @@ public:
     virtual AudioFormat OutputFormat() const = 0;
 };
 
+/// Base of the encoders whose frames always hold `Samples` samples per channel.
+template <int Samples>
+class CFixedFrameEncoder : public IAudioEncoder {
+public:
+    static constexpr int kFrameSamples = Samples;
+    int FrameSamples() const override { return Samples; }
+};
+
+/// Base of the decoders: OutputFormat reports format_, which the decoder sets when it opens or learns
+/// the format from the stream.
+class CDecoderBase : public IAudioDecoder {
+public:
+    AudioFormat OutputFormat() const override { return format_; }
+
+protected:
+    AudioFormat format_;
+};
+
 /// The checks every Encode makes first: kCodecNotOpen, kCodecInvalidParam without samples, else kCodecOk.
 inline int EncodeCallResult(bool open, const int16_t* pcm) {
     return !open ? kCodecNotOpen : pcm == nullptr ? kCodecInvalidParam : kCodecOk;
@@ -71,7 +90,8 @@ inline int DecodeCallResult(bool open, const uint8_t* data, std::size_t size,
                                                              : kCodecOk;
 }
 
-/// A new encoder or decoder for the codec, null when the codec is not built in.
+/// A new encoder or decoder for the codec, null when the codec is not built in. AAC is loaded from its
+/// plug-in on the first call; when that fails, the object's Open returns kCodecUnavailable.
 std::unique_ptr<IAudioEncoder> CreateEncoder(CodecId id);
 std::unique_ptr<IAudioDecoder> CreateDecoder(CodecId id);
 /// Readable name of a codec result for log lines.

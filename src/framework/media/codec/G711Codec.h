@@ -33,17 +33,15 @@ private:
     std::vector<uint8_t> frame_;
 };
 
-class CG711Decoder : public IAudioDecoder {
+class CG711Decoder : public CDecoderBase {
 public:
     explicit CG711Decoder(G711Law law) : law_(law) {}
     int Open(const AudioFormat& format) override;
     int Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>* pcm) override;
-    AudioFormat OutputFormat() const override { return format_; }
 
 private:
     G711Law law_;
     bool open_ = false;
-    AudioFormat format_;
 };
 
 }  // namespace MediaCodec

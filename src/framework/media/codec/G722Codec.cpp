@@ -16,11 +16,6 @@ void CG722Decoder::Closer::operator()(g722_decode_state_s* state) const {
     g722_decode_free(state);
 }
 
-CG722Encoder::CG722Encoder() = default;
-CG722Encoder::~CG722Encoder() = default;
-CG722Decoder::CG722Decoder() = default;
-CG722Decoder::~CG722Decoder() = default;
-
 int CG722Encoder::Open(const AudioFormat& format) {
     state_.reset();
     if (format.channels != 1 || format.sampleRate != 16000) {

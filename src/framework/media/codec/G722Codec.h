@@ -14,14 +14,9 @@ namespace MediaCodec {
 /// G.722 bit rates; any other requested rate is coded at 64000.
 int G722BitRate(int requested);
 
-class CG722Encoder : public IAudioEncoder {
+class CG722Encoder : public CFixedFrameEncoder<640> {
 public:
-    static constexpr int kFrameSamples = 640;
-
-    CG722Encoder();
-    ~CG722Encoder() override;
     int Open(const AudioFormat& format) override;
-    int FrameSamples() const override { return kFrameSamples; }
     int Encode(const int16_t* pcm, const FrameSink& sink) override;
     int Flush(const FrameSink&) override { return kCodecOk; }
 
@@ -33,20 +28,16 @@ private:
     std::vector<uint8_t> frame_;
 };
 
-class CG722Decoder : public IAudioDecoder {
+class CG722Decoder : public CDecoderBase {
 public:
-    CG722Decoder();
-    ~CG722Decoder() override;
     int Open(const AudioFormat& format) override;
     int Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>* pcm) override;
-    AudioFormat OutputFormat() const override { return format_; }
 
 private:
     struct Closer {
         void operator()(g722_decode_state_s* state) const;
     };
     std::unique_ptr<g722_decode_state_s, Closer> state_;
-    AudioFormat format_;
 };
 
 }  // namespace MediaCodec

@@ -21,9 +21,6 @@ void CMp3Decoder::Closer::operator()(mpg123_handle_struct* handle) const {
     mpg123_delete(handle);
 }
 
-CMp3Decoder::CMp3Decoder() = default;
-CMp3Decoder::~CMp3Decoder() = default;
-
 int CMp3Decoder::Open(const AudioFormat& /*format*/) {
     InitLibraryOnce();
     handle_.reset();

@@ -10,15 +10,12 @@ struct mpg123_handle_struct;
 namespace Tal {
 namespace MediaCodec {
 
-class CMp3Decoder : public IAudioDecoder {
+class CMp3Decoder : public CDecoderBase {
 public:
-    CMp3Decoder();
-    ~CMp3Decoder() override;
     /// The format is read from the stream; the argument is not used.
     int Open(const AudioFormat& format) override;
     /// kCodecFormatChanged when the stream switches rate or channel count after the first block.
     int Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>* pcm) override;
-    AudioFormat OutputFormat() const override { return format_; }
     /// mpg123's text for its last error, for log lines.
     const char* LibraryErrorText() const;
 
@@ -27,7 +24,6 @@ private:
         void operator()(mpg123_handle_struct* handle) const;
     };
     std::unique_ptr<mpg123_handle_struct, Closer> handle_;
-    AudioFormat format_;
     std::vector<unsigned char> out_;
 };
 

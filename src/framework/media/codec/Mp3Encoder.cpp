@@ -14,9 +14,6 @@ void CMp3Encoder::LameCloser::operator()(lame_global_struct* lame) const {
     lame_close(lame);
 }
 
-CMp3Encoder::CMp3Encoder() = default;
-CMp3Encoder::~CMp3Encoder() = default;
-
 int CMp3Encoder::Open(const AudioFormat& format) {
     lame_.reset();
     if (format.channels < 1 || format.channels > 2 || format.sampleRate < 8000 || format.sampleRate > 48000 ||

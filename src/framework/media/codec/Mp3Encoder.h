@@ -11,15 +11,10 @@ struct lame_global_struct;
 namespace Tal {
 namespace MediaCodec {
 
-class CMp3Encoder : public IAudioEncoder {
+class CMp3Encoder : public CFixedFrameEncoder<1152> {
 public:
-    static constexpr int kFrameSamples = 1152;
-
-    CMp3Encoder();
-    ~CMp3Encoder() override;
     /// Mono or stereo, 8000-48000 Hz, bit rate in bit/s; quality 0-9.
     int Open(const AudioFormat& format) override;
-    int FrameSamples() const override { return kFrameSamples; }
     int Encode(const int16_t* pcm, const FrameSink& sink) override;
     int Flush(const FrameSink& sink) override;
 

@@ -19,15 +19,13 @@ private:
     std::vector<uint8_t> frame_;
 };
 
-class CPcmDecoder : public IAudioDecoder {
+class CPcmDecoder : public CDecoderBase {
 public:
     int Open(const AudioFormat& format) override;
     int Decode(const uint8_t* data, std::size_t size, std::vector<int16_t>* pcm) override;
-    AudioFormat OutputFormat() const override { return format_; }
 
 private:
     bool open_ = false;
-    AudioFormat format_;
     bool hasOddByte_ = false;  // a sample split across two pieces
     uint8_t oddByte_ = 0;
 };

@@ -6,17 +6,17 @@
 #include <memory>
 #include <vector>
 
+#include "framework/base/NonCopyable.h"
+
 struct soxr;
 
 namespace Tal {
 namespace MediaCodec {
 
-class CResampler {
+class CResampler : private Base::CNonCopyable {
 public:
     CResampler();
     ~CResampler();
-    CResampler(const CResampler&) = delete;
-    CResampler& operator=(const CResampler&) = delete;
 
     /// kCodecOk or a CodecResult; rates in Hz, 1 or 2 interleaved channels.
     int Open(int inputRate, int outputRate, int channels = 1);
