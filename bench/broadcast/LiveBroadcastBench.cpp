@@ -7,6 +7,9 @@
 //   mouth-to-speaker  from the moment the sentence starts into the virtual microphone to the moment it
 //                     starts at the speaker (placed on the wall clock by the speaker's first-audio time and
 //                     the sentence's position in its WAV, found by cross-correlation), median and p99;
+//   streaming path    each backchannel packet of the streaming transport from the frame the module hands to
+//                     the streaming client library to the speaker's recording, stage by stage (marks of the
+//                     library and the simulated server, on only for this bench: BCAST_STREAM_PROBE);
 //   memory            peak resident memory of this process (the module's host) during a live talk to 1,000
 //                     UDP speakers;
 //   REST              time per request of the module's REST client over http and https.
