@@ -612,7 +612,13 @@ int LatencyPart(const std::string& fixture, int runs, bool dump) {
                 Percentile(captured, 99), captured.size());
     // The streaming path's stages over every packet of every talk, and over the talks' first packets.
     std::vector<double> all[CStreamPath::kStageCount], first[CStreamPath::kStageCount];
+    std::size_t arrived = 0, dropped = 0;
     for (const CStreamPath::Packet& p : streamPath.Packets(0)) {
+        if (p.at[3] != 0) {
+            ++arrived;
+            // The jitter buffer gave it up as late (it had counted it lost): the speaker never played it.
+            dropped += p.at[4] == 0 ? 1 : 0;
+        }
         if (!p.Complete()) {
             continue;
         }
@@ -628,6 +634,9 @@ int LatencyPart(const std::string& fixture, int runs, bool dump) {
                     Percentile(all[i], 50), Percentile(all[i], 99), Percentile(first[i], 50),
                     Percentile(first[i], 99), all[i].size());
     }
+    std::printf(
+        "S   (%zu of the %zu packets that reached the jitter buffer never left it: dropped as late)\n",
+        dropped, arrived);
     std::vector<std::pair<double, std::string>> order;
     for (const auto& step : steps) {
         order.push_back({Percentile(step.second, 50), step.first});
