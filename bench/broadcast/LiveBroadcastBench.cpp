@@ -7,6 +7,9 @@
 //   mouth-to-speaker  from the moment the sentence starts into the virtual microphone to the moment it
 //                     starts at the speaker (placed on the wall clock by the speaker's first-audio time and
 //                     the sentence's position in its WAV, found by cross-correlation), median and p99;
+//   streaming path    each backchannel packet of the streaming transport from the frame the module hands to
+//                     the streaming client library to the speaker's recording, stage by stage (marks of the
+//                     library and the simulated server, on only for this bench: BCAST_STREAM_PROBE);
 //   memory            peak resident memory of this process (the module's host) during a live talk to 1,000
 //                     UDP speakers;
 //   REST              time per request of the module's REST client over http and https.
@@ -23,6 +26,7 @@
 
 #include <QApplication>
 
+#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,6 +38,7 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -273,6 +278,141 @@ private:
     int64_t soundAt_ = 0;
 };
 
+// The streaming path packet by packet: the streaming client library and the streaming server mark each
+// backchannel frame and packet where it passes (wall clock, us) when BCAST_STREAM_PROBE names a directory;
+// each process appends to a file of its own there. Joined by time stamp (frame to packet, jitter buffer to
+// speaker) and by RTP sequence number (client to server).
+class CStreamPath {
+public:
+    static constexpr int kStageCount = 6;
+    // Stage names, in the order the packet passes; the last is their sum.
+    static constexpr const char* kStages[kStageCount] = {
+        "library: frame in -> packet out of the payloader", "library: packet into rtspsrc, written to TCP",
+        "loopback, server's RTSP receive -> jitter buffer", "server: jitter buffer",
+        "server: depayload, decode, speaker's WAV written", "frame into the library -> speaker, in all",
+    };
+
+    // One packet: the wall-clock time (us) at each point, 0 where unknown; `first` for a talk's first frame.
+    struct Packet {
+        long seq = -1;
+        int64_t at[kStageCount] = {};  // frame in, packet out, sent, at the server, out of the jitter buffer,
+                                       // at the speaker
+        bool first = false;
+        bool Complete() const {
+            return std::all_of(std::begin(at), std::end(at), [](int64_t t) { return t != 0; });
+        }
+        // Duration of stage i in ms.
+        double Stage(int i) const {
+            return static_cast<double>(i == kStageCount - 1 ? at[kStageCount - 1] - at[0]
+                                                            : at[i + 1] - at[i]) /
+                   1000.0;
+        }
+    };
+
+    explicit CStreamPath(std::string dir) : dir_(std::move(dir)) {}
+
+    // Every packet whose frame was handed to the library at or after `fromUs` (wall clock).
+    std::vector<Packet> Packets(int64_t fromUs) const {
+        std::vector<Mark> client, server;
+        ReadMarks(client, server);
+        std::vector<Packet> out;
+        // The time stamps start at 0 in each talk: the frames and packets of the current talk.
+        std::map<int64_t, int64_t> frames;    // pts -> wall
+        std::map<long, std::size_t> talkSeq;  // seq -> index in out
+        for (const Mark& m : client) {
+            if (m.point == "client-frame") {
+                if (m.pts == 0) {
+                    frames.clear();
+                    talkSeq.clear();
+                }
+                frames[m.pts] = m.wall;
+            } else if (m.point == "client-packet") {
+                const auto frame = frames.find(m.pts);
+                if (frame == frames.end() || frame->second < fromUs) {
+                    continue;
+                }
+                Packet p;
+                p.seq = m.seq;
+                p.at[0] = frame->second;
+                p.at[1] = m.wall;
+                p.first = m.pts == 0;
+                talkSeq[m.seq] = out.size();
+                out.push_back(p);
+            } else if (m.point == "client-sent") {
+                const auto at = talkSeq.find(m.seq);
+                if (at != talkSeq.end()) {
+                    out[at->second].at[2] = m.wall;
+                }
+            }
+        }
+        // A server arrival belongs to the packet of that sequence number sent last before it.
+        std::multimap<long, std::size_t> bySeq;
+        for (std::size_t i = 0; i < out.size(); ++i) {
+            bySeq.insert({out[i].seq, i});
+        }
+        std::map<long, std::size_t> arrived;        // seq -> packet, the latest arrival
+        std::map<int64_t, std::size_t> leftJitter;  // server pts -> packet
+        for (const Mark& m : server) {
+            if (m.point == "server-in") {
+                std::size_t best = out.size();
+                const auto range = bySeq.equal_range(m.seq);
+                for (auto it = range.first; it != range.second; ++it) {
+                    const Packet& p = out[it->second];
+                    if (p.at[2] != 0 && p.at[2] <= m.wall && p.at[3] == 0 &&
+                        (best == out.size() || p.at[2] > out[best].at[2])) {
+                        best = it->second;
+                    }
+                }
+                if (best < out.size()) {
+                    out[best].at[3] = m.wall;
+                    arrived[m.seq] = best;
+                }
+            } else if (m.point == "server-jitter-out") {
+                const auto at = arrived.find(m.seq);
+                if (at != arrived.end() && out[at->second].at[4] == 0) {
+                    out[at->second].at[4] = m.wall;
+                    leftJitter[m.pts] = at->second;
+                }
+            } else if (m.point == "server-speaker") {
+                const auto at = leftJitter.find(m.pts);
+                if (at != leftJitter.end() && out[at->second].at[5] == 0) {
+                    out[at->second].at[5] = m.wall;
+                }
+            }
+        }
+        return out;
+    }
+
+private:
+    struct Mark {
+        std::string point;
+        long seq = -1;
+        int64_t pts = -1;
+        int64_t wall = 0;
+    };
+
+    void ReadMarks(std::vector<Mark>& client, std::vector<Mark>& server) const {
+        std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(dir_.c_str()), &closedir);
+        if (!dir) {
+            return;
+        }
+        while (const dirent* entry = readdir(dir.get())) {
+            const std::string name = entry->d_name;
+            if (name.size() < 4 || name.compare(name.size() - 4, 4, ".txt") != 0) {
+                continue;
+            }
+            std::ifstream in(dir_ + "/" + name);
+            Mark m;
+            while (in >> m.point >> m.seq >> m.pts >> m.wall) {
+                (m.point.rfind("client-", 0) == 0 ? client : server).push_back(m);
+            }
+        }
+    }
+
+    std::string dir_;
+};
+constexpr const char* CStreamPath::kStages[];
+
 // Milliseconds from the file's start to its first 20 ms block with sound (same threshold as the probe).
 double SoundOnsetMs(const BcastTool::PcmAudio& audio) {
     const std::size_t block = 160;
@@ -289,6 +429,10 @@ double SoundOnsetMs(const BcastTool::PcmAudio& audio) {
 }
 
 int LatencyPart(const std::string& fixture, int runs, bool dump) {
+    // Before the rig starts, so that its platform process marks the streaming server's packets too.
+    BcastTest::CTempDir probeDir("bench-broadcast-probe");
+    setenv("BCAST_STREAM_PROBE", probeDir.Path().c_str(), 1);
+    const CStreamPath streamPath(probeDir.Path());
     BcastTest::CModuleRig rig("bench-broadcast");
     CLogClock logClock;
     std::string error;
@@ -388,6 +532,24 @@ int LatencyPart(const std::string& fixture, int runs, bool dump) {
             AddEvent(timeline, seen, std::string("first audio: ") + t.transport,
                      static_cast<double>(now[t.elementId].firstAudioAt - asked));
         }
+        // The streaming transport's first packet where it passed.
+        for (const CStreamPath::Packet& p : streamPath.Packets(asked * 1000)) {
+            if (!p.first) {
+                continue;
+            }
+            const char* const points[] = {"streaming: first frame into the library",
+                                          "streaming: first packet out of the payloader",
+                                          "streaming: first packet written to TCP",
+                                          "streaming: first packet at the server's jitter buffer",
+                                          "streaming: first packet out of the jitter buffer",
+                                          "streaming: first packet written by the speaker"};
+            for (int i = 0; i < CStreamPath::kStageCount; ++i) {
+                if (p.at[i] != 0) {
+                    AddEvent(timeline, seen, points[i], static_cast<double>(p.at[i] / 1000 - asked));
+                }
+            }
+            break;
+        }
         for (const auto& event : timeline) {
             steps[event.first].push_back(event.second);
         }
@@ -448,6 +610,33 @@ int LatencyPart(const std::string& fixture, int runs, bool dump) {
     }
     std::printf("R capture capture_median=%.0f capture_p99=%.0f capture_n=%zu\n", Percentile(captured, 50),
                 Percentile(captured, 99), captured.size());
+    // The streaming path's stages over every packet of every talk, and over the talks' first packets.
+    std::vector<double> all[CStreamPath::kStageCount], first[CStreamPath::kStageCount];
+    std::size_t arrived = 0, dropped = 0;
+    for (const CStreamPath::Packet& p : streamPath.Packets(0)) {
+        if (p.at[3] != 0) {
+            ++arrived;
+            // The jitter buffer gave it up as late (it had counted it lost): the speaker never played it.
+            dropped += p.at[4] == 0 ? 1 : 0;
+        }
+        if (!p.Complete()) {
+            continue;
+        }
+        for (int i = 0; i < CStreamPath::kStageCount; ++i) {
+            all[i].push_back(p.Stage(i));
+            if (p.first) {
+                first[i].push_back(p.Stage(i));
+            }
+        }
+    }
+    for (int i = 0; i < CStreamPath::kStageCount; ++i) {
+        std::printf("S   %-50s %7.1f %7.1f %7.1f %7.1f %6zu\n", CStreamPath::kStages[i],
+                    Percentile(all[i], 50), Percentile(all[i], 99), Percentile(first[i], 50),
+                    Percentile(first[i], 99), all[i].size());
+    }
+    std::printf(
+        "S   (%zu of the %zu packets that reached the jitter buffer never left it: dropped as late)\n",
+        dropped, arrived);
     std::vector<std::pair<double, std::string>> order;
     for (const auto& step : steps) {
         order.push_back({Percentile(step.second, 50), step.first});
@@ -688,7 +877,7 @@ bool WriteSites(const std::string& promptOff, const std::string& many, int speak
 
 // Runs one part in a child process; its "R " and "B " lines, without the marks.
 bool RunPart(const std::vector<std::string>& args, std::vector<std::string>& results,
-             std::vector<std::string>& breakdown) {
+             std::vector<std::string>& breakdown, std::vector<std::string>* streamPath = nullptr) {
     std::vector<std::string> argv = {"/proc/self/exe"};
     argv.insert(argv.end(), args.begin(), args.end());
     const BcastTest::ProcessResult result = BcastTest::RunProcess(argv, 3600 * 1000);
@@ -699,6 +888,8 @@ bool RunPart(const std::vector<std::string>& args, std::vector<std::string>& res
             results.push_back(line.substr(2));
         } else if (line.rfind("B ", 0) == 0) {
             breakdown.push_back(line.substr(2));
+        } else if (streamPath != nullptr && line.rfind("S ", 0) == 0) {
+            streamPath->push_back(line.substr(2));
         }
     }
     if (result.exitCode != 0) {
@@ -740,8 +931,9 @@ int Parent(int runs, int speakers, int smsJitterMs) {
         return 1;
     }
     std::fprintf(stderr, "bench: %d talks with the prompt tone off...\n", runs);
-    if (!RunPart({"--part", "latency", "--fixture", promptOff, "--runs", std::to_string(runs)}, off,
-                 offSteps)) {
+    std::vector<std::string> offPath;
+    if (!RunPart({"--part", "latency", "--fixture", promptOff, "--runs", std::to_string(runs)}, off, offSteps,
+                 &offPath)) {
         return 1;
     }
     std::fprintf(stderr, "bench: REST requests over http and https...\n");
@@ -778,6 +970,15 @@ int Parent(int runs, int speakers, int smsJitterMs) {
         "\nREST client, 200 requests one after the other: %.3f ms per request over http, %.3f over https\n",
         Field(ResultOf(rest, "rest_http"), "per_request_ms"),
         Field(ResultOf(rest, "rest_https"), "per_request_ms"));
+    std::printf(
+        "\nStreaming transport, prompt tone off: each backchannel packet from the frame the module hands to "
+        "the\n"
+        "streaming client library to the speaker's recording (ms; \"first\": the first packet of each talk,\n"
+        "whose delay the whole talk keeps, as the speaker plays what follows at its pace)\n");
+    std::printf("%-52s %7s %7s %7s %7s %6s\n", "stage", "median", "p99", "first", "first99", "packets");
+    for (const std::string& line : offPath) {
+        std::printf("%s\n", line.c_str());
+    }
     std::printf("\nStart breakdown, prompt tone off: offset from AsyncStartSpeakVoice (ms)\n");
     std::printf("%-52s %7s %7s %7s %5s\n", "event", "median", "step", "p90", "talks");
     for (const std::string& line : offSteps) {

@@ -3,6 +3,7 @@
 # with the site's prompt tone on and off, one speaker per transport, median and p90; where the start time
 # goes (REST calls, RTSP requests, the module's steps, first audio per transport); mouth-to-speaker delay
 # (virtual microphone to the speaker's WAV) median and p99, with the part that is spent before the capture;
+# the streaming transport's packets stage by stage, from the streaming client library to the speaker's WAV;
 # and the host's resident memory (peak, and by mapping) during a live talk to 1,000 UDP speakers.
 #
 #   bench/broadcast/run.sh              builds an optimised bench in build-release/ and runs 20 talks per site

@@ -6,6 +6,7 @@
 
 #include "framework/base/FormatLog.h"
 #include "framework/media/zpsclient/GstFields.h"
+#include "framework/media/zpsclient/PacketProbe.h"
 #include "framework/media/zpsclient/ZpsSession.h"
 
 namespace ZPSClient {
@@ -234,9 +235,21 @@ GstFlowReturn CZpsSession::OnBackchannelPacket(GstAppSink* sink, gpointer self) 
     if (!rtspsrc) {
         return GST_FLOW_FLUSHING;
     }
+    const bool probed = CPacketProbe::On();
+    long seq = -1;
+    GstClockTime pts = GST_CLOCK_TIME_NONE;
+    if (probed) {
+        GstBuffer* packet = gst_sample_get_buffer(sample.get());
+        seq = CPacketProbe::RtpSeq(packet);
+        pts = packet != nullptr ? GST_BUFFER_PTS(packet) : GST_CLOCK_TIME_NONE;
+        CPacketProbe::Mark("client-packet", seq, pts);
+    }
     GstFlowReturn result = GST_FLOW_ERROR;
     // The action takes the sample over (push-backchannel-sample would free it twice in GStreamer 1.22).
     g_signal_emit_by_name(rtspsrc.get(), "push-backchannel-buffer", stream, sample.release(), &result);
+    if (probed) {
+        CPacketProbe::Mark("client-sent", seq, pts);
+    }
     if (result != GST_FLOW_OK) {
         TAL_LOG(5, kLogModule, "[%s]Session %d: rtspsrc refused backchannel data: %s[%s(%d)]",
                 session->handle_, gst_flow_get_name(result));

@@ -11,6 +11,7 @@
 
 #include "framework/base/FormatLog.h"
 #include "framework/media/zpsclient/GstFields.h"
+#include "framework/media/zpsclient/PacketProbe.h"
 #include "framework/media/zpsclient/TcpNoDelay.h"
 
 namespace ZPSClient {
@@ -328,6 +329,9 @@ int CZpsSession::Send(const unsigned char* data, int size) {
     GstBuffer* buffer = gst_buffer_new_memdup(data, static_cast<gsize>(size));
     GST_BUFFER_PTS(buffer) = pts;
     GST_BUFFER_DURATION(buffer) = duration;
+    if (CPacketProbe::On()) {
+        CPacketProbe::Mark("client-frame", -1, pts);
+    }
     if (gst_app_src_push_buffer(GST_APP_SRC(appsrc.get()), buffer) != GST_FLOW_OK) {
         return ZPS_ERR_STREAM;
     }
