@@ -8,9 +8,11 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <thread>
 
 #include "AudioCheck.h"
@@ -110,6 +112,26 @@ TEST_F(VoiceCaptureTest, SoundCardsAndPlayDevicesAreListed) {
     EXPECT_EQ(AUDIOCOM_GetLastError(-1), AUDIOCOM_ERR_NO_DEVICE);
     EXPECT_EQ(AUDIOCOM_StartCapture(12345), 0);
     EXPECT_EQ(AUDIOCOM_GetLastError(-1), AUDIOCOM_ERR_HANDLE);
+}
+
+// ALSA's a52 PCM (an AC-3 encoder for S/PDIF) links libavcodec; the device probe must not open it, or every
+// client maps libavcodec and its libraries for nothing.
+TEST_F(VoiceCaptureTest, TheDeviceProbeLeavesTheA52EncoderUnloaded) {
+    const char* a52Definition = "/usr/share/alsa/alsa.conf.d/60-a52-encoder.conf";
+    ASSERT_TRUE(std::ifstream(a52Definition).good())
+        << a52Definition << " is missing: install libasound2-plugins (scripts/setup.sh does)";
+    uint32_t cards = 0;
+    ASSERT_EQ(AUDIOCOM_GetSoundCardNum(&cards), 1);
+    int32_t handle = -1;
+    AUDIOCOM_SOUNDCARD_INFO info{};
+    ASSERT_EQ(AUDIOCOM_GetOneSoundCardInfo(0, &info), 1);
+    ASSERT_EQ(AUDIOCOM_CreateCaptureHandle(&handle, info.deviceName), 1);
+    std::ifstream maps("/proc/self/maps");
+    std::stringstream mapped;
+    mapped << maps.rdbuf();
+    EXPECT_EQ(mapped.str().find("libasound_module_pcm_a52"), std::string::npos)
+        << "the probe loaded ALSA's a52 plugin";
+    EXPECT_EQ(AUDIOCOM_ReleaseCaptureHandle(handle), 1);
 }
 
 TEST_F(VoiceCaptureTest, CapturedToneComesOutAsG711FramesAndIsRecorded) {

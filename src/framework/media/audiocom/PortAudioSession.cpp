@@ -4,7 +4,9 @@
 #include <dlfcn.h>
 #include <portaudio.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "framework/base/FormatLog.h"
 
@@ -37,8 +39,31 @@ void SilenceProbesOnce() {
     std::call_once(once, [] {
         snd_lib_error_set_handler(&SilentAlsaError);
         SilenceJack();
+        // PortAudio's JACK back end must not start a JACK server while it probes (a setting of the
+        // environment wins).
+        ::setenv("JACK_NO_START_SERVER", "1", 0);
     });
 }
+
+// PortAudio's ALSA probe opens every PCM the configuration defines. ALSA's a52 PCM, an AC-3 encoder for
+// S/PDIF outputs that is never a microphone nor an intercom's loudspeaker, loads libavcodec and the
+// libraries it links (about 10 MB mapped into the client) and keeps them. Its definition is taken out of the
+// process's copy of the configuration before a probe; PortAudio frees that copy when its last user
+// terminates, so this runs before each first initialisation. Called under PortAudioLock.
+void DropPcmsNoIntercomUses() {
+    if (snd_config_update() < 0 || snd_config == nullptr) {
+        return;
+    }
+    for (const char* key : {"pcm.a52"}) {
+        snd_config_t* node = nullptr;
+        if (snd_config_search(snd_config, key, &node) >= 0) {
+            snd_config_delete(node);
+        }
+    }
+}
+
+/// How many sessions hold PortAudio initialised (guarded by PortAudioLock): the probe runs for the first.
+int g_sessionCount = 0;
 
 void CopyName(char* target, std::size_t capacity, const char* source) {
     std::strncpy(target, source != nullptr ? source : "", capacity - 1);
@@ -55,13 +80,20 @@ std::mutex& PortAudioLock() {
 CPortAudioSession::CPortAudioSession() {
     SilenceProbesOnce();
     std::lock_guard<std::mutex> lock(PortAudioLock());
+    if (g_sessionCount == 0) {
+        DropPcmsNoIntercomUses();
+    }
     error_ = Pa_Initialize();
+    if (error_ == paNoError) {
+        ++g_sessionCount;
+    }
 }
 
 CPortAudioSession::~CPortAudioSession() {
     if (error_ == paNoError) {
         std::lock_guard<std::mutex> lock(PortAudioLock());
         Pa_Terminate();
+        --g_sessionCount;
     }
 }
 

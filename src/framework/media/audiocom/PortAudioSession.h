@@ -22,6 +22,8 @@ public:
     ~CPortAudioSession();
 
     bool IsOpen() const { return error_ == 0; }
+    /// PortAudio's initialisation error (0 when open).
+    int Error() const { return error_; }
     /// PortAudio's text for the initialisation error.
     std::string ErrorText() const;
 

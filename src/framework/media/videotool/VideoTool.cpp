@@ -1,16 +1,15 @@
 #include "framework/media/videotool/VideoTool.h"
 
-#include <alsa/asoundlib.h>
-#include <jack/jack.h>
 #include <portaudio.h>
 
-#include <cstdlib>
-
+#include <memory>
 #include <mutex>
+#include <vector>
 
 #include "framework/base/ErrorCode.h"
 #include "framework/base/FormatLog.h"
 #include "framework/business/ServerSecret.h"
+#include "framework/media/audiocom/PortAudioSession.h"
 #include "framework/netcomm/PlatformRequest.h"
 #include "framework/netcomm/RapidJsonProto.h"
 
@@ -26,21 +25,10 @@ constexpr int kModuleAudio = 29;
 
 struct VoiceEnvironment {
     std::mutex mutex;
-    int initCount = 0;
+    /// One audio back end initialisation for each InitVoiceEnvir not yet undone.
+    std::vector<std::unique_ptr<Tal::AudioCom::CPortAudioSession>> sessions;
     std::string loadPath;
 };
-
-// The audio back end probes every ALSA and JACK device at start-up and both libraries print each failed
-// probe to stderr; on a machine without those devices that is noise, not an error of ours.
-void QuietAlsa(const char*, int, const char*, int, const char*, ...) {}
-void QuietJack(const char*) {}
-
-void SilenceBackendProbes() {
-    snd_lib_error_set_handler(&QuietAlsa);
-    jack_set_error_function(&QuietJack);
-    jack_set_info_function(&QuietJack);
-    setenv("JACK_NO_START_SERVER", "1", 0);
-}
 
 VoiceEnvironment& Voice() {
     static VoiceEnvironment env;
@@ -61,14 +49,14 @@ bool InitVoiceEnvir(const std::string& configJson) {
     }
     VoiceEnvironment& env = Voice();
     std::lock_guard<std::mutex> lock(env.mutex);
-    SilenceBackendProbes();
-    PaError err = Pa_Initialize();
-    if (err != paNoError) {
-        Tal::Base::Error::SetLastError(ErrorCode(kSubSystemClient, kModuleAudio, static_cast<int>(err)));
-        TAL_LOG(5, "VideoTool", "[%s]Audio back end failed to start: %s[%s(%d)]", Pa_GetErrorText(err));
+    auto session = std::make_unique<Tal::AudioCom::CPortAudioSession>();
+    if (!session->IsOpen()) {
+        Tal::Base::Error::SetLastError(ErrorCode(kSubSystemClient, kModuleAudio, session->Error()));
+        TAL_LOG(5, "VideoTool", "[%s]Audio back end failed to start: %s[%s(%d)]",
+                session->ErrorText().c_str());
         return false;
     }
-    ++env.initCount;
+    env.sessions.push_back(std::move(session));
     env.loadPath = config.get_v("/CirroLoadPath", "");
     TAL_LOG(3, "VideoTool", "[%s]Voice environment up, %d audio devices, load path: %s[%s(%d)]",
             Pa_GetDeviceCount(), env.loadPath.c_str());
@@ -78,24 +66,18 @@ bool InitVoiceEnvir(const std::string& configJson) {
 bool UnInitVoiceEnvir() {
     VoiceEnvironment& env = Voice();
     std::lock_guard<std::mutex> lock(env.mutex);
-    if (env.initCount == 0) {
+    if (env.sessions.empty()) {
         TAL_LOG(4, "VideoTool", "[%s]Voice environment is not initialised.[%s(%d)]");
         return false;
     }
-    --env.initCount;
-    PaError err = Pa_Terminate();
-    if (err != paNoError) {
-        Tal::Base::Error::SetLastError(ErrorCode(kSubSystemClient, kModuleAudio, static_cast<int>(err)));
-        TAL_LOG(5, "VideoTool", "[%s]Audio back end failed to stop: %s[%s(%d)]", Pa_GetErrorText(err));
-        return false;
-    }
+    env.sessions.pop_back();
     return true;
 }
 
 bool IsVoiceEnvirInit() {
     VoiceEnvironment& env = Voice();
     std::lock_guard<std::mutex> lock(env.mutex);
-    return env.initCount > 0;
+    return !env.sessions.empty();
 }
 
 std::string GetVoiceEnvirLoadPath() {
