@@ -13,7 +13,6 @@ extern "C" {
 
 #include <chrono>
 #include <condition_variable>
-#include <cstring>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -24,6 +23,7 @@ extern "C" {
 #include "platform/server/sim/speakers/SpeakerSim.h"
 #include "platform/server/sim/streaming/GstRefs.h"
 #include "platform/server/sim/streaming/PacketProbe.h"
+#include "platform/server/sim/streaming/TalkPipeline.h"
 
 namespace Platform {
 
@@ -229,38 +229,6 @@ struct CStreamingServer::Impl : std::enable_shared_from_this<CStreamingServer::I
         g_signal_connect(client, "play-request", G_CALLBACK(&Impl::OnPlayed), self);
     }
 
-    static GstPadProbeReturn OnProbedPacket(GstPad*, GstPadProbeInfo* info, gpointer point) {
-        GstBuffer* buffer = gst_pad_probe_info_get_buffer(info);
-        CPacketProbe::Mark(static_cast<const char*>(point), CPacketProbe::RtpSeq(buffer),
-                           buffer != nullptr ? GST_BUFFER_PTS(buffer) : GST_CLOCK_TIME_NONE);
-        return GST_PAD_PROBE_OK;
-    }
-
-    /// Elements that rtpbin makes for a talk's backchannel as the media prepares. The RTP session accepts
-    /// the client's source at its first packet: by default it holds packets until two in sequence have
-    /// come (RFC 3550 probation against stray UDP sources), which on the interleaved connection, one
-    /// source per session, only delays the talk's start by one packet interval for the whole talk. With
-    /// the bench's probe on, each packet is marked as it enters and leaves the jitter buffer.
-    static void OnTalkElementAdded(GstBin*, GstBin*, GstElement* element, gpointer) {
-        GstElementFactory* factory = gst_element_get_factory(element);
-        const char* name = factory != nullptr ? GST_OBJECT_NAME(factory) : "";
-        if (std::strcmp(name, "rtpsession") == 0) {
-            g_object_set(element, "probation", 0u, nullptr);
-            return;
-        }
-        if (std::strcmp(name, "rtpjitterbuffer") != 0 || !CPacketProbe::On()) {
-            return;
-        }
-        for (const auto& pad :
-             {std::make_pair("sink", "server-in"), std::make_pair("src", "server-jitter-out")}) {
-            GObjectPtr<GstPad> probed(gst_element_get_static_pad(element, pad.first));
-            if (probed) {
-                gst_pad_add_probe(probed.get(), GST_PAD_PROBE_TYPE_BUFFER, &Impl::OnProbedPacket,
-                                  const_cast<char*>(pad.second), nullptr);
-            }
-        }
-    }
-
     static GstFlowReturn OnBackchannelSample(GstAppSink* sink, gpointer data) {
         auto* talk = static_cast<TalkMedia*>(data);
         GstSamplePtr sample(gst_app_sink_pull_sample(sink));
@@ -372,12 +340,7 @@ struct CStreamingServer::Impl : std::enable_shared_from_this<CStreamingServer::I
             callbacks.new_sample = &Impl::OnBackchannelSample;
             gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, talk, nullptr);
             g_signal_connect(media, "unprepared", G_CALLBACK(&Impl::OnTalkUnprepared), talk);
-            // The media's pipeline holds the element; rtpbin joins it when the media prepares.
-            GObjectPtr<GstObject> pipeline(gst_element_get_parent(element.get()));
-            if (pipeline && GST_IS_BIN(pipeline.get())) {
-                g_signal_connect(pipeline.get(), "deep-element-added", G_CALLBACK(&Impl::OnTalkElementAdded),
-                                 nullptr);
-            }
+            TuneTalkPipeline(element.get());
             TAL_LOG(Tal::Base::kLogInfo, "Platform", "[%s]talk stream for group %s from %s[%s(%d)]", guid,
                     source.c_str());
             return;
