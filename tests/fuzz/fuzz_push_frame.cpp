@@ -17,6 +17,7 @@
 #include "BroadCastPlugin/logical/IPSpeakerManager/IPSpeakerManager.h"
 #include "BroadCastPlugin/logical/ProtocalFactory/ProtocalFactory.h"
 #include "BroadCastPlugin/logical/ServerInteractive/WebSocket/FrameMessageMgr.h"
+#include "BroadCastPlugin/logical/ServerInteractive/WebSocket/PushMessage.h"
 #include "FuzzSupport.h"
 #include "framework/clientframe/FrameworkManagerInterface.h"
 #include "framework/media/videotool/DeviceStateBoard.h"
@@ -89,6 +90,18 @@ void OfferToBoard(const std::string& text) {
     board.ReportAllStopped();
 }
 
+// What a board whose device 201 is connecting does with `text`: offered as text, or as the notice read
+// from a parsed document beforehand. The deliveries, then whether it was taken.
+std::vector<std::string> BoardDeliveries(const std::string& text, const TOOL::DeviceStatusNotice* notice) {
+    std::vector<std::string> delivered;
+    TOOL::CDeviceStateBoard board([&](const std::string& status) { delivered.push_back(status); });
+    board.SetGroup("group-1");
+    board.Report(201, TOOL::kDeviceConnecting, TOOL::kDeviceBroadcasting, "");
+    const bool offered = notice != nullptr ? board.Offer(*notice, text) : board.Offer(text);
+    delivered.push_back(offered ? "offered" : "refused");
+    return delivered;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -126,6 +139,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const IPSpeakerNotifyParam& event : g_events) {
         Check(event.type == 2);
         CheckNotifications(event);
+    }
+
+    // The device status read in place from the parsed frame decides as the data text does, parsed again.
+    if (parsed) {
+        const PushMessage read = PushMessage::FromDocument(whole, "/Msg/Data");
+        Check(BoardDeliveries(message, &read.deviceNotice) == BoardDeliveries(message, nullptr));
     }
 
     OfferToBoard(message);

@@ -340,7 +340,7 @@ void CBroadcastController::HandleServerPushMessage(const std::string& data, int 
 }
 
 void CBroadcastController::HandleServerPushMessage(const PushMessage& message, int msgType) {
-    TOOL::CBroadcastBusinessManager::PushBroadcastState(message.data);
+    TOOL::CBroadcastBusinessManager::PushBroadcastState(message.deviceNotice, message.data);
     CIPSpeakerManager::Instance()->HandleWebsocketMessage(message);
     // A version update pushed by the platform concerns the framework: the module acknowledges it.
     if (message.updateVersion) {

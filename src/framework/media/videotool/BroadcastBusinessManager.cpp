@@ -5,6 +5,7 @@
 #include "framework/base/FormatLog.h"
 #include "framework/media/videotool/DeviceBroadcastSession.h"
 #include "framework/media/videotool/VideoTool.h"
+#include "framework/netcomm/RapidJsonProto.h"
 
 namespace TOOL {
 
@@ -83,6 +84,15 @@ void CBroadcastBusinessManager::SetBroadcastResoluteCallback(BroadcastResoluteCa
 }
 
 bool CBroadcastBusinessManager::PushBroadcastState(const std::string& text) {
+    NetworkCommunication::CRapidJsonProto message;
+    if (!message.set_str(text)) {
+        return false;
+    }
+    return PushBroadcastState(DeviceStatusNotice::Read(message, ""), text);
+}
+
+bool CBroadcastBusinessManager::PushBroadcastState(const DeviceStatusNotice& notice,
+                                                   const std::string& text) {
     std::shared_ptr<CDeviceBroadcastSession> session;
     {
         BroadcastBusiness& state = Business();
@@ -92,8 +102,8 @@ bool CBroadcastBusinessManager::PushBroadcastState(const std::string& text) {
         }
         session = state.session;
     }
-    // Only the pushes of the running broadcast's group concern this client; the session reads the text.
-    return session && session->Offer(text);
+    // Only the pushes of the running broadcast's group concern this client.
+    return session && session->Offer(notice, text);
 }
 
 bool CBroadcastBusinessManager::StartBroadcast(const CRequestBroadcast& request) {

@@ -31,7 +31,9 @@ public:
     /// `reportStopped`: each device is reported stopped. Repeatable, from any thread.
     void Stop(bool reportStopped);
     /// A pushed status text; true when it belongs to this broadcast's group.
-    bool Offer(const std::string& text) { return board_.Offer(text); }
+    bool Offer(const DeviceStatusNotice& notice, const std::string& text) {
+        return board_.Offer(notice, text);
+    }
 
 private:
     struct LiveTalk {

@@ -66,23 +66,40 @@ void CDeviceStateBoard::ReportAllStopped() {
     }
 }
 
+DeviceStatusNotice DeviceStatusNotice::Read(const NetworkCommunication::CRapidJsonProto& document,
+                                            const std::string& path) {
+    DeviceStatusNotice notice;
+    notice.isNotice = document.is_exist(path + "/NotifyType");
+    if (!notice.isNotice) {
+        return notice;
+    }
+    notice.notifyType = document.get_int_v(path + "/NotifyType", -1);
+    notice.groupId = document.get_v(path + "/GroupId", "");
+    notice.deviceId = std::atoi(document.get_v(path + "/IndexCode", "").c_str());
+    notice.status = document.get_int_v(path + "/Status", -1);
+    return notice;
+}
+
 bool CDeviceStateBoard::Offer(const std::string& text) {
     NetworkCommunication::CRapidJsonProto message;
     if (!message.set_str(text)) {
         return false;
     }
+    return Offer(DeviceStatusNotice::Read(message, ""), text);
+}
+
+bool CDeviceStateBoard::Offer(const DeviceStatusNotice& notice, const std::string& text) {
     const std::string group = Group();
-    if (group.empty() || !message.is_exist("/NotifyType") || message.get_v("/GroupId", "") != group) {
+    if (group.empty() || !notice.isNotice || notice.groupId != group) {
         return false;
     }
-    if (message.get_int_v("/NotifyType", -1) != 1) {
+    if (notice.notifyType != 1) {
         // Not a device status: the receiver decides what to do with it.
         std::lock_guard<std::mutex> delivery(deliveryMutex_);
         sink_(text);
         return true;
     }
-    const int deviceId = std::atoi(message.get_v("/IndexCode", "").c_str());
-    Deliver(deviceId, message.get_int_v("/Status", -1), text);
+    Deliver(notice.deviceId, notice.status, text);
     return true;
 }
 

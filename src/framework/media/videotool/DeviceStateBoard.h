@@ -11,7 +11,25 @@
 #include <string>
 #include <vector>
 
+namespace NetworkCommunication {
+class CRapidJsonProto;
+}
+
 namespace TOOL {
+
+/// The device-status fields of a pushed message, read once from its parsed document; the push's text stays
+/// beside it for delivery. {"NotifyType":1,"GroupId":"..","IndexCode":"201","Status":2}
+struct DeviceStatusNotice {
+    bool isNotice = false;  ///< the message has "NotifyType"
+    int notifyType = -1;
+    std::string groupId;
+    int deviceId = 0;  ///< "IndexCode" as a number
+    int status = -1;
+
+    /// Reads the fields under `path` of a parsed document ("" for its root).
+    static DeviceStatusNotice Read(const NetworkCommunication::CRapidJsonProto& document,
+                                   const std::string& path);
+};
 
 /// "Status" of a device in a device broadcast status text.
 enum DeviceBroadcastStatus {
@@ -44,6 +62,8 @@ public:
     /// A pushed text. True when it is a status ("NotifyType") of this group, delivered or recognised as a
     /// repeat.
     bool Offer(const std::string& text);
+    /// The same for a push already read: `text` is what the sink receives.
+    bool Offer(const DeviceStatusNotice& notice, const std::string& text);
 
     static std::string StatusText(const std::string& groupId, int deviceId, int status, int resourceStatus,
                                   const std::string& errorInfo);

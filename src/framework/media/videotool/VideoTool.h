@@ -58,6 +58,8 @@ struct CRequestBroadcast {
     int type = 0;
 };
 
+struct DeviceStatusNotice;
+
 /// Receives each device broadcast status message (a JSON text) with the context given at registration.
 using BroadcastResoluteCallback = void (*)(const std::string& message, void* context);
 
@@ -71,6 +73,8 @@ public:
     /// Offers a server push text; status messages of device broadcasts (objects with "NotifyType") are
     /// passed to the callback. Returns whether the text was passed on.
     static bool PushBroadcastState(const std::string& text);
+    /// The same for a push whose status fields were already read from its parsed document.
+    static bool PushBroadcastState(const DeviceStatusNotice& notice, const std::string& text);
     static bool StartBroadcast(const CRequestBroadcast& request);
     /// Ends the running device broadcast; true when none runs.
     static bool StopBroadcast();

@@ -10,6 +10,7 @@ namespace {
 void ReadEvents(const NetworkCommunication::CRapidJsonProto& document, const std::string& dataPath,
                 PushMessage& message) {
     message.updateVersion = document.is_exist(dataPath + "/Event/UpdateVersion");
+    message.deviceNotice = TOOL::DeviceStatusNotice::Read(document, dataPath);
     const std::string list = dataPath + "/Event/BroadcastStatusList";
     const int count = document.get_cnt(list);
     std::vector<BroadcastStatusItem>& out = message.statusList;

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "framework/media/videotool/DeviceStateBoard.h"
+
 namespace NetworkCommunication {
 class CRapidJsonProto;
 }
@@ -32,6 +34,8 @@ struct PushMessage {
     std::vector<BroadcastStatusItem> statusList;
     /// The data carries "/Event/UpdateVersion".
     bool updateVersion = false;
+    /// The device broadcast status fields of the data, for the device broadcast manager.
+    TOOL::DeviceStatusNotice deviceNotice;
 
     /// Reads a parsed frame whose data part sits at `dataPath` ("/Msg/Data").
     static PushMessage FromDocument(const NetworkCommunication::CRapidJsonProto& document,
