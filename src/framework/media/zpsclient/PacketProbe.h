@@ -1,5 +1,6 @@
 #pragma once
-// Wall-clock time stamps of the backchannel's frames and packets where they pass in this library, for the
+// Wall-clock time stamps of the backchannel's frames and packets where they pass in this library (and, with
+// its own file prefix, in the streaming server), for the
 // broadcast bench. On only when the environment names a directory in BCAST_STREAM_PROBE: each mark appends
 // "<point> <rtp seq or -1> <pts in us or -1> <wall-clock us>" to zpsclient-<pid>.txt there. Off, a mark costs
 // one test of a flag read once.
@@ -16,13 +17,15 @@
 
 namespace ZPSClient {
 
-class CPacketProbe {
+/// `Files::kPrefix` names the probe's file: "<prefix><pid>.txt".
+template <typename Files>
+class CPacketProbeFor {
 public:
     static bool On() { return Instance().file_ != nullptr; }
 
     /// `seq` is an RTP sequence number or -1, `pts` a buffer time stamp or GST_CLOCK_TIME_NONE.
     static void Mark(const char* point, long seq, GstClockTime pts) {
-        CPacketProbe& probe = Instance();
+        CPacketProbeFor& probe = Instance();
         if (probe.file_ == nullptr) {
             return;
         }
@@ -49,20 +52,26 @@ private:
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
 
-    CPacketProbe() {
+    CPacketProbeFor() {
         const char* dir = std::getenv("BCAST_STREAM_PROBE");
         if (dir != nullptr && *dir != '\0') {
-            const std::string path = std::string(dir) + "/zpsclient-" + std::to_string(getpid()) + ".txt";
+            const std::string path =
+                std::string(dir) + "/" + Files::kPrefix + std::to_string(getpid()) + ".txt";
             file_.reset(std::fopen(path.c_str(), "a"));
         }
     }
-    static CPacketProbe& Instance() {
-        static CPacketProbe probe;
+    static CPacketProbeFor& Instance() {
+        static CPacketProbeFor probe;
         return probe;
     }
 
     std::mutex mutex_;
     std::unique_ptr<std::FILE, FileClose> file_;
 };
+
+struct ClientProbeFiles {
+    static constexpr const char* kPrefix = "zpsclient-";
+};
+using CPacketProbe = CPacketProbeFor<ClientProbeFiles>;
 
 }  // namespace ZPSClient

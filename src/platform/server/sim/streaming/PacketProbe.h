@@ -1,68 +1,14 @@
 #pragma once
-// Wall-clock time stamps of the talk packets where they pass in the streaming server, for the
-// broadcast bench. On only when the environment names a directory in BCAST_STREAM_PROBE: each mark appends
-// "<point> <rtp seq or -1> <pts in us or -1> <wall-clock us>" to streaming-<pid>.txt there. Off, a mark costs
-// one test of a flag read once.
+// The bench's time stamps of the talk packets where they pass in the streaming server: the client library's
+// probe, writing to streaming-<pid>.txt in the directory BCAST_STREAM_PROBE names.
 
-#include <gst/gst.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
-#include <mutex>
-#include <string>
+#include "framework/media/zpsclient/PacketProbe.h"
 
 namespace Platform {
 
-class CPacketProbe {
-public:
-    static bool On() { return Instance().file_ != nullptr; }
-
-    /// `seq` is an RTP sequence number or -1, `pts` a buffer time stamp or GST_CLOCK_TIME_NONE.
-    static void Mark(const char* point, long seq, GstClockTime pts) {
-        CPacketProbe& probe = Instance();
-        if (probe.file_ == nullptr) {
-            return;
-        }
-        const long long wall = std::chrono::duration_cast<std::chrono::microseconds>(
-                                   std::chrono::system_clock::now().time_since_epoch())
-                                   .count();
-        const long long ptsUs = GST_CLOCK_TIME_IS_VALID(pts) ? static_cast<long long>(pts / GST_USECOND) : -1;
-        std::lock_guard<std::mutex> lock(probe.mutex_);
-        std::fprintf(probe.file_.get(), "%s %ld %lld %lld\n", point, seq, ptsUs, wall);
-        std::fflush(probe.file_.get());
-    }
-
-    /// The sequence number of an RTP packet in `buffer`, -1 when it holds none.
-    static long RtpSeq(GstBuffer* buffer) {
-        guint8 head[4];
-        if (buffer == nullptr || gst_buffer_extract(buffer, 0, head, sizeof(head)) != sizeof(head)) {
-            return -1;
-        }
-        return static_cast<long>((head[2] << 8) | head[3]);
-    }
-
-private:
-    struct FileClose {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-
-    CPacketProbe() {
-        const char* dir = std::getenv("BCAST_STREAM_PROBE");
-        if (dir != nullptr && *dir != '\0') {
-            const std::string path = std::string(dir) + "/streaming-" + std::to_string(getpid()) + ".txt";
-            file_.reset(std::fopen(path.c_str(), "a"));
-        }
-    }
-    static CPacketProbe& Instance() {
-        static CPacketProbe probe;
-        return probe;
-    }
-
-    std::mutex mutex_;
-    std::unique_ptr<std::FILE, FileClose> file_;
+struct ServerProbeFiles {
+    static constexpr const char* kPrefix = "streaming-";
 };
+using CPacketProbe = ZPSClient::CPacketProbeFor<ServerProbeFiles>;
 
 }  // namespace Platform
