@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <set>
+#include <thread>
+
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -454,6 +458,52 @@ TEST_F(OperationLogTest, EntriesReachThePlatformsLogWithTheSessionsUser) {
     EXPECT_FALSE(BusinessCommon::COperatLogManager::Instance()->AddOperationLog(start));
     EXPECT_EQ(Numbers(GetLastError()), "[2][11][7]");
     EXPECT_FALSE(Control("GET", "/oplog").Has("/ResponseStatus/Data/OperationLogList/2"));
+}
+
+// Requests that run at once each take a kept handle; the pool keeps at most eight of them (each holds a
+// connection and libcurl's wake-up descriptors), and later requests go over those same connections.
+TEST_F(OperationLogTest, ParallelRequestsLeaveAtMostEightKeptHandlesWhoseConnectionsServeLaterOnes) {
+    const std::string path = kPlatformV1 + "/OperationLog";
+    const int fault = Fault(R"({"Method":"POST","Path":")" + path + R"(","Kind":"delay","DelayMs":500})");
+    BusinessCommon::COperationLogStruct entry;
+    entry.SetVal_log_type(265001);
+    entry.SetVal_tmOccur(1767225600);
+    entry.SetVal_strElementName("Hall A");
+    constexpr int kParallel = 12;
+    std::atomic<int> succeeded{0};
+    std::vector<std::thread> callers;
+    for (int i = 0; i < kParallel; ++i) {
+        callers.emplace_back([&] {
+            if (BusinessCommon::COperatLogManager::Instance()->AddOperationLog(entry)) {
+                ++succeeded;
+            }
+        });
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    Control("DELETE", "/fault/" + std::to_string(fault));
+    EXPECT_EQ(succeeded.load(), kParallel);
+    EXPECT_EQ(CNetCommManager::IdleRequestHandles(), 8u);
+
+    PlatformTest::RestReply burst = Control("GET", "/requests?method=POST&path=" + path);
+    std::set<std::string> burstRemotes;
+    for (int i = 0; i < kParallel; ++i) {
+        burstRemotes.insert(
+            burst.Str(("/ResponseStatus/Data/Requests/" + std::to_string(i) + "/Remote").c_str()));
+    }
+    EXPECT_EQ(burstRemotes.size(), static_cast<std::size_t>(kParallel)) << burst.Describe();
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_TRUE(BusinessCommon::COperatLogManager::Instance()->AddOperationLog(entry));
+    }
+    EXPECT_EQ(CNetCommManager::IdleRequestHandles(), 8u);
+    PlatformTest::RestReply all = Control("GET", "/requests?method=POST&path=" + path);
+    for (int i = kParallel; i < kParallel + 4; ++i) {
+        const std::string remote =
+            all.Str(("/ResponseStatus/Data/Requests/" + std::to_string(i) + "/Remote").c_str());
+        EXPECT_EQ(burstRemotes.count(remote), 1u)
+            << "request " << i << " came from a new connection " << remote;
+    }
 }
 
 class StreamConfigTest : public LoggedInTest {};

@@ -57,6 +57,11 @@ public:
         }
     }
 
+    std::size_t IdleCount() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return idle_.size();
+    }
+
 private:
     static constexpr std::size_t kMaxIdle = 8;
     std::mutex mutex_;
@@ -120,6 +125,10 @@ ServerSession CNetCommManager::GetSession() const {
 void CNetCommManager::ClearSession() {
     std::lock_guard<std::mutex> lock(mutex_);
     session_ = ServerSession();
+}
+
+std::size_t CNetCommManager::IdleRequestHandles() {
+    return EasyPool().IdleCount();
 }
 
 void CNetCommManager::SetTransport(Transport transport) {

@@ -1,6 +1,7 @@
 #pragma once
 // Synchronous requests to the platform server of the current login session.
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -11,8 +12,10 @@
 namespace NetworkCommunication {
 
 /// Module numbers of transport errors.
-constexpr int kModuleTransport = 11;  ///< code: the libcurl result (7 cannot connect, 28 time-out, 60 certificate...)
-constexpr int kModuleHttp = 12;       ///< code: the HTTP status of a refused request (401, 404, 500...)
+/// code: the libcurl result (7 cannot connect, 28 time-out, 60 certificate...)
+constexpr int kModuleTransport = 11;
+/// code: the HTTP status of a refused request (401, 404, 500...)
+constexpr int kModuleHttp = 12;
 
 /// A request: method, path on the platform, and body.
 class CClientSendInfo {
@@ -80,8 +83,9 @@ public:
     bool ClientSynSend(CClientRecvInfo& recv, const CClientSendInfo& send, int timeoutMs);
 
     /// Sends an absolute URL with extra headers (used by the framework's own clients).
-    bool SendTo(const std::string& url, const CClientSendInfo& send, const std::map<std::string, std::string>& headers,
-                int timeoutMs, CClientRecvInfo& recv) const;
+    bool SendTo(const std::string& url, const CClientSendInfo& send,
+                const std::map<std::string, std::string>& headers, int timeoutMs,
+                CClientRecvInfo& recv) const;
 
     /// Sends a request to another server than the session's (a login before the session exists, or one
     /// that renews it): address, token and CA file come from `server`. Results as ClientSynSend.
@@ -94,6 +98,9 @@ public:
     using Transport =
         std::function<bool(const std::string& url, const CClientSendInfo& send, CClientRecvInfo& recv)>;
     void SetTransport(Transport transport);
+    /// Request handles kept between requests (at most eight, as many as ran at once). Each holds its open
+    /// connection and libcurl's wake-up descriptors, so a process's descriptors grow with this count.
+    static std::size_t IdleRequestHandles();
 
 private:
     bool Perform(const std::string& url, const CClientSendInfo& send,
