@@ -7,10 +7,13 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 
 #include "AudioCheck.h"
 #include "ManagerFixture.h"
+#include "PlatformProcess.h"
+#include "SiteText.h"
 #include "TestProcess.h"
 #include "framework/base/FormatLog.h"
 #include "framework/clientframe/FrameworkManagerInterface.h"
@@ -269,4 +272,78 @@ TEST_F(LiveBroadcastTest, ListeningPlaysTheSpeakersAudioAndAFailedListenLeavesNo
     }
     EXPECT_TRUE(WaitFor([threads] { return ThreadCount() <= threads; }, 5000))
         << ThreadCount() << " threads, " << threads << " before";
+}
+
+namespace {
+
+constexpr const char* kMulticastGroup = "239.255.42.7";
+
+// The demo site with three pole speakers that a site made members of one multicast group.
+class MulticastTalkTest : public BroadcastTest::CSentenceTest {
+protected:
+    static void SetUpTestSuite() {
+        site_ = new BcastTest::CTempDir("multicast-site");
+        CRapidJsonProto demo;
+        ASSERT_TRUE(demo.set_str(PlatformTest::ReadFile(PlatformTest::DemoFixture())));
+        std::string text = demo.get_str();
+        ASSERT_TRUE(PlatformTest::AddUdpSpeakers(text, {{401, 1101, "Deck pole 1", kMulticastGroup},
+                                                        {402, 1102, "Deck pole 2", kMulticastGroup},
+                                                        {403, 1103, "Deck pole 3", kMulticastGroup}}));
+        std::ofstream(site_->File("site.json")) << text;
+        StartWithSentence(kSentence, "multicast-speech", site_->File("site.json"));
+    }
+    static void TearDownTestSuite() {
+        StopWithSentence();
+        delete site_;
+        site_ = nullptr;
+    }
+    static BcastTest::CTempDir* site_;
+};
+
+BcastTest::CTempDir* MulticastTalkTest::site_ = nullptr;
+
+}  // namespace
+
+TEST_F(MulticastTalkTest, TheGroupsSpeakersHearOneStreamAndAUnicastSpeakerItsOwn) {
+    const std::vector<int32_t> members = {1101, 1102, 1103};
+    std::vector<int32_t> ids = members;
+    ids.push_back(1006);
+    auto call = std::make_unique<BroadcastTest::CStartCall>(
+        [ids] { return CIPSpeakerManager::Instance()->StartSpeakVoice(ids, 31); });
+    ASSERT_TRUE(call->Finish());
+    ASSERT_TRUE(call->Result());
+    CBackgroundProcess player;
+    ASSERT_TRUE(pulse_->StartPlaying(SentenceWav(), &player));
+    ASSERT_TRUE(player.Wait(20000)) << "paplay ends with the sentence";
+    BcastTest::Settle(1000);
+    CIPSpeakerManager::Instance()->Stop();
+
+    for (int id : ids) {
+        SCOPED_TRACE("speaker " + std::to_string(id));
+        EXPECT_GE(events_->CountSpeakerStatus(id, 1), 1) << "reported playing";
+        EXPECT_TRUE(WaitFor([id] { return Phase(id) == "stopped"; }, 5000)) << Phase(id);
+        const BcastTool::AudioMatch match = MatchOf(id, *sentence_);
+        EXPECT_GE(match.correlation, 0.7) << "delay " << match.delayMs << " ms";
+    }
+    // One stream for the group: every member got the same packets from the same socket, on the group's
+    // shared port; the unicast speaker's stream came from elsewhere.
+    const CRapidJsonProto first = Device(401);
+    ASSERT_GT(first.get_int_v("/Packets", 0), 50) << first.get_str();
+    EXPECT_EQ(first.get_v("/Address", ""), kMulticastGroup);
+    for (int device : {402, 403}) {
+        const CRapidJsonProto member = Device(device);
+        EXPECT_EQ(member.get_v("/LastSource", ""), first.get_v("/LastSource", "?")) << device;
+        EXPECT_EQ(member.get_int_v("/Port", 0), first.get_int_v("/Port", -1)) << device;
+        EXPECT_EQ(member.get_int_v("/Packets", 0), first.get_int_v("/Packets", -1)) << device;
+    }
+    // The unicast speaker got the same frames, each once: so did every member, not once per member (the
+    // speakers count a packet whose sequence number they already had as late).
+    const CRapidJsonProto unicast = Device(301);
+    EXPECT_NE(unicast.get_v("/LastSource", ""), first.get_v("/LastSource", "?"));
+    for (int device : {401, 402, 403}) {
+        const CRapidJsonProto member = Device(device);
+        EXPECT_NEAR(member.get_int_v("/Packets", 0), unicast.get_int_v("/Packets", 0), 1) << device;
+        EXPECT_EQ(member.get_int_v("/Late", -1), 0) << device;
+        EXPECT_EQ(member.get_int_v("/Lost", -1), 0) << device;
+    }
 }

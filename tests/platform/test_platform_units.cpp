@@ -100,6 +100,9 @@ TEST(FixtureLoader, RefusesInconsistentFixturesNamingTheEntry) {
          R"("AccessProtocol":1,"StreamAccessType":5}]})",
          "\"StreamAccessType\" must be 0, 2, 3, 4 or 20"},
         {R"({"Users":[{"ID":1,"Name":"u","Password":"p"}],"Devices":[{"ID":1,"Name":"d","DeviceType":2020,)"
+         R"("AccessProtocol":1,"IP":"239.1.2.3"}]})",
+         "a multicast \"IP\" is for speakers of access protocol 23"},
+        {R"({"Users":[{"ID":1,"Name":"u","Password":"p"}],"Devices":[{"ID":1,"Name":"d","DeviceType":2020,)"
          R"("AccessProtocol":1}],"Elements":[{"ID":2,"Name":"e","DeviceID":1,"Stream":"carrier pigeon"}]})",
          "\"Stream\" must be"},
         {R"({"Users":[{"ID":1,"Name":"u","Password":"p"}],"Devices":[{"ID":1,"Name":"d","DeviceType":2020,)"

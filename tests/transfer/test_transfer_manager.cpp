@@ -582,6 +582,49 @@ TEST_F(TransferManagerTest, DeviceResultsAreReportedPerDeviceAndAFailureEmptiesT
     EXPECT_FALSE(manager->GetListenAudioParam(param));
 }
 
+TEST_F(TransferManagerTest, SpeakersOfOneMulticastGroupShareOneStreamAndItsResult) {
+    std::mutex mutex;
+    std::vector<IPSpeakerNotifyParam> results;
+    manager->SetResultCallback([&](const IPSpeakerNotifyParam& param) {
+        std::lock_guard<std::mutex> lock(mutex);
+        results.push_back(param);
+    });
+    factory->udpResults = {false, true, true, true, true, true};
+    manager->StartSendToOEM({{41, "239.1.1.1", 5004, kEncodeG711U},   // opens the group; fails
+                             {42, "239.1.1.1", 5004, kEncodeG711U},   // shares the failure
+                             {43, "239.1.1.2", 5004, kEncodeG711U},   // opens a second group
+                             {44, "239.1.1.2", 5004, kEncodeG711U},   // shares it
+                             {45, "239.1.1.2", 5006, kEncodeG711U},   // another port: another stream
+                             {46, "239.1.1.2", 5004, kEncodeG711A},   // another codec: another stream
+                             {47, "10.0.0.1", 5004, kEncodeG711U},    // unicast speakers at one address
+                             {48, "10.0.0.1", 5004, kEncodeG711U}});  // each keep a stream of their own
+    ASSERT_EQ(factory->Count(factory->udp), 6u);
+    const std::vector<std::string> opened = {"239.1.1.1:5004/1", "239.1.1.2:5004/1", "239.1.1.2:5006/1",
+                                             "239.1.1.2:5004/2", "10.0.0.1:5004/1",  "10.0.0.1:5004/1"};
+    for (size_t i = 0; i < opened.size(); ++i) {
+        EXPECT_EQ(factory->At(factory->udp, i).record->initArgs, std::vector<std::string>{opened[i]}) << i;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        ASSERT_EQ(results.size(), 8u);
+        const int expectedStatus[] = {2, 2, 1, 1, 1, 1, 1, 1};
+        for (size_t i = 0; i < results.size(); ++i) {
+            EXPECT_EQ(results[i].elementID, 41 + static_cast<int>(i));
+            EXPECT_EQ(results[i].speakerStatus, expectedStatus[i]) << "speaker " << results[i].elementID;
+        }
+    }
+    // The five open streams each get every frame once.
+    Queue(3, 160);
+    ASSERT_TRUE(WaitFor([&] {
+        for (size_t i = 1; i < 6; ++i) {
+            if (factory->At(factory->udp, i).record->FrameCount() != 3) {
+                return false;
+            }
+        }
+        return true;
+    }));
+}
+
 TEST_F(TransferManagerTest, GroupsAreFedIndependentlyAndEachGetsItsOwnCopy) {
     manager->SetFrameInterval(0);  // live talk: no pacing
     ASSERT_TRUE(manager->StartSendToZPS({{"", "rtsp://s/talk", "u", "p"}}));

@@ -261,8 +261,9 @@ void CManagerTest::MakeSpeech(const std::string& path, const std::string& text,
 BcastTest::CTempDir* CSentenceTest::speech_ = nullptr;
 BcastTool::PcmAudio* CSentenceTest::sentence_ = nullptr;
 
-void CSentenceTest::StartWithSentence(const std::string& text, const std::string& dirName) {
-    StartPeers();
+void CSentenceTest::StartWithSentence(const std::string& text, const std::string& dirName,
+                                      const std::string& fixture) {
+    StartPeers({}, fixture);
     speech_ = new BcastTest::CTempDir(dirName);
     sentence_ = new BcastTool::PcmAudio();
     MakeSpeech(SentenceWav(), text, *sentence_);

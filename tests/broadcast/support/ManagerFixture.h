@@ -126,7 +126,9 @@ protected:
 /// file for the virtual microphone and at 8000 Hz as the reference the recordings are compared with.
 class CSentenceTest : public CManagerTest {
 protected:
-    static void StartWithSentence(const std::string& text, const std::string& dirName);
+    /// Starts the peers with `fixture` (default: the demo site) and speaks `text` into the sentence's files.
+    static void StartWithSentence(const std::string& text, const std::string& dirName,
+                                  const std::string& fixture = {});
     static void StopWithSentence();
     static std::string SentenceWav() { return speech_->File("sentence.wav"); }
 

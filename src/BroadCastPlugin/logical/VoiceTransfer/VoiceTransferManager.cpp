@@ -3,11 +3,15 @@
 #include <sys/prctl.h>
 
 #include <algorithm>
+#include <map>
+#include <string>
+#include <tuple>
 
 #include "BroadCastPlugin/BroadcastLog.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/SafeCopy.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/TransferFactory.h"
 #include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpFanout.h"
+#include "BroadCastPlugin/logical/VoiceTransfer/UDP/UdpSocket.h"
 #include "framework/base/ErrorCode.h"
 #include "framework/base/LogThrottle.h"
 #include "framework/base/Singleton.h"
@@ -145,9 +149,22 @@ void CVoiceTransferManager::StartSendToOEM(const std::vector<OEMTransferTarget>&
         return;
     }
     JoinGroupThread(*oemParam);
+    // Speakers of one multicast group (same address, port and codec) hear one stream: the group's first
+    // speaker opens it, the others share its result.
+    std::map<std::tuple<std::string, uint16_t, int32_t>, int32_t> multicastResults;
     for (const auto& target : targets) {
+        const auto group = std::make_tuple(target.ipAddress, target.port, target.encodeType);
+        const bool multicast = IsMulticastGroup(target.ipAddress);
+        if (multicast && multicastResults.count(group) != 0) {
+            NotifyTransferResult(target.elementID, multicastResults[group]);
+            continue;
+        }
         auto transfer = factory_->CreateUdpTransfer();
-        if (!transfer->Init(target.ipAddress, target.port, target.encodeType)) {
+        const bool opened = transfer->Init(target.ipAddress, target.port, target.encodeType);
+        if (multicast) {
+            multicastResults[group] = opened ? 1 : 2;
+        }
+        if (!opened) {
             NotifyTransferResult(target.elementID, 2);
             // Kept as the platform behaves: the streaming-server list is the one emptied.
             ClearTransfers(*zpsParam);
@@ -258,7 +275,8 @@ struct CVoiceTransferManager::SendTargets {
         single.clear();
         rtp.clear();
         for (const auto& transfer : targets) {
-            if (auto* batch = dynamic_cast<IRtpBatchTransfer*>(transfer.get())) {
+            auto* batch = dynamic_cast<IRtpBatchTransfer*>(transfer.get());
+            if (batch != nullptr && batch->Batchable()) {
                 rtp.push_back(batch);
             } else {
                 single.push_back(transfer.get());

@@ -27,6 +27,8 @@ public:
     /// Writes the header of this speaker's next packet for a payload of `payloadSize` bytes, advances its
     /// stream as a send does, and gives the destination. False when the transport is closed (nothing sent).
     virtual bool NextRtpPacket(uint8_t* header, uint32_t payloadSize, sockaddr_in& destination) = 0;
+    /// Whether the fan-out may send this transport's packets; false: the sender calls its SendVoice.
+    virtual bool Batchable() const { return true; }
 };
 
 class CUdpFanout {

@@ -9,6 +9,7 @@
 
 #include "BroadCastPlugin/BroadcastLog.h"
 #include "framework/base/ErrorCode.h"
+#include "framework/netcomm/NetCommManager.h"
 
 namespace BroadCastPlugin {
 
@@ -43,6 +44,14 @@ bool CUdpTransfer::Init(const std::string& ipAddress, uint16_t port, int32_t enc
     }
     context->port = htons(port);
     rtp_init(&context->rtp, RtpPayloadTypeForEncodeType(encodeType));
+    const bool multicast = IsMulticastGroup(ipAddress);
+    if (multicast && context->socket.Valid()) {
+        const std::string platformHost = NetworkCommunication::CNetCommManager::Instance()->GetSession().host;
+        const std::string egress = RouteMulticastToward(context->socket.Get(), platformHost);
+        BCAST_LOG(3, "[%s]Multicast group %s:%d leaves by %s.[%s(%d)]", ipAddress.c_str(),
+                  static_cast<int>(port), egress.empty() ? "the system's route" : egress.c_str());
+    }
+    multicast_ = multicast;
 
     std::lock_guard<std::mutex> lock(mutex_);
     context_ = std::move(context);
@@ -80,7 +89,7 @@ bool CUdpTransfer::SendVoice(const uint8_t* data, int32_t size) {
     destination.sin_port = context_->port;
     ssize_t sent = ::sendto(context_->socket.Get(), packet, static_cast<size_t>(length), 0,
                             reinterpret_cast<const sockaddr*>(&destination), sizeof(destination));
-    if (sent < 0) {
+    if (sent < 0 && context_->failures.Count()) {
         BCAST_LOG(5, "[%s]Send data to ipspeaker failed.[%s(%d)]");
     }
     return true;

@@ -30,6 +30,24 @@ constexpr int64_t kStreamGapNs = 1000000000;
 /// At 50 packets a second, about half an hour of one speaker's lateness; the older half goes beyond it.
 constexpr std::size_t kMaxLatenessSamples = 100000;
 
+/// Lets a member's socket share the group's port with the other members and joins it to `group` on the
+/// loopback interface, where the simulated site's speakers live (a sender routes the group there).
+bool JoinGroup(int fd, in_addr group, std::string& error) {
+    const int on = 1;
+    if (::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0) {
+        error = std::string("cannot share the group's port: ") + std::strerror(errno);
+        return false;
+    }
+    ip_mreqn membership{};
+    membership.imr_multiaddr = group;
+    membership.imr_address.s_addr = htonl(INADDR_LOOPBACK);
+    if (::setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof(membership)) != 0) {
+        error = std::string("cannot join the multicast group: ") + std::strerror(errno);
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 struct COemSpeakers::Socket {
@@ -60,6 +78,9 @@ COemSpeakers::~COemSpeakers() {
 
 bool COemSpeakers::Start(const std::vector<OemSpeakerConfig>& speakers, std::string& error) {
     std::vector<std::unique_ptr<Socket>> sockets;
+    // Members of one multicast group share its port: the first member without a port of its own takes a
+    // free one, the others bind the same.
+    std::map<std::string, uint16_t> groupPorts;
     for (const OemSpeakerConfig& config : speakers) {
         auto socket = std::make_unique<Socket>();
         socket->stats.deviceId = config.deviceId;
@@ -74,6 +95,17 @@ bool COemSpeakers::Start(const std::vector<OemSpeakerConfig>& speakers, std::str
             error = where + ": not an IPv4 address this host can use";
             return false;
         }
+        const bool multicast = IN_MULTICAST(ntohl(address.sin_addr.s_addr));
+        if (multicast) {
+            const auto shared = groupPorts.find(config.address);
+            if (config.port == 0 && shared != groupPorts.end()) {
+                address.sin_port = htons(shared->second);
+            }
+            if (!JoinGroup(socket->fd.Get(), address.sin_addr, error)) {
+                error = where + ": " + error;
+                return false;
+            }
+        }
         if (::bind(socket->fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
             error = where + ": cannot bind: " + std::strerror(errno);
             return false;
@@ -81,6 +113,9 @@ bool COemSpeakers::Start(const std::vector<OemSpeakerConfig>& speakers, std::str
         socklen_t length = sizeof(address);
         ::getsockname(socket->fd.Get(), reinterpret_cast<sockaddr*>(&address), &length);
         socket->stats.port = ntohs(address.sin_port);
+        if (multicast) {
+            groupPorts.emplace(config.address, socket->stats.port);
+        }
         sockets.push_back(std::move(socket));
     }
     wakeFd_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
