@@ -50,6 +50,7 @@
 #include "PlatformProcess.h"
 #include "PulseAudioPeer.h"
 #include "RestClient.h"
+#include "SiteText.h"
 #include "TestFiles.h"
 #include "TestProcess.h"
 #include "framework/base/FormatLog.h"
@@ -835,8 +836,8 @@ bool WriteText(const std::string& path, const std::string& text) {
     return static_cast<bool>(out);
 }
 
-// The demo site without its prompt tone, and the same with `speakers` further UDP speakers.
-bool WriteSites(const std::string& promptOff, const std::string& many, int speakers, int smsJitterMs) {
+// The demo site without its prompt tone, and the same with `count` further UDP speakers.
+bool WriteSites(const std::string& promptOff, const std::string& many, int count, int smsJitterMs) {
     CRapidJsonProto site;
     if (!site.set_str(PlatformTest::ReadFile(PlatformTest::DemoFixture()))) {
         return false;
@@ -848,29 +849,13 @@ bool WriteSites(const std::string& promptOff, const std::string& many, int speak
     if (!WriteText(promptOff, site.get_str())) {
         return false;
     }
-    // The speakers go in front of the site's own devices and elements, as text: the compact text has
-    // exactly one "Devices":[ and one "Elements":[.
-    std::string devices;
-    std::string elements;
-    for (int i = 0; i < speakers; ++i) {
-        const std::string n = std::to_string(i + 1);
-        devices += "{\"ID\":" + std::to_string(kManyFirstDevice + i) + ",\"Name\":\"Pole speaker " + n +
-                   "\",\"DeviceType\":2020,\"AccessProtocol\":23,\"IP\":\"127.0.0.1\",\"Port\":0,"
-                   "\"UserName\":\"\",\"Password\":\"\",\"StreamAccessType\":3},";
-        elements += "{\"ID\":" + std::to_string(kManyFirstElement + i) + ",\"Name\":\"Pole " + n +
-                    "\",\"DeviceID\":" + std::to_string(kManyFirstDevice + i) +
-                    ",\"Channel\":1,\"Stream\":\"sdk\",\"Partitions\":[2],\"Config\":{\"PeerTaskHandling\":1,"
-                    "\"AudioCount\":1,\"Volume\":100},\"TerminalStatus\":1,\"Area\":{\"AreaID\":20,"
-                    "\"AreaName\":\"Parking deck\"}},";
+    std::vector<PlatformTest::UdpSpeakerEntry> speakers;
+    for (int i = 0; i < count; ++i) {
+        speakers.push_back({kManyFirstDevice + i, kManyFirstElement + i, "Pole " + std::to_string(i + 1)});
     }
     std::string text = site.get_str();
-    for (const auto& list : {std::make_pair(std::string("\"Devices\":["), devices),
-                             std::make_pair(std::string("\"Elements\":["), elements)}) {
-        const std::size_t at = text.find(list.first);
-        if (at == std::string::npos) {
-            return false;
-        }
-        text.insert(at + list.first.size(), list.second);
+    if (!PlatformTest::AddUdpSpeakers(text, speakers)) {
+        return false;
     }
     return WriteText(many, text);
 }

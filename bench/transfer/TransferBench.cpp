@@ -12,6 +12,12 @@
 //   bcast-bench-transfer [--seconds 60] [--counts 1,100,1000,5000] [--cdf DIR] [--ffmpeg-max 1800]
 //                        [--search-seconds 10] [--no-search]
 //
+// Multicast mode (--multicast): the G.711 file to N members of one multicast group, which the RTP speaker
+// group sends as one stream, and to N unicast receivers (up to 1000) beside it. Per run: lateness at every
+// member, packets, UDP datagrams sent per frame, the sender's CPU.
+//
+//   bcast-bench-transfer --multicast [--seconds S] [--counts 10,100,1000,10000]
+//
 // File-broadcast mode (--file): the frames come from the real file pipeline, wired as a file broadcast wires
 // it: SetFrameInterval(40, or 24 for MP3), StartSendToOEM(one target per receiver), CVoiceFileEncode::
 // StartEncode(PATH, TYPE) whose data callback calls SendData, then SetInputFinished, WaitTransferFinish and
@@ -77,6 +83,7 @@
 #include "BroadCastPlugin/logical/VoiceTransfer/VoiceTransferManager.h"
 #include "framework/base/FormatLog.h"
 #include "framework/business/BusinessCommon.h"
+#include "framework/netcomm/NetCommManager.h"
 
 namespace {
 
@@ -164,8 +171,10 @@ struct Figures {
     double wallSeconds = 0;  ///< of the sending, for the CPU share
     int payloadBytes = 0;    ///< mean payload of the packets received
     double peakRssMb = 0;
-    bool peakReset = false;     ///< peakRssMb covers this run only
-    double encodeSeconds = -1;  ///< wall time of StartEncode (file mode)
+    bool peakReset = false;        ///< peakRssMb covers this run only
+    double encodeSeconds = -1;     ///< wall time of StartEncode (file mode)
+    double datagramsPerFrame = 0;  ///< UDP datagrams the sender's host sent per frame (multicast mode)
+    double userCpuSeconds = 0;     ///< of cpuSeconds, in user space: the sender's own work
 };
 
 /// When a frame should have arrived, counted from the first frame at the first receiver.
@@ -185,6 +194,8 @@ struct ReceiverSetup {
     double clockRate = kClockRate;
     std::string samplesPath;  ///< when set, the signed send error of each frame k >= 1 goes there
     std::string cdfPath;      ///< when set, the lateness distribution over all receivers goes there
+    /// When set, a multicast group: every receiver joins it on loopback and binds the group's one port.
+    std::string group;
 };
 
 /// One receiver of ffmpeg's stream, measured against its RTP time stamps.
@@ -246,6 +257,7 @@ void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int 
     const int count = setup.count;
     std::vector<CFd> sockets;
     std::string ports;
+    in_port_t groupPort = 0;
     for (int i = 0; i < count; ++i) {
         CFd fd(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0));
         int on = 1;
@@ -253,9 +265,22 @@ void RunReceivers(const ReceiverSetup& setup, int portsOut, int resultsOut, int 
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (!setup.group.empty()) {
+            // Members share the group's port: the first takes a free one.
+            setsockopt(fd.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+            ip_mreqn membership{};
+            inet_pton(AF_INET, setup.group.c_str(), &membership.imr_multiaddr);
+            membership.imr_address.s_addr = htonl(INADDR_LOOPBACK);
+            if (setsockopt(fd.Get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof(membership)) != 0) {
+                _exit(1);
+            }
+            address.sin_addr = membership.imr_multiaddr;
+            address.sin_port = groupPort;
+        }
         bind(fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address));
         socklen_t length = sizeof(address);
         getsockname(fd.Get(), reinterpret_cast<sockaddr*>(&address), &length);
+        groupPort = address.sin_port;
         ports += std::to_string(ntohs(address.sin_port)) + "\n";
         sockets.push_back(std::move(fd));
     }
@@ -549,25 +574,54 @@ std::string WavData(const std::string& path) {
     return std::string();
 }
 
+/// One target per receiver port, at `address` (a multicast group: the same for every target).
 std::vector<BroadCastPlugin::OEMTransferTarget> Targets(const std::vector<uint16_t>& ports,
-                                                        int32_t encodeType) {
+                                                        int32_t encodeType,
+                                                        const std::string& address = "127.0.0.1") {
     std::vector<BroadCastPlugin::OEMTransferTarget> targets;
     for (size_t i = 0; i < ports.size(); ++i) {
-        targets.push_back({static_cast<int32_t>(i), "127.0.0.1", ports[i], encodeType});
+        targets.push_back({static_cast<int32_t>(i), address, ports[i], encodeType});
     }
     return targets;
 }
 
-bool RunManager(const std::string& audio, int receivers, Figures& figures, const std::string& cdfPath = "") {
+/// UDP datagrams this network namespace has sent ("Udp: ... OutDatagrams" of /proc/net/snmp).
+long UdpDatagramsSent() {
+    std::ifstream snmp("/proc/net/snmp");
+    std::string names;
+    std::string values;
+    while (std::getline(snmp, names) && std::getline(snmp, values)) {
+        if (names.rfind("Udp:", 0) != 0) {
+            continue;
+        }
+        std::istringstream n(names);
+        std::istringstream v(values);
+        std::string name;
+        std::string value;
+        while (n >> name && v >> value) {
+            if (name == "OutDatagrams") {
+                return std::atol(value.c_str());
+            }
+        }
+    }
+    return -1;
+}
+
+/// `group` empty: one receiver per target; else a multicast group all receivers join, each target a member.
+bool RunManager(const std::string& audio, int receivers, Figures& figures, const std::string& cdfPath = "",
+                const std::string& group = "") {
     CReceiverProcess process;
     std::vector<uint16_t> ports;
     ReceiverSetup setup;
     setup.count = receivers;
     setup.cdfPath = cdfPath;
+    setup.group = group;
     if (!process.Start(setup, ports)) {
         return false;
     }
-    const auto targets = Targets(ports, BroadCastPlugin::kEncodeG711U);
+    const auto targets =
+        Targets(ports, BroadCastPlugin::kEncodeG711U, group.empty() ? std::string("127.0.0.1") : group);
+    const long datagramsBefore = UdpDatagramsSent();
     rusage before{};
     getrusage(RUSAGE_SELF, &before);
     const auto begin = std::chrono::steady_clock::now();
@@ -589,7 +643,11 @@ bool RunManager(const std::string& audio, int receivers, Figures& figures, const
         return false;
     }
     figures.cpuSeconds = CpuSeconds(after) - CpuSeconds(before);
+    figures.userCpuSeconds = (after.ru_utime.tv_sec - before.ru_utime.tv_sec) +
+                             (after.ru_utime.tv_usec - before.ru_utime.tv_usec) / 1e6;
     figures.wallSeconds = wall;
+    figures.datagramsPerFrame = static_cast<double>(UdpDatagramsSent() - datagramsBefore) /
+                                static_cast<double>(audio.size() / kFrameBytes);
     return true;
 }
 
@@ -959,13 +1017,66 @@ int RunFileMode(const FileBroadcast& file, const std::vector<int>& counts, const
     return failed ? 1 : 0;
 }
 
+/// Multicast mode: the tone to N members of one multicast group (the RTP speaker group opens one stream for
+/// them) and, up to `unicastMax`, to N unicast receivers for comparison.
+int RunMulticastMode(const std::string& audio, const std::vector<int>& counts, int unicastMax) {
+    // A multicast stream leaves by the interface that reaches the platform server: loopback here, where the
+    // members listen.
+    NetworkCommunication::ServerSession session;
+    session.host = "127.0.0.1";
+    session.port = 1;
+    NetworkCommunication::CNetCommManager::Instance()->SetSession(session);
+    constexpr const char* kGroup = "239.255.77.1";
+    std::printf(
+        "multicast group %s on loopback; datagrams/frame: UDP datagrams this host sent per frame\n"
+        "(/proc/net/snmp OutDatagrams); cpu: the sender process, which on loopback includes the\n"
+        "kernel's delivery to every member inside the send; user: its user-space part\n\n",
+        kGroup);
+    std::printf("%-10s %9s | %8s %8s %8s | %19s | %10s | %7s %6s %7s\n", "sender", "receivers", "late p50",
+                "p99", "max", "packets/expected", "dgram/frame", "cpu", "cpu %", "user");
+    auto print = [](const char* sender, const Figures& f) {
+        std::printf("%-10s %9d | %8.0f %8.0f %8.0f | %9ld/%-9ld | %10.2f | %7.2f %6.1f %7.2f\n", sender,
+                    f.receivers, f.lateP50Us, f.lateP99Us, f.lateMaxUs, f.packets, f.expected,
+                    f.datagramsPerFrame, f.cpuSeconds, CpuPercent(f), f.userCpuSeconds);
+        std::fflush(stdout);
+    };
+    std::vector<Figures> members;
+    for (int count : counts) {
+        Figures multicast;
+        if (!RunManager(audio, count, multicast, "", kGroup)) {
+            std::fprintf(stderr, "multicast run with %d members failed\n", count);
+            return 1;
+        }
+        print("multicast", multicast);
+        members.push_back(multicast);
+        if (count <= unicastMax) {
+            Figures unicast;
+            if (!RunManager(audio, count, unicast)) {
+                std::fprintf(stderr, "unicast run with %d receivers failed\n", count);
+                return 1;
+            }
+            print("unicast", unicast);
+        }
+    }
+    std::printf("\nmulticast, against %d members: ", members.front().receivers);
+    for (const Figures& f : members) {
+        std::printf(
+            "%d members: datagrams/frame %.2f, cpu x%.2f, user cpu x%.2f; ", f.receivers, f.datagramsPerFrame,
+            members.front().cpuSeconds > 0 ? f.cpuSeconds / members.front().cpuSeconds : 0.0,
+            members.front().userCpuSeconds > 0 ? f.userCpuSeconds / members.front().userCpuSeconds : 0.0);
+    }
+    std::printf("\n");
+    return 0;
+}
+
 void Usage(const char* program) {
     std::fprintf(stderr,
                  "usage: %s [--seconds S] [--counts 1,100,1000,5000] [--search-seconds S] [--no-search]\n"
                  "          [--cdf DIR] [--ffmpeg-max N]\n"
                  "       %s --file PATH [--type 1|15] [--seconds S] [--counts 1,100,1000] [--csv FILE]\n"
-                 "          [--samples DIR]\n",
-                 program, program);
+                 "          [--samples DIR]\n"
+                 "       %s --multicast [--seconds S] [--counts 10,100,1000,10000]\n",
+                 program, program, program);
 }
 
 }  // namespace
@@ -983,6 +1094,8 @@ int main(int argc, char** argv) {
     // ffmpeg 5.1's tee crashed (SIGSEGV) here with 2000 RTP outputs always and with 1000 now and then. 0: no
     // ffmpeg runs.
     int ffmpegMax = 1000;
+    bool multicast = false;
+    bool countsGiven = false;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         if (option == "--seconds" && i + 1 < argc) {
@@ -992,7 +1105,10 @@ int main(int argc, char** argv) {
             searchSeconds = std::atoi(argv[++i]);
         } else if (option == "--no-search") {
             search = false;
+        } else if (option == "--multicast") {
+            multicast = true;
         } else if (option == "--counts" && i + 1 < argc) {
+            countsGiven = true;
             counts.clear();
             std::stringstream list(argv[++i]);
             std::string item;
@@ -1057,6 +1173,9 @@ int main(int argc, char** argv) {
 
     std::printf("G.711 file: %d s, %zu frames of %d bytes (40 ms); times in microseconds, CPU in seconds\n",
                 seconds, audio.size() / kFrameBytes, kFrameBytes);
+    if (multicast) {
+        return RunMulticastMode(audio, countsGiven ? counts : std::vector<int>{10, 100, 1000, 10000}, 1000);
+    }
     std::printf(
         "receivers: a separate process, kernel arrival time stamps (SO_TIMESTAMPNS)\n"
         "send error: |arrival at the first receiver - intended schedule|; lateness: arrival - schedule at\n"

@@ -8,6 +8,10 @@
 #   SECONDS_PER_RUN=60 COUNTS=1,100,1000,5000 FFMPEG_MAX=1000 bench/transfer/run.sh   (defaults: 20 s, these)
 #   PLOT_ONLY=1 OUT=/some/dir bench/transfer/run.sh    redraws $OUT/lateness.png from $OUT/cdf/
 #   NOTE='quiet machine' bench/transfer/run.sh          adds a note to the plot's title
+#   MULTICAST=1 bench/transfer/run.sh        the multicast mode instead: 10 to 10,000 members of one group,
+#                                            and as many unicast receivers up to 1000 beside them; writes
+#                                            $OUT/multicast.txt and $OUT/multicast.png (sender CPU and p99
+#                                            lateness per receiver count)
 #
 # ffmpeg 5.1's tee muxer crashed (SIGSEGV) here with 2000 RTP outputs every time and with 1000 now and
 # then: above FFMPEG_MAX receivers it runs once, at FFMPEG_MAX.
@@ -34,6 +38,47 @@ done
 if [ "${PLOT_ONLY:-0}" != 1 ]; then
   cmake -S "$ROOT" -B "$ROOT/build-release" -DCMAKE_BUILD_TYPE=Release -DBCAST_BENCH=ON >/dev/null
   cmake --build "$ROOT/build-release" -j"$(nproc)" --target bcast-bench-transfer >/dev/null
+fi
+
+if [ "${MULTICAST:-0}" = 1 ]; then
+  if [ "${PLOT_ONLY:-0}" != 1 ]; then
+    "$ROOT/build-release/bin/bcast-bench-transfer" --multicast --seconds "$RUN_SECONDS" | tee "$OUT/multicast.txt"
+  fi
+  # Rows: sender receivers | p50 p99 max | packets/expected | datagrams/frame | cpu cpu% user
+  for sender in multicast unicast; do
+    awk -v s="$sender" '$1 == s && $3 == "|" { print $2, $5, $10, $13 }' "$OUT/multicast.txt" > "$OUT/$sender.dat"
+  done
+  gnuplot <<GNUPLOT
+set terminal pngcairo size 1800,600
+set output '$OUT/multicast.png'
+set multiplot layout 1,3 title "One multicast group against as many unicast speakers (loopback, G.711, 40 ms frames)${NOTE:+\n$NOTE}"
+set logscale x
+set xlabel 'receivers'
+set grid
+set key top left
+set title 'UDP datagrams sent per frame'
+set logscale y
+set yrange [0.5:20000]
+set ylabel 'datagrams'
+plot '$OUT/multicast.dat' using 1:3 with linespoints lw 2 title 'multicast', \
+     '$OUT/unicast.dat' using 1:3 with linespoints lw 2 dt 2 title 'unicast'
+unset logscale y
+set yrange [0:*]
+set title 'sender CPU (on loopback it includes the delivery to every member)'
+set ylabel '% of one core'
+plot '$OUT/multicast.dat' using 1:4 with linespoints lw 2 title 'multicast', \
+     '$OUT/unicast.dat' using 1:4 with linespoints lw 2 dt 2 title 'unicast'
+set title 'p99 arrival lateness at every receiver'
+set ylabel 'ms'
+plot '$OUT/multicast.dat' using 1:(\$2/1000) with linespoints lw 2 title 'multicast', \
+     '$OUT/unicast.dat' using 1:(\$2/1000) with linespoints lw 2 dt 2 title 'unicast'
+unset multiplot
+GNUPLOT
+  echo "plot: $OUT/multicast.png"
+  exit 0
+fi
+
+if [ "${PLOT_ONLY:-0}" != 1 ]; then
   "$ROOT/build-release/bin/bcast-bench-transfer" --seconds "$RUN_SECONDS" --counts "$COUNTS" \
     --ffmpeg-max "$FFMPEG_MAX" --no-search --cdf "$OUT/cdf" | tee "$OUT/table.txt"
 fi

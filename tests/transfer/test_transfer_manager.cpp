@@ -284,6 +284,18 @@ protected:
         manager.reset();
     }
 
+    /// From here on, the device results the manager reports go to `results`.
+    void RecordResults() {
+        manager->SetResultCallback([this](const IPSpeakerNotifyParam& param) {
+            std::lock_guard<std::mutex> lock(resultsMutex);
+            results.push_back(param);
+        });
+    }
+    std::vector<IPSpeakerNotifyParam> Results() {
+        std::lock_guard<std::mutex> lock(resultsMutex);
+        return results;
+    }
+
     void Queue(int count, int size = 320) {
         for (int i = 0; i < count; ++i) {
             auto frame = Frame(i, size);
@@ -339,6 +351,8 @@ protected:
     std::shared_ptr<CVirtualClock> clock;
     std::shared_ptr<CFakeFactory> factory;
     std::unique_ptr<CVoiceTransferManager> manager;
+    std::mutex resultsMutex;
+    std::vector<IPSpeakerNotifyParam> results;
 };
 
 }  // namespace
@@ -549,12 +563,7 @@ TEST_F(TransferManagerTest, StreamingServerStartIsAllOrNothing) {
 }
 
 TEST_F(TransferManagerTest, DeviceResultsAreReportedPerDeviceAndAFailureEmptiesTheStreamingList) {
-    std::mutex mutex;
-    std::vector<IPSpeakerNotifyParam> results;
-    manager->SetResultCallback([&](const IPSpeakerNotifyParam& param) {
-        std::lock_guard<std::mutex> lock(mutex);
-        results.push_back(param);
-    });
+    RecordResults();
     ASSERT_TRUE(manager->StartListenFromZPS({"lt", "rtsp://s/listen", "u", "p"}, nullptr));
     ZPSAudioParam param;
     ASSERT_TRUE(manager->GetListenAudioParam(param));
@@ -564,18 +573,18 @@ TEST_F(TransferManagerTest, DeviceResultsAreReportedPerDeviceAndAFailureEmptiesT
     factory->udpResults = {false, true};
     manager->StartSendToOEM({{31, "10.0.0.1", 5004, kEncodeG711U}, {32, "10.0.0.2", 5006, kEncodeG711A}});
 
-    std::lock_guard<std::mutex> lock(mutex);
-    ASSERT_EQ(results.size(), 4u);
+    const std::vector<IPSpeakerNotifyParam> reported = Results();
+    ASSERT_EQ(reported.size(), 4u);
     const int expectedIds[] = {21, 22, 31, 32};
     const int expectedStatus[] = {1, 2, 2, 1};
     for (size_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(results[i].type, 1);
-        EXPECT_EQ(results[i].elementID, expectedIds[i]);
-        EXPECT_EQ(results[i].speakerStatus, expectedStatus[i]);
+        EXPECT_EQ(reported[i].type, 1);
+        EXPECT_EQ(reported[i].elementID, expectedIds[i]);
+        EXPECT_EQ(reported[i].speakerStatus, expectedStatus[i]);
     }
     // The failing SDK fake left (2, 1, 4) as the thread's last error; the record carries it.
-    EXPECT_EQ(results[1].error.GetSubErrorCode(), 4);
-    EXPECT_EQ(results[1].error.GetMainErrorCode(), 1);
+    EXPECT_EQ(reported[1].error.GetSubErrorCode(), 4);
+    EXPECT_EQ(reported[1].error.GetMainErrorCode(), 1);
     EXPECT_EQ(factory->At(factory->udp, 1).record->initArgs, (std::vector<std::string>{"10.0.0.2:5006/2"}));
     // Kept from the platform: a failed device start empties the streaming-server list, listening session
     // included.
@@ -583,12 +592,7 @@ TEST_F(TransferManagerTest, DeviceResultsAreReportedPerDeviceAndAFailureEmptiesT
 }
 
 TEST_F(TransferManagerTest, SpeakersOfOneMulticastGroupShareOneStreamAndItsResult) {
-    std::mutex mutex;
-    std::vector<IPSpeakerNotifyParam> results;
-    manager->SetResultCallback([&](const IPSpeakerNotifyParam& param) {
-        std::lock_guard<std::mutex> lock(mutex);
-        results.push_back(param);
-    });
+    RecordResults();
     factory->udpResults = {false, true, true, true, true, true};
     manager->StartSendToOEM({{41, "239.1.1.1", 5004, kEncodeG711U},   // opens the group; fails
                              {42, "239.1.1.1", 5004, kEncodeG711U},   // shares the failure
@@ -604,14 +608,12 @@ TEST_F(TransferManagerTest, SpeakersOfOneMulticastGroupShareOneStreamAndItsResul
     for (size_t i = 0; i < opened.size(); ++i) {
         EXPECT_EQ(factory->At(factory->udp, i).record->initArgs, std::vector<std::string>{opened[i]}) << i;
     }
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        ASSERT_EQ(results.size(), 8u);
-        const int expectedStatus[] = {2, 2, 1, 1, 1, 1, 1, 1};
-        for (size_t i = 0; i < results.size(); ++i) {
-            EXPECT_EQ(results[i].elementID, 41 + static_cast<int>(i));
-            EXPECT_EQ(results[i].speakerStatus, expectedStatus[i]) << "speaker " << results[i].elementID;
-        }
+    const std::vector<IPSpeakerNotifyParam> reported = Results();
+    ASSERT_EQ(reported.size(), 8u);
+    const int expectedStatus[] = {2, 2, 1, 1, 1, 1, 1, 1};
+    for (size_t i = 0; i < reported.size(); ++i) {
+        EXPECT_EQ(reported[i].elementID, 41 + static_cast<int>(i));
+        EXPECT_EQ(reported[i].speakerStatus, expectedStatus[i]) << "speaker " << reported[i].elementID;
     }
     // The five open streams each get every frame once.
     Queue(3, 160);
