@@ -1,6 +1,5 @@
 #include "host/PluginModule.h"
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -21,40 +20,34 @@ std::vector<std::string> CPluginModule::ExportNames() {
 
 bool CPluginModule::Load(const std::string& path, std::string& error) {
     Unload();
-    dlerror();
     // Never unmapped: Qt keeps pointers into the module (its metatype converters) for the life of the
-    // process. dlclose still drops the handle; the module's statics are destroyed at exit.
-    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    if (handle == nullptr) {
-        const char* reason = dlerror();
-        error = "cannot load module " + path + ": " + (reason != nullptr ? reason : "unknown reason");
+    // process. Unload still drops the handle; the module's statics are destroyed at exit.
+    std::string reason;
+    if (!library_.Open(path, reason)) {
+        error = "cannot load module " + path + ": " + reason;
         return false;
     }
     PluginEntryPoints entry;
     std::string missing;
-#define BCAST_HOST_RESOLVE(name, ret, params)                                  \
-    entry.name = reinterpret_cast<BcastPluginFn_##name>(dlsym(handle, #name)); \
-    if (entry.name == nullptr) {                                               \
-        missing += (missing.empty() ? "" : ", ") + std::string(#name);         \
+#define BCAST_HOST_RESOLVE(name, ret, params)                                    \
+    entry.name = reinterpret_cast<BcastPluginFn_##name>(library_.Symbol(#name)); \
+    if (entry.name == nullptr) {                                                 \
+        missing += (missing.empty() ? "" : ", ") + std::string(#name);           \
     }
     BCAST_PLUGIN_EXPORTS(BCAST_HOST_RESOLVE)
 #undef BCAST_HOST_RESOLVE
     if (!missing.empty()) {
-        dlclose(handle);
+        library_.Close();
         error = "module " + path + " lacks exports: " + missing;
         return false;
     }
-    handle_ = handle;
     entry_ = entry;
     return true;
 }
 
 void CPluginModule::Unload() {
-    if (handle_ != nullptr) {
-        dlclose(handle_);
-        handle_ = nullptr;
-        entry_ = PluginEntryPoints();
-    }
+    library_.Close();
+    entry_ = PluginEntryPoints();
 }
 
 std::string DefaultModulePath() {

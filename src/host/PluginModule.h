@@ -6,6 +6,7 @@
 
 #include "BroadCastPlugin/BroadCastPluginExports.h"
 #include "framework/base/NonCopyable.h"
+#include "framework/base/SharedObject.h"
 
 namespace BcastHost {
 
@@ -26,13 +27,13 @@ public:
     bool Load(const std::string& path, std::string& error);
     /// Closes the module (its static objects are destroyed).
     void Unload();
-    bool IsLoaded() const { return handle_ != nullptr; }
+    bool IsLoaded() const { return library_.IsOpen(); }
     const PluginEntryPoints& Entry() const { return entry_; }
     /// The names the host resolves, in table order.
     static std::vector<std::string> ExportNames();
 
 private:
-    void* handle_ = nullptr;
+    Tal::Base::CSharedObject library_;
     PluginEntryPoints entry_;
 };
 

@@ -13,10 +13,9 @@
 #include <string>
 #include <vector>
 
-#include <dlfcn.h>
-
 #include <CLI/CLI.hpp>
 
+#include "framework/base/SharedObject.h"
 #include "framework/business/PlatformLogin.h"
 #include "host/ClientConfig.h"
 #include "host/Doctor.h"
@@ -169,17 +168,15 @@ int ParseOptions(int argc, char** argv, Options& options) {
 int RunWeb(const BcastHost::ClientConfig& config, const BcastHost::CPluginModule& module,
            const std::string& modulePath, const Options& options, std::ostream& out) {
     const std::string adapterPath = modulePath.substr(0, modulePath.rfind('/') + 1) + "libbcast_hostweb.so";
-    void* adapter = dlopen(adapterPath.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    if (adapter == nullptr) {
-        const char* reason = dlerror();
-        out << "bcast-host: cannot load the web adapter " << adapterPath << ": " << (reason ? reason : "")
-            << std::endl;
+    Tal::Base::CSharedObject adapter;
+    std::string reason;
+    if (!adapter.Open(adapterPath, reason)) {
+        out << "bcast-host: cannot load the web adapter " << adapterPath << ": " << reason << std::endl;
         return 1;
     }
-    auto run = reinterpret_cast<BcastHostRunWebMethodFn>(dlsym(adapter, "BcastHostRunWebMethod"));
+    auto run = reinterpret_cast<BcastHostRunWebMethodFn>(adapter.Symbol("BcastHostRunWebMethod"));
     if (run == nullptr) {
         out << "bcast-host: the web adapter lacks BcastHostRunWebMethod" << std::endl;
-        dlclose(adapter);
         return 1;
     }
     const auto& entry = module.Entry();
@@ -192,7 +189,6 @@ int RunWeb(const BcastHost::ClientConfig& config, const BcastHost::CPluginModule
     }
     entry.StopWorking();
     entry.UnInit();
-    dlclose(adapter);
     out << (code == 0 ? "web ok" : "web FAILED") << std::endl;
     return code;
 }

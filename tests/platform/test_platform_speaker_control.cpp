@@ -79,12 +79,9 @@ TEST_F(SpeakerPlayTest, PromptToneIsPlayedIntoTheSpeakersBeforeTheTalk) {
 }
 
 TEST_F(SpeakerPlayTest, StreamingGroupWithThePromptInFrontPlaysOnceTheChimeIsOver) {
-    std::vector<GroupAddress> groups = RequestGroups("1001", 1);
-    ASSERT_EQ(groups.size(), 1u);
-    const GroupAddress& g = groups[0];
     CZpsSession talk;
-    int error = 0;
-    ASSERT_TRUE(talk.Start(g.url, g.token, "username", "password", error)) << error;
+    GroupAddress g;
+    ASSERT_TRUE(StartStreamingTalk("1001", 1, talk, g));
     ASSERT_EQ(WaitStatus(1001, 100, 10000, g.guid).status, 100);
     EXPECT_EQ(WaitStatus(1001, 1, 5000, g.guid).status, 1)
         << "the stream already plays: the speaker goes on with it";

@@ -88,12 +88,9 @@ TEST_F(SpeakerTransportTest, StreamingServerTalkPlaysOnEveryGroupSpeakerUntilThe
 }
 
 TEST_F(SpeakerTransportTest, StreamingServerPlaysATalkFromItsFirstPacketIntactAndInOrder) {
-    std::vector<GroupAddress> groups = RequestGroups("1001");
-    ASSERT_EQ(groups.size(), 1u);
-    const GroupAddress& g = groups[0];
     CZpsSession talk;
-    int error = 0;
-    ASSERT_TRUE(talk.Start(g.url, g.token, "username", "password", error)) << error;
+    GroupAddress g;
+    ASSERT_TRUE(StartStreamingTalk("1001", 0, talk, g));
     EXPECT_EQ(WaitStatus(1001, 1, 5000, g.guid).status, 1);
 
     // Every frame different: a byte lost, repeated or out of place shows in the recording.

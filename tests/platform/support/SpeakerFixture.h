@@ -13,6 +13,7 @@
 #include "AudioCheck.h"
 #include "PlatformFixture.h"
 #include "PushClient.h"
+#include "SpeakerPeers.h"
 
 namespace PlatformTest {
 
@@ -95,6 +96,23 @@ protected:
             groups.push_back(g);
         }
         return groups;
+    }
+
+    /// Asks the one group of `ids` and opens a streaming talk to it; false (the failure recorded) when the
+    /// platform hands out another number of groups or the streaming server refuses the talk.
+    bool StartStreamingTalk(const std::string& ids, int prompt, CZpsSession& talk, GroupAddress& group) {
+        std::vector<GroupAddress> groups = RequestGroups(ids, prompt);
+        if (groups.size() != 1u) {
+            ADD_FAILURE() << groups.size() << " groups for " << ids;
+            return false;
+        }
+        group = groups[0];
+        int error = 0;
+        if (!talk.Start(group.url, group.token, "username", "password", error)) {
+            ADD_FAILURE() << "the streaming server refused the talk: " << error;
+            return false;
+        }
+        return true;
     }
 
     /// Every speaker status pushed so far, in arrival order.

@@ -153,16 +153,17 @@ void CVoiceTransferManager::StartSendToOEM(const std::vector<OEMTransferTarget>&
     // speaker opens it, the others share its result.
     std::map<std::tuple<std::string, uint16_t, int32_t>, int32_t> multicastResults;
     for (const auto& target : targets) {
-        const auto group = std::make_tuple(target.ipAddress, target.port, target.encodeType);
         const bool multicast = IsMulticastGroup(target.ipAddress);
-        if (multicast && multicastResults.count(group) != 0) {
-            NotifyTransferResult(target.elementID, multicastResults[group]);
+        const auto group = std::make_tuple(target.ipAddress, target.port, target.encodeType);
+        const auto shared = multicast ? multicastResults.find(group) : multicastResults.end();
+        if (shared != multicastResults.end()) {
+            NotifyTransferResult(target.elementID, shared->second);
             continue;
         }
         auto transfer = factory_->CreateUdpTransfer();
         const bool opened = transfer->Init(target.ipAddress, target.port, target.encodeType);
         if (multicast) {
-            multicastResults[group] = opened ? 1 : 2;
+            multicastResults.emplace(group, opened ? 1 : 2);
         }
         if (!opened) {
             NotifyTransferResult(target.elementID, 2);

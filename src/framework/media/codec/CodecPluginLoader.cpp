@@ -7,31 +7,6 @@
 namespace Tal {
 namespace MediaCodec {
 
-CSharedObject::~CSharedObject() {
-    if (handle_ != nullptr) {
-        dlclose(handle_);
-    }
-}
-
-bool CSharedObject::Open(const std::string& path, std::string& error) {
-    dlerror();
-    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    if (handle == nullptr) {
-        const char* reason = dlerror();
-        error = reason != nullptr ? reason : "unknown reason";
-        return false;
-    }
-    if (handle_ != nullptr) {
-        dlclose(handle_);
-    }
-    handle_ = handle;
-    return true;
-}
-
-void* CSharedObject::Symbol(const char* name) const {
-    return handle_ != nullptr ? dlsym(handle_, name) : nullptr;
-}
-
 bool CCodecPlugin::Load(const std::string& path, std::string& error) {
     codecs_ = nullptr;
     std::string reason;

@@ -3,27 +3,11 @@
 
 #include <string>
 
-#include "framework/base/NonCopyable.h"
+#include "framework/base/SharedObject.h"
 #include "framework/media/codec/CodecPlugin.h"
 
 namespace Tal {
 namespace MediaCodec {
-
-/// Owns one dlopen handle; dlclose when destroyed.
-class CSharedObject : private Base::CNonCopyable {
-public:
-    CSharedObject() = default;
-    ~CSharedObject();
-
-    /// Opens the file (RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE: the code stays mapped after dlclose, as codec
-    /// objects held by static objects may be destroyed after this handle). On failure `error` is dlerror's.
-    bool Open(const std::string& path, std::string& error);
-    /// The address of the symbol, null when the file does not export it.
-    void* Symbol(const char* name) const;
-
-private:
-    void* handle_ = nullptr;
-};
 
 /// A loaded codec plug-in: the handle and the factory its entry returned.
 class CCodecPlugin {
@@ -34,7 +18,7 @@ public:
     const IAudioCodecPlugin* Codecs() const { return codecs_; }
 
 private:
-    CSharedObject library_;
+    Base::CSharedObject library_;
     const IAudioCodecPlugin* codecs_ = nullptr;
 };
 

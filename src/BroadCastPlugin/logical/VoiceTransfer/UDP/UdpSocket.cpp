@@ -17,11 +17,6 @@ void CUniqueSocket::Reset(int fd) {
     handle_ = fd;
 }
 
-bool IsMulticastGroup(const std::string& ipAddress) {
-    in_addr address{};
-    return ::inet_pton(AF_INET, ipAddress.c_str(), &address) == 1 && IN_MULTICAST(ntohl(address.s_addr));
-}
-
 namespace {
 
 /// The local address the kernel picks to reach `host`: a UDP socket connected to it (which sends nothing).

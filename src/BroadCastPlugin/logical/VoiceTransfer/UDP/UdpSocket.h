@@ -4,6 +4,7 @@
 #include <string>
 
 #include "BroadCastPlugin/logical/VoiceTransfer/UniqueHandle.h"
+#include "framework/base/Multicast.h"
 
 namespace BroadCastPlugin {
 
@@ -22,8 +23,7 @@ public:
 /// Hops a multicast stream may cross: enough for a site's routers, not beyond.
 constexpr int kMulticastTtl = 16;
 
-/// Whether `ipAddress` (dotted IPv4) is a multicast group (224.0.0.0/4).
-bool IsMulticastGroup(const std::string& ipAddress);
+using Tal::Base::IsMulticastGroup;
 
 /// Makes `fd` send multicast through the interface whose address reaches `host` (a site's speakers sit on
 /// the network of its platform server), with a time-to-live of kMulticastTtl. Returns that interface's

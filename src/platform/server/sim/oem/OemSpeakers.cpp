@@ -14,6 +14,7 @@
 #include <map>
 
 #include "framework/base/FormatLog.h"
+#include "framework/base/Multicast.h"
 #include "framework/base/UniqueFd.h"
 #include "platform/server/sim/speakers/SpeakerSim.h"
 
@@ -95,7 +96,7 @@ bool COemSpeakers::Start(const std::vector<OemSpeakerConfig>& speakers, std::str
             error = where + ": not an IPv4 address this host can use";
             return false;
         }
-        const bool multicast = IN_MULTICAST(ntohl(address.sin_addr.s_addr));
+        const bool multicast = Tal::Base::IsMulticastGroup(config.address);
         if (multicast) {
             const auto shared = groupPorts.find(config.address);
             if (config.port == 0 && shared != groupPorts.end()) {
